@@ -1,0 +1,44 @@
+#include <cstdio>
+#include <iostream>
+
+#include "cli/Commands.hpp"
+#include "core/base/VorlenError.hpp"
+
+namespace vorlen::cli {
+
+int reportFailure(const std::exception& error) {
+    std::cerr << error.what() << '\n';
+    return 1;
+}
+
+// Each command lives in its own file and registers here.
+void registerCommands(CommandRegistry& registry);
+
+}  // namespace vorlen::cli
+
+int main(int argc, char** argv) {
+    using namespace vorlen::cli;
+    CLI::App app{"Vorlen publishes your videos into your own Cloudflare account.", "vorlen"};
+    app.set_version_flag("--version", std::string("vorlen ") + VORLEN_VERSION);
+    app.require_subcommand(0, 1);
+    CommandRegistry registry{app, {}};
+    registerCommands(registry);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    }
+    for (auto& [command, handler] : registry.commands) {
+        if (command->parsed()) {
+            try {
+                return handler();
+            } catch (const vorlen::Cancelled&) {
+                return 130;
+            } catch (const std::exception& error) {
+                return reportFailure(error);
+            }
+        }
+    }
+    std::cout << app.help();
+    return 0;
+}

@@ -1,0 +1,101 @@
+#include "core/base/Files.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "core/base/Random.hpp"
+
+namespace vorlen {
+
+namespace {
+[[noreturn]] void throwErrno(const std::string& what, const fs::path& path) {
+    throw fs::filesystem_error(what, path, std::error_code(errno, std::generic_category()));
+}
+}  // namespace
+
+void writeFileAtomically(const fs::path& path, std::string_view bytes) {
+    fs::path folder = path.parent_path().empty() ? fs::path(".") : path.parent_path();
+    fs::path temporary = folder / ("." + path.filename().string() + "." + randomString(12, "abcdefghijklmnopqrstuvwxyz0123456789") + ".tmp");
+    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0) throwErrno("cannot create", temporary);
+    std::size_t written = 0;
+    while (written < bytes.size()) {
+        ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            int saved = errno;
+            ::close(fd);
+            ::unlink(temporary.c_str());
+            errno = saved;
+            throwErrno("cannot write", temporary);
+        }
+        written += static_cast<std::size_t>(n);
+    }
+    if (::fsync(fd) != 0 || ::close(fd) != 0) {
+        int saved = errno;
+        ::unlink(temporary.c_str());
+        errno = saved;
+        throwErrno("cannot flush", temporary);
+    }
+    if (::rename(temporary.c_str(), path.c_str()) != 0) {
+        int saved = errno;
+        ::unlink(temporary.c_str());
+        errno = saved;
+        throwErrno("cannot rename", path);
+    }
+    // The rename itself lives in the folder's entry.
+    int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir >= 0) {
+        ::fsync(dir);
+        ::close(dir);
+    }
+}
+
+std::string readFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throwErrno("cannot open", path);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::vector<fs::path> walkVisibleFiles(const fs::path& root) {
+    std::vector<fs::path> files;
+    for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator(); ++it) {
+        if (it->path().filename().string().starts_with(".")) {
+            if (it->is_directory()) it.disable_recursion_pending();
+            continue;
+        }
+        if (it->is_regular_file()) files.push_back(it->path());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+std::uint64_t availableSpace(const fs::path& path) {
+    struct statvfs info {};
+    if (::statvfs(path.c_str(), &info) != 0) throwErrno("cannot read the free space of", path);
+    return static_cast<std::uint64_t>(info.f_bavail) * info.f_frsize;
+}
+
+fs::path makeUniqueDirectory(const fs::path& parent, std::string_view prefix) {
+    fs::create_directories(parent);
+    for (;;) {
+        fs::path candidate = parent / (std::string(prefix) + randomString(10, "abcdefghijklmnopqrstuvwxyz0123456789"));
+        if (::mkdir(candidate.c_str(), 0700) == 0) return candidate;
+        if (errno != EEXIST) throwErrno("cannot create", candidate);
+    }
+}
+
+DirectoryRemover::~DirectoryRemover() {
+    if (path_.empty()) return;
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+}  // namespace vorlen

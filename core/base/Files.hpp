@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vorlen {
+
+namespace fs = std::filesystem;
+
+// Writes through a temporary file in the same folder, flushed to disk, then
+// renamed over the target: a reader sees the old file or the new one, never half.
+void writeFileAtomically(const fs::path& path, std::string_view bytes);
+
+std::string readFile(const fs::path& path);
+
+// Regular files under root, in sorted order, skipping hidden files and folders.
+std::vector<fs::path> walkVisibleFiles(const fs::path& root);
+
+// Bytes free for an ordinary user on the volume that holds path.
+std::uint64_t availableSpace(const fs::path& path);
+
+// A new empty folder under parent with a unique name starting with prefix.
+fs::path makeUniqueDirectory(const fs::path& parent, std::string_view prefix);
+
+// Removes a folder when it goes out of scope, unless released.
+class DirectoryRemover {
+public:
+    explicit DirectoryRemover(fs::path path) : path_(std::move(path)) {}
+    ~DirectoryRemover();
+    DirectoryRemover(const DirectoryRemover&) = delete;
+    DirectoryRemover& operator=(const DirectoryRemover&) = delete;
+    void release() { path_.clear(); }
+
+private:
+    fs::path path_;
+};
+
+}  // namespace vorlen

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <spdlog/spdlog.h>
+
+namespace vorlen {
+
+// The process's logger "com.dovrin.vorlen": standard error, and the system
+// journal through syslog. Never give it a secret.
+spdlog::logger& log();
+
+// Adds a log file beside the other sinks (the desktop window keeps one).
+void logToFile(const std::filesystem::path& path);
+
+// Quiet standard error (the command line's progress owns the terminal).
+void setStandardErrorLevel(spdlog::level::level_enum level);
+
+}  // namespace vorlen

@@ -1,0 +1,139 @@
+#include "core/base/Text.hpp"
+
+#include <memory>
+#include <stdexcept>
+#include <unicode/normalizer2.h>
+#include <unicode/translit.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
+#include <unicode/utf8.h>
+
+namespace vorlen {
+
+std::string repairUtf8(std::string_view bytes) {
+    std::string out;
+    out.reserve(bytes.size());
+    const auto* data = reinterpret_cast<const uint8_t*>(bytes.data());
+    int32_t length = static_cast<int32_t>(bytes.size());
+    int32_t at = 0;
+    while (at < length) {
+        int32_t start = at;
+        UChar32 scalar;
+        U8_NEXT(data, at, length, scalar);
+        if (scalar < 0)
+            out += "\xEF\xBF\xBD";
+        else
+            out.append(bytes.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(at - start)));
+    }
+    return out;
+}
+
+bool isValidUtf8(std::string_view bytes) {
+    const auto* data = reinterpret_cast<const uint8_t*>(bytes.data());
+    int32_t length = static_cast<int32_t>(bytes.size());
+    int32_t at = 0;
+    while (at < length) {
+        UChar32 scalar;
+        U8_NEXT(data, at, length, scalar);
+        if (scalar < 0) return false;
+    }
+    return true;
+}
+
+std::u32string toUtf32(std::string_view utf8) {
+    std::u32string out;
+    const auto* data = reinterpret_cast<const uint8_t*>(utf8.data());
+    int32_t length = static_cast<int32_t>(utf8.size());
+    int32_t at = 0;
+    while (at < length) {
+        UChar32 scalar;
+        U8_NEXT(data, at, length, scalar);
+        out.push_back(scalar < 0 ? U'\uFFFD' : static_cast<char32_t>(scalar));
+    }
+    return out;
+}
+
+std::string toUtf8(std::u32string_view scalars) {
+    std::string out;
+    for (char32_t scalar : scalars) {
+        uint8_t buffer[4];
+        int32_t at = 0;
+        UBool error = false;
+        U8_APPEND(buffer, at, 4, static_cast<UChar32>(scalar), error);
+        if (error) {
+            out += "\xEF\xBF\xBD";
+        } else {
+            out.append(reinterpret_cast<char*>(buffer), static_cast<std::size_t>(at));
+        }
+    }
+    return out;
+}
+
+namespace {
+
+std::string fromUnicode(const icu::UnicodeString& text) {
+    std::string out;
+    text.toUTF8String(out);
+    return out;
+}
+
+icu::UnicodeString toUnicode(std::string_view text) {
+    return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+}
+
+// ICU transliterators are not thread-safe; each thread keeps its own.
+icu::Transliterator& comparisonFolder() {
+    thread_local std::unique_ptr<icu::Transliterator> folder = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        std::unique_ptr<icu::Transliterator> made(icu::Transliterator::createInstance(
+            "NFD; [:Nonspacing Mark:] Remove; Fullwidth-Halfwidth; NFC", UTRANS_FORWARD, status));
+        if (U_FAILURE(status)) throw std::runtime_error("ICU has no folding transliterator");
+        return made;
+    }();
+    return *folder;
+}
+
+}  // namespace
+
+std::string nfc(std::string_view text) {
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::Normalizer2* normalizer = icu::Normalizer2::getNFCInstance(status);
+    if (U_FAILURE(status)) return std::string(text);
+    icu::UnicodeString result = normalizer->normalize(toUnicode(text), status);
+    return U_FAILURE(status) ? std::string(text) : fromUnicode(result);
+}
+
+std::string trimmed(std::string_view text) {
+    std::u32string scalars = toUtf32(text);
+    auto isSpace = [](char32_t c) { return u_isUWhiteSpace(static_cast<UChar32>(c)) || c == U'\u0085'; };
+    std::size_t begin = 0, end = scalars.size();
+    while (begin < end && isSpace(scalars[begin])) ++begin;
+    while (end > begin && isSpace(scalars[end - 1])) --end;
+    return toUtf8(std::u32string_view(scalars).substr(begin, end - begin));
+}
+
+bool isDescriptionWhitespace(char32_t c) {
+    switch (c) {
+        case U'\t': case U'\n': case U'\v': case U'\f': case U'\r': case U' ':
+        case U'\u00A0': case U'\u1680': case U'\u2028': case U'\u2029': case U'\u202F':
+        case U'\u205F': case U'\u3000': case U'\uFEFF':
+            return true;
+        default:
+            return c >= U'\u2000' && c <= U'\u200A';
+    }
+}
+
+std::string caseFolded(std::string_view text) {
+    icu::UnicodeString unicode = toUnicode(text);
+    unicode.foldCase();
+    return fromUnicode(unicode);
+}
+
+std::string foldedForComparison(std::string_view text) {
+    icu::UnicodeString unicode = toUnicode(text);
+    comparisonFolder().transliterate(unicode);
+    unicode.foldCase();
+    return fromUnicode(unicode);
+}
+
+}  // namespace vorlen

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace vorlen {
+
+// Decodes bytes as UTF-8, replacing each bad sequence with U+FFFD.
+std::string repairUtf8(std::string_view bytes);
+bool isValidUtf8(std::string_view bytes);
+
+// Unicode normalisation form C.
+std::string nfc(std::string_view text);
+
+// Trims white space and newlines (Unicode's set) from both ends.
+std::string trimmed(std::string_view text);
+
+// The white space of description text: tab, LF, VT, FF, CR, blank, U+00A0, U+1680,
+// U+2000..U+200A, U+2028, U+2029, U+202F, U+205F, U+3000, U+FEFF.
+bool isDescriptionWhitespace(char32_t scalar);
+
+// Case folding, and the case-, diacritic- and width-insensitive folding used to compare names.
+std::string caseFolded(std::string_view text);
+std::string foldedForComparison(std::string_view text);
+
+// UTF-8 <-> UTF-32 for code that walks scalars.
+std::u32string toUtf32(std::string_view utf8);
+std::string toUtf8(std::u32string_view scalars);
+
+}  // namespace vorlen
