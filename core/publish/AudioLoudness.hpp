@@ -6,23 +6,11 @@
 
 namespace vorlen {
 
-// How the audio of a video is levelled: as it came, for the web, or for broadcast.
+// How loud the published audio is: as the source is, at web level, or at broadcast level.
 enum class AudioLoudness { original, web, broadcast };
 
-inline std::string rawValue(AudioLoudness value) {
-    switch (value) {
-        case AudioLoudness::original: return "original";
-        case AudioLoudness::web: return "web";
-        case AudioLoudness::broadcast: return "broadcast";
-    }
-    return "broadcast";
-}
-
-inline std::optional<AudioLoudness> audioLoudnessFrom(std::string_view text) {
-    if (text == "original") return AudioLoudness::original;
-    if (text == "web") return AudioLoudness::web;
-    if (text == "broadcast") return AudioLoudness::broadcast;
-    return std::nullopt;
-}
+// "original", "web", "broadcast": the form in records and settings.
+std::string rawValue(AudioLoudness loudness);
+std::optional<AudioLoudness> audioLoudnessFromRawValue(std::string_view text);
 
 }  // namespace vorlen
