@@ -132,7 +132,7 @@ SiteSettings SiteSettings::fromJson(const Json& json) {
             }
         }
     }
-    settings.audioLoudness = audioLoudnessFrom(fieldOr<std::string>(json, "audio_loudness", "")).value_or(AudioLoudness::broadcast);
+    settings.audioLoudness = audioLoudnessFromRawValue(fieldOr<std::string>(json, "audio_loudness", "")).value_or(AudioLoudness::broadcast);
     return settings;
 }
 
