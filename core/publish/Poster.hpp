@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/publish/PixelSize.hpp"
+#include "core/publish/VideoMetadata.hpp"
 #include "core/publish/Vips.hpp"
 
 namespace vorlen {
