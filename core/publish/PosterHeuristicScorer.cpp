@@ -59,8 +59,11 @@ PosterHeuristicScorer::Measures PosterHeuristicScorer::measure(const vips::VImag
 }
 
 double PosterHeuristicScorer::aesthetics(const Measures& measures) {
-    return clamp01(0.35 * measures.sharpness + 0.25 * measures.exposure + 0.2 * measures.contrast +
-                   0.2 * measures.colourfulness);
+    double value = clamp01(0.35 * measures.sharpness + 0.25 * measures.exposure + 0.2 * measures.contrast +
+                           0.2 * measures.colourfulness);
+    // libvips sums in parallel, in no fixed order: without rounding, two equal
+    // frames could differ in the last bits and the earlier one would not win.
+    return std::round(value * 1e6) / 1e6;
 }
 
 PosterFrameScore PosterHeuristicScorer::score(const vips::VImage& frame) {
