@@ -14,6 +14,9 @@
 
 namespace vorlen::app {
 
+// `vorlen preview` serves a local site's pages and media on this loopback port unless told otherwise.
+inline constexpr int localPreviewPort = 8787;
+
 // What this computer keeps of a site (the summary of its settings file that the
 // screens show, and where its bucket is). A site is an R2 bucket, or, for a local
 // site, a folder on disk.
