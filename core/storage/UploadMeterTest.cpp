@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "core/storage/UploadOptions.hpp"
-
 namespace vorlen {
 namespace {
 
@@ -55,18 +53,6 @@ TEST(UploadTicks, writesAProgressLineEveryFifteenSeconds) {
     UploadTicks first(1000, quiet);
     first.tick(0, 16);
     EXPECT_TRUE(quiet.entries().at(0).ends_with("of 1000, rate not known"));
-}
-
-TEST(UploadOptions, mapsThePersonsSettings) {
-    EXPECT_EQ(UploadLimit::megabitsPerSecond(1).bytesPerSecond(), 125000u);
-    EXPECT_EQ(UploadLimit::megabitsPerSecond(3).bytesPerSecond(), 375000u);
-    EXPECT_EQ(UploadLimit::unlimited().bytesPerSecond(), 0u);
-    EXPECT_EQ(UploadLimit::megabitsPerSecond(20).displayText(), "20 Mbit/s");
-    EXPECT_EQ(UploadLimit::unlimited().displayText(), "Unlimited");
-    auto options = uploadOptions({ParallelUploads::two, UploadPartSize::mib5});
-    EXPECT_EQ(options.concurrency, 2);
-    EXPECT_EQ(options.partSize, 5u * 1024 * 1024);
-    EXPECT_EQ(options.maxRetries, 5);
 }
 
 }  // namespace
