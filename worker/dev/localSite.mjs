@@ -52,7 +52,7 @@ export async function listObjectFiles(dir) {
       if (entry.isDirectory()) await walk(key);
       else if (entry.isFile()) {
         const info = await stat(path.join(dir, key));
-        found.set(key, { file: path.join(dir, key), size: info.size, modified: info.mtimeMs });
+        found.set(key, { file: path.join(dir, key), stamp: `${info.ino}:${info.size}:${info.mtimeMs}:${info.ctimeMs}` });
       }
     }
   }
@@ -81,7 +81,7 @@ export class BucketMirror {
     const now = await listObjectFiles(this.dir);
     for (const [key, info] of now) {
       const before = this.known.get(key);
-      if (before && before.size === info.size && before.modified === info.modified) continue;
+      if (before && before.stamp === info.stamp) continue;
       const headers = this.headersFor(key);
       const data = await readFile(info.file);
       // The binding takes a plain ArrayBuffer across Miniflare's proxy, not a Buffer view.
