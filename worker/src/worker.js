@@ -590,10 +590,13 @@ ${date ? `<time class="card-date" datetime="${escapeHtml(entry.created)}">${date
       canonical: `${originOf(url, site.pageHost)}${homePath(site)}`,
       robots: terms.length ? 'noindex' : null,
     }), ...siteStyleHead(site, url)].join('\n'),
-    site: siteHeaderLink(site),
+    site: `<span class="site-name">${escapeHtml(name)}</span>`,
     bodyClass: 'home-page',
     body: `<div class="home-heading">
+<div class="home-title">
 <h1>${escapeHtml(name)}</h1>
+<p class="home-count">${count}</p>
+</div>
 ${search}
 </div>
 ${status}
