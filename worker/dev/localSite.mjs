@@ -2,12 +2,12 @@
 // binding filled from a folder of objects keyed by their path in the folder. Tests use
 // startWorker; a local preview uses startLocalSite, which serves the same folder as
 // the media host and the Worker as the page host on one loopback port.
-import { createReadStream } from 'node:fs';
+import { createReadStream, readFileSync } from 'node:fs';
 import { mkdtemp, readFile, readdir, rm, stat, symlink, writeFile } from 'node:fs/promises';
 import os from 'node:os';
 import http from 'node:http';
 import path from 'node:path';
-import { randomBytes } from 'node:crypto';
+import { createHash, randomBytes } from 'node:crypto';
 import { createRequire } from 'node:module';
 import { fileURLToPath } from 'node:url';
 
@@ -33,6 +33,25 @@ export function objectHeadersFor(key) {
   if (base.endsWith('.json')) return { contentType: 'application/json', cacheControl: 'no-cache' };
   if (/^a_|audio/.test(key.split('/').slice(-2, -1)[0] ?? '')) return { contentType: 'audio/mp4', cacheControl: immutable };
   return { contentType: 'video/mp4', cacheControl: immutable };
+}
+
+// The folder of a FolderBucket: each object's bytes at objects/<key>, and its headers
+// in .meta/<SHA-256 of the key, hex>.json. Spread the result into startWorker or
+// startLocalSite.
+export function folderBucketLayout(root) {
+  return {
+    objectsDir: path.join(root, 'objects'),
+    headersFor(key) {
+      const fallback = objectHeadersFor(key);
+      const name = `${createHash('sha256').update(key, 'utf8').digest('hex')}.json`;
+      try {
+        const meta = JSON.parse(readFileSync(path.join(root, '.meta', name), 'utf8'));
+        return { contentType: meta.contentType || fallback.contentType, cacheControl: meta.cacheControl || fallback.cacheControl };
+      } catch {
+        return fallback;
+      }
+    },
+  };
 }
 
 // Every visible file under dir, keyed by its relative path with "/" separators.
@@ -115,7 +134,7 @@ export async function readManifest(bundleDir = defaultBundleDir) {
 
 // Starts the bundle in workerd. With objectsDir the bucket starts as a copy of it.
 // The edge cache is off unless asked for, so that each request sees the bucket.
-export async function startWorker({ bundleDir = defaultBundleDir, objectsDir, cache = false } = {}) {
+export async function startWorker({ bundleDir = defaultBundleDir, objectsDir, headersFor = objectHeadersFor, cache = false } = {}) {
   const manifest = await readManifest(bundleDir);
   const assetsDir = await assetsWithHeaders(bundleDir, manifest.headers);
   const mf = new Miniflare({
@@ -135,7 +154,7 @@ export async function startWorker({ bundleDir = defaultBundleDir, objectsDir, ca
   });
   await mf.ready;
   const bucket = await mf.getR2Bucket(manifest.bucket_binding);
-  const mirror = objectsDir ? new BucketMirror(bucket, objectsDir) : null;
+  const mirror = objectsDir ? new BucketMirror(bucket, objectsDir, headersFor) : null;
   if (mirror) await mirror.sync();
   return {
     mf,
@@ -246,8 +265,7 @@ async function servePage(request, response, worker, port) {
 // Serves a local site on 127.0.0.1: Host media.localhost gets the folder's objects,
 // every other host the page Worker. Browsers resolve *.localhost to loopback.
 export async function startLocalSite({ objectsDir, port = 0, bundleDir = defaultBundleDir, headersFor = objectHeadersFor } = {}) {
-  const worker = await startWorker({ bundleDir, objectsDir });
-  worker.mirror.headersFor = headersFor;
+  const worker = await startWorker({ bundleDir, objectsDir, headersFor });
   let boundPort = port;
   const server = http.createServer((request, response) => {
     const host = (request.headers.host ?? '').replace(/:\d+$/, '').toLowerCase();

@@ -246,7 +246,7 @@ function videoFromRecord(folder, read) {
   return {
     title: record.title.trim() || folder,
     description: typeof record.description === 'string' ? record.description.replace(/\r\n?/g, '\n').trim() : '',
-    visibility: record.visibility === 'unlisted' ? 'unlisted' : (record.visibility === undefined || record.visibility === 'public' ? 'public' : 'unlisted'),
+    visibility: record.visibility === undefined || record.visibility === 'public' ? 'public' : 'unlisted',
     poster: poster ? {
       name: poster.name,
       width: Number.isInteger(poster.width) ? poster.width : null,
@@ -255,7 +255,6 @@ function videoFromRecord(folder, read) {
     duration: typeof record.duration === 'number' ? record.duration : null,
     width: Number.isInteger(record.width) && record.width > 0 ? record.width : null,
     height: Number.isInteger(record.height) && record.height > 0 ? record.height : null,
-    created: typeof record.created === 'string' ? record.created : null,
   };
 }
 
@@ -365,7 +364,8 @@ function siteStyleHead(site, url) {
   if (site.fonts.text) variables.push(`--vorlen-font-text: ${fontStack(site.fonts.text)};`);
   if (site.fonts.headings) variables.push(`--vorlen-font-headings: ${fontStack(site.fonts.headings)};`);
   if (site.fonts.tooltips) variables.push(`--shaka-font-family: ${fontStack(site.fonts.tooltips)};`);
-  if (variables.length) lines.push(`<style>:root { ${escapeHtml(variables.join(' ')).replace(/&quot;/g, '"')} }</style>`);
+  // Font names are checked against a pattern without "<", so they cannot end the element.
+  if (variables.length) lines.push(`<style>:root { ${variables.join(' ')} }</style>`);
   return lines;
 }
 
@@ -488,14 +488,14 @@ function siteHeaderLink(site) {
     : `<span class="site-name">${escapeHtml(siteName(site))}</span>`;
 }
 
-function notFoundHtml(site) {
+function notFoundHtml(site, url) {
   const name = siteName(site);
   const home = site.homePage.isPublic
     ? `<p><a class="button" href="${homePath(site)}">See all videos</a></p>` : '';
   return layoutPage({
     theme: themeOf(site),
     head: [...commonHead({ title: `Page not found – ${name}`, description: `This page does not exist on ${name}.`, robots: 'noindex' }),
-      ...siteStyleHead(site, new URL(`https://${site.pageHost}`))].join('\n'),
+      ...siteStyleHead(site, url)].join('\n'),
     site: siteHeaderLink(site),
     bodyClass: 'notice-page',
     body: `<section class="notice" aria-labelledby="notice-title">
@@ -681,12 +681,12 @@ async function videoPage(site, env, url, folder, kind) {
   return htmlResponse(page, 200);
 }
 
-async function route(request, env, url) {
+async function route(env, url) {
   const site = await readSite(env.BUCKET);
   const path = decodeURIComponent(url.pathname);
   const home = homePath(site);
   if (path === home || (site.pagePath && path === `/${site.pagePath}`) || (site.pagePath && path === '/')) {
-    if (!site.homePage.isPublic) return htmlResponse(notFoundHtml(site), 404);
+    if (!site.homePage.isPublic) return htmlResponse(notFoundHtml(site, url), 404);
     if (path !== home) return Response.redirect(`${originOf(url, site.pageHost)}${home}${url.search}`, 301);
     const entries = catalogEntries(await readJson(env.BUCKET, catalogKey));
     const query = (url.searchParams.get('q') ?? '').slice(0, 200);
@@ -709,13 +709,12 @@ async function route(request, env, url) {
       }
     }
   }
-  return htmlResponse(notFoundHtml(site), 404);
+  return htmlResponse(notFoundHtml(site, url), 404);
 }
 
-async function respond(request, env) {
-  const url = new URL(request.url);
+async function respond(url, env) {
   try {
-    return await route(request, env, url);
+    return await route(env, url);
   } catch (error) {
     if (error instanceof SiteUnavailable) {
       return htmlResponse(unavailableHtml(error.reason), 503, { 'Cache-Control': 'no-store', 'Retry-After': '60' });
@@ -741,7 +740,7 @@ export default {
     const cacheKey = new Request(request.url, { method: 'GET' });
     let response = cache ? await cache.match(cacheKey) : undefined;
     if (!response) {
-      response = await respond(request, env);
+      response = await respond(new URL(request.url), env);
       if (cache && (response.status === 200 || response.status === 404)) {
         ctx.waitUntil(cache.put(cacheKey, response.clone()));
       }

@@ -4,9 +4,11 @@ import { mkdir, mkdtemp, rm, writeFile } from 'node:fs/promises';
 import os from 'node:os';
 import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
-import { startLocalSite } from '../dev/localSite.mjs';
+import { createHash } from 'node:crypto';
+import { folderBucketLayout, startLocalSite } from '../dev/localSite.mjs';
 import { videoRecord } from './helpers.mjs';
 
+let root;
 let dir;
 let site;
 
@@ -29,7 +31,8 @@ async function writeObject(key, content) {
 }
 
 before(async () => {
-  dir = await mkdtemp(path.join(os.tmpdir(), 'vorlen-local-site-'));
+  root = await mkdtemp(path.join(os.tmpdir(), 'vorlen-local-site-'));
+  dir = path.join(root, 'objects');
   await writeObject('_vorlen/site.json', JSON.stringify({
     version: 1, media_host: 'media.localhost', page_host: 'localhost', template: 'dark',
     worker: { name: 'vorlen-pages', version: '1.0.0' },
@@ -38,12 +41,16 @@ before(async () => {
   await writeObject('harbour/master.m3u8', '#EXTM3U\n');
   await writeObject('harbour/v_360/chunk-1.mp4', Buffer.from([...Array(100).keys()]));
   await writeObject('harbour/.hidden', 'not an object');
-  site = await startLocalSite({ objectsDir: dir });
+  await writeObject('harbour/poster.jpg', 'jpeg');
+  const metaName = `${createHash('sha256').update('harbour/poster.jpg').digest('hex')}.json`;
+  await mkdir(path.join(root, '.meta'));
+  await writeFile(path.join(root, '.meta', metaName), JSON.stringify({ key: 'harbour/poster.jpg', contentType: 'image/jpeg', cacheControl: 'public, max-age=7' }));
+  site = await startLocalSite(folderBucketLayout(root));
 });
 
 after(async () => {
   await site.close();
-  await rm(dir, { recursive: true, force: true });
+  await rm(root, { recursive: true, force: true });
 });
 
 describe('media host', () => {
@@ -71,6 +78,8 @@ describe('media host', () => {
     const playlist = await request('media.localhost', '/harbour/master.m3u8');
     assert.equal(playlist.headers['content-type'], 'application/vnd.apple.mpegurl');
     assert.equal(playlist.headers['cache-control'], 'public, max-age=300');
+    const poster = await request('media.localhost', '/harbour/poster.jpg');
+    assert.equal(poster.headers['cache-control'], 'public, max-age=7', 'the headers recorded with the object win');
 
     const preflight = await request('media.localhost', '/harbour/master.m3u8', {
       method: 'OPTIONS', headers: { origin: 'http://localhost:1', 'access-control-request-headers': 'range' },
