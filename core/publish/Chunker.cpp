@@ -1,0 +1,169 @@
+#include "core/publish/Chunker.hpp"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <limits>
+#include <memory>
+#include <system_error>
+
+#include "core/base/Task.hpp"
+#include "core/base/VorlenError.hpp"
+
+namespace vorlen::Chunker {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+[[noreturn]] void throwErrno(const std::string& what, const fs::path& path) {
+    throw fs::filesystem_error(what, path, std::error_code(errno, std::generic_category()));
+}
+
+// Closes a descriptor on every path out; close() of a written file is checked by hand.
+class FileHandle {
+public:
+    FileHandle(const fs::path& path, int flags) : path_(path), fd_(::open(path.c_str(), flags | O_CLOEXEC, 0644)) {
+        if (fd_ < 0) throwErrno("cannot open", path);
+    }
+    ~FileHandle() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    FileHandle(const FileHandle&) = delete;
+    FileHandle& operator=(const FileHandle&) = delete;
+
+    int fd() const { return fd_; }
+    void close() {
+        int fd = fd_;
+        fd_ = -1;
+        if (::close(fd) != 0) throwErrno("cannot close", path_);
+    }
+
+private:
+    fs::path path_;
+    int fd_;
+};
+
+std::uint64_t measure(const fs::path& path) {
+    FileHandle file(path, O_RDONLY);
+    off_t end = ::lseek(file.fd(), 0, SEEK_END);
+    if (end < 0) throwErrno("cannot seek", path);
+    return static_cast<std::uint64_t>(end);
+}
+
+void writeAll(int fd, const char* data, std::size_t size, const fs::path& path) {
+    while (size > 0) {
+        ssize_t written = ::write(fd, data, size);
+        if (written < 0) {
+            if (errno == EINTR) continue;
+            throwErrno("cannot write", path);
+        }
+        data += written;
+        size -= static_cast<std::size_t>(written);
+    }
+}
+
+void copyPiece(const Piece& piece, int out, const fs::path& outPath, char* buffer) {
+    FileHandle in(piece.source, O_RDONLY);
+    std::uint64_t copied = 0;
+    for (;;) {
+        ssize_t got = ::read(in.fd(), buffer, copyBufferBytes);
+        if (got < 0) {
+            if (errno == EINTR) continue;
+            throwErrno("cannot read", piece.source);
+        }
+        if (got == 0) break;
+        copied += static_cast<std::uint64_t>(got);
+        if (copied > piece.range.range.length) break;
+        writeAll(out, buffer, static_cast<std::size_t>(got), outPath);
+    }
+    if (copied != piece.range.range.length) {
+        throw VorlenError::manifest(fmt::format("{} changed size while chunking", piece.source.string()));
+    }
+}
+
+std::string chunkName(const std::string& directory, std::size_t k) { return fmt::format("{}/{:03d}.mp4", directory, k); }
+
+}  // namespace
+
+std::vector<fs::path> segmentFiles(const fs::path& directory) {
+    std::vector<std::uint32_t> numbers;
+    for (const auto& entry : fs::directory_iterator(directory)) {
+        auto name = entry.path().filename().string();
+        if (name.size() <= 4 || !name.ends_with(".m4s")) continue;
+        std::string_view stem(name.data(), name.size() - 4);
+        std::uint32_t number = 0;
+        auto [end, error] = std::from_chars(stem.data(), stem.data() + stem.size(), number);
+        if (error != std::errc() || end != stem.data() + stem.size()) continue;
+        numbers.push_back(number);
+    }
+    if (numbers.empty()) throw VorlenError::manifest(fmt::format("no media segments in {}", directory.string()));
+    std::sort(numbers.begin(), numbers.end());
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        if (numbers[i] != i + 1) {
+            throw VorlenError::manifest(
+                fmt::format("media segments in {} are not numbered 1..{}", directory.string(), numbers.size()));
+        }
+    }
+    std::vector<fs::path> files;
+    files.reserve(numbers.size());
+    for (auto number : numbers) files.push_back(directory / fmt::format("{}.m4s", number));
+    return files;
+}
+
+StreamLayout layout(const std::string& directory, std::uint64_t initSize, const std::vector<std::uint64_t>& segmentSizes,
+                    std::uint64_t maxChunkBytes) {
+    std::size_t k = 1;
+    StreamLayout result{directory, ChunkRange{chunkName(directory, k), ByteRange{0, initSize}}, {}};
+    std::uint64_t offset = initSize;
+    result.segments.reserve(segmentSizes.size());
+    for (auto size : segmentSizes) {
+        if (offset != 0 && (offset > maxChunkBytes || size > maxChunkBytes - offset)) {
+            ++k;
+            offset = 0;
+        }
+        result.segments.push_back(ChunkRange{chunkName(directory, k), ByteRange{offset, size}});
+        offset += size;
+    }
+    return result;
+}
+
+StreamLayout chunk(const PackagedStream& stream, const fs::path& input, const fs::path& output,
+                   std::uint64_t maxChunkBytes) {
+    const auto& name = stream.directoryName;
+    auto streamInput = input / name;
+    std::vector<Piece> pieces;
+    auto segments = segmentFiles(streamInput);
+    pieces.reserve(segments.size() + 1);
+    pieces.push_back(Piece{streamInput / "init.mp4", {}});
+    for (auto& segment : segments) pieces.push_back(Piece{std::move(segment), {}});
+
+    std::vector<std::uint64_t> sizes;
+    sizes.reserve(segments.size());
+    auto initSize = measure(pieces.front().source);
+    for (std::size_t i = 1; i < pieces.size(); ++i) sizes.push_back(measure(pieces[i].source));
+    auto result = layout(name, initSize, sizes, maxChunkBytes);
+    pieces[0].range = result.initSegment;
+    for (std::size_t i = 0; i < result.segments.size(); ++i) pieces[i + 1].range = result.segments[i];
+
+    fs::create_directories(output / name);
+    // One fixed buffer for the whole stream: memory does not grow with the video.
+    auto buffer = std::make_unique<char[]>(copyBufferBytes);
+    std::size_t next = 0;
+    for (const auto& file : result.files()) {
+        auto path = output / file;
+        FileHandle out(path, O_WRONLY | O_CREAT | O_TRUNC);
+        for (; next < pieces.size() && pieces[next].range.file == file; ++next) {
+            checkCancellation();
+            copyPiece(pieces[next], out.fd(), path, buffer.get());
+        }
+        out.close();
+    }
+    return result;
+}
+
+}  // namespace vorlen::Chunker

@@ -1,0 +1,86 @@
+#include "core/publish/Chunker.hpp"
+
+#include <gtest/gtest.h>
+
+#include "core/base/Files.hpp"
+#include "core/base/VorlenError.hpp"
+
+namespace vorlen {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct TempDir {
+    fs::path path = makeUniqueDirectory(fs::temp_directory_path(), "chunker-test-");
+    ~TempDir() { fs::remove_all(path); }
+};
+
+std::string manifestFailure(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const VorlenError& error) {
+        EXPECT_TRUE(error.is<failure::Manifest>());
+        return error.text();
+    }
+    return "no failure";
+}
+
+TEST(ChunkerTest, LayoutStartsANewChunkOnlyBeforeASegmentThatWouldOverflow) {
+    auto layout = Chunker::layout("v_1080", 4, {4, 4, 20, 3}, 10);
+    EXPECT_EQ(layout.initSegment, (ChunkRange{"v_1080/001.mp4", {0, 4}}));
+    ASSERT_EQ(layout.segments.size(), 4u);
+    EXPECT_EQ(layout.segments[0], (ChunkRange{"v_1080/001.mp4", {4, 4}}));
+    EXPECT_EQ(layout.segments[1], (ChunkRange{"v_1080/002.mp4", {0, 4}}));
+    EXPECT_EQ(layout.segments[2], (ChunkRange{"v_1080/003.mp4", {0, 20}})) << "an oversized segment stands alone, whole";
+    EXPECT_EQ(layout.segments[3], (ChunkRange{"v_1080/004.mp4", {0, 3}}));
+    EXPECT_EQ(layout.files(), (std::vector<std::string>{"v_1080/001.mp4", "v_1080/002.mp4", "v_1080/003.mp4",
+                                                        "v_1080/004.mp4"}));
+
+    // Exactly full is not over; an init larger than the limit still shares chunk 1 with nothing.
+    auto exact = Chunker::layout("a", 2, {8, 1}, 10);
+    EXPECT_EQ(exact.segments[0].file, "a/001.mp4");
+    EXPECT_EQ(exact.segments[1].file, "a/002.mp4");
+    auto bigInit = Chunker::layout("a", 12, {1}, 10);
+    EXPECT_EQ(bigInit.segments[0], (ChunkRange{"a/002.mp4", {0, 1}}));
+    // Near the top of the 64-bit range the sum must not wrap around into "fits".
+    auto huge = Chunker::layout("a", 1, {UINT64_MAX - 1, 5}, UINT64_MAX - 1);
+    EXPECT_EQ(huge.segments[0].file, "a/002.mp4");
+    EXPECT_EQ(huge.segments[1].file, "a/003.mp4");
+}
+
+TEST(ChunkerTest, SegmentsMustBeNumberedWithoutGaps) {
+    TempDir dir;
+    EXPECT_EQ(manifestFailure([&] { Chunker::segmentFiles(dir.path); }), "no media segments in " + dir.path.string());
+    for (const char* name : {"1.m4s", "2.m4s", "3.m4s", "10.m4s", "init.mp4", "x.m4s", "4.m4s.tmp", "99999999999.m4s"})
+        writeFileAtomically(dir.path / name, "x");
+    for (int n = 4; n <= 9; ++n) {
+        if (n != 7) writeFileAtomically(dir.path / (std::to_string(n) + ".m4s"), "x");
+    }
+    EXPECT_EQ(manifestFailure([&] { Chunker::segmentFiles(dir.path); }),
+              "media segments in " + dir.path.string() + " are not numbered 1..9");
+    writeFileAtomically(dir.path / "7.m4s", "x");
+    auto files = Chunker::segmentFiles(dir.path);
+    ASSERT_EQ(files.size(), 10u);
+    EXPECT_EQ(files[1].filename(), "2.m4s");
+    EXPECT_EQ(files[9].filename(), "10.m4s") << "numeric order, not text order";
+}
+
+TEST(ChunkerTest, ChunkFilesHoldEveryPieceAtItsRange) {
+    TempDir dir;
+    auto input = dir.path / "package";
+    fs::create_directories(input / "v_360");
+    const std::vector<std::string> contents{"INIT", "aaaa", "bbbb", std::string(20, 'c')};
+    writeFileAtomically(input / "v_360/init.mp4", contents[0]);
+    for (std::size_t i = 1; i < contents.size(); ++i)
+        writeFileAtomically(input / "v_360" / (std::to_string(i) + ".m4s"), contents[i]);
+
+    auto layout = Chunker::chunk(PackagedStream{"v_360"}, input, dir.path / "publish", 10);
+    EXPECT_EQ(layout, Chunker::layout("v_360", 4, {4, 4, 20}, 10));
+    EXPECT_EQ(readFile(dir.path / "publish/v_360/001.mp4"), "INITaaaa");
+    EXPECT_EQ(readFile(dir.path / "publish/v_360/002.mp4"), "bbbb");
+    EXPECT_EQ(readFile(dir.path / "publish/v_360/003.mp4"), contents[3]);
+    EXPECT_FALSE(fs::exists(dir.path / "publish/v_360/004.mp4"));
+}
+
+}  // namespace
+}  // namespace vorlen

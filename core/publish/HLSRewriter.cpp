@@ -1,0 +1,59 @@
+#include "core/publish/HLSRewriter.hpp"
+
+#include <fmt/format.h>
+
+#include "core/base/VorlenError.hpp"
+
+namespace vorlen::HLSRewriter {
+
+namespace {
+
+std::string_view trimmedLine(std::string_view line) {
+    const char* blanks = " \t\r\n\v\f";
+    auto first = line.find_first_not_of(blanks);
+    if (first == std::string_view::npos) return {};
+    auto last = line.find_last_not_of(blanks);
+    return line.substr(first, last - first + 1);
+}
+
+}  // namespace
+
+std::string rewrite(std::string_view playlist, const StreamLayout& layout) {
+    std::string out;
+    out.reserve(playlist.size() + layout.segments.size() * 48);
+    std::size_t maps = 0;
+    std::size_t nextSegment = 0;
+    std::size_t position = 0;
+    while (position < playlist.size()) {
+        auto end = playlist.find('\n', position);
+        if (end == std::string_view::npos) end = playlist.size();
+        auto line = playlist.substr(position, end - position);
+        position = end + 1;
+        auto test = trimmedLine(line);
+
+        if (test.starts_with("#EXT-X-MAP:")) {
+            ++maps;
+            const auto& init = layout.initSegment;
+            out += fmt::format("#EXT-X-MAP:URI=\"{}\",BYTERANGE=\"{}@{}\"\n", init.file, init.range.length, init.range.offset);
+        } else if (test.starts_with("#EXT-X-BYTERANGE:")) {
+            throw VorlenError::manifest("media playlist already uses byte ranges");
+        } else if (test.empty() || test.starts_with("#")) {
+            out += line;
+            out += '\n';
+        } else {
+            if (nextSegment >= layout.segments.size()) {
+                throw VorlenError::manifest("media playlist has more segments than the packaged stream");
+            }
+            const auto& segment = layout.segments[nextSegment++];
+            // The offset is always written: an implicit one would depend on the previous line.
+            out += fmt::format("#EXT-X-BYTERANGE:{}@{}\n{}\n", segment.range.length, segment.range.offset, segment.file);
+        }
+    }
+    if (maps != 1) throw VorlenError::manifest(fmt::format("media playlist has {} EXT-X-MAP tags, expected 1", maps));
+    if (nextSegment < layout.segments.size()) {
+        throw VorlenError::manifest("media playlist has fewer segments than the packaged stream");
+    }
+    return out;
+}
+
+}  // namespace vorlen::HLSRewriter

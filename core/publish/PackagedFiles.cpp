@@ -1,0 +1,34 @@
+#include "core/publish/PackagedFiles.hpp"
+
+#include "core/base/Files.hpp"
+#include "core/base/Task.hpp"
+#include "core/publish/Chunker.hpp"
+#include "core/publish/DASHRewriter.hpp"
+#include "core/publish/HLSRewriter.hpp"
+
+namespace vorlen {
+
+PackagedFiles assemble(const std::vector<PackagedStream>& streams, const std::filesystem::path& packageDirectory,
+                       const std::filesystem::path& publishDirectory, std::uint64_t maxChunkBytes) {
+    PackagedFiles files;
+    std::vector<StreamLayout> layouts;
+    for (const auto& stream : streams) {
+        checkCancellation();
+        auto layout = Chunker::chunk(stream, packageDirectory, publishDirectory, maxChunkBytes);
+        auto playlistName = stream.directoryName + ".m3u8";
+        auto playlist = readFile(packageDirectory / playlistName);
+        writeFileAtomically(publishDirectory / playlistName, HLSRewriter::rewrite(playlist, layout));
+        for (auto& file : layout.files()) files.media.push_back(std::move(file));
+        files.manifests.push_back(playlistName);
+        layouts.push_back(std::move(layout));
+    }
+    // The master names the media playlists, which stand beside it unchanged in name.
+    writeFileAtomically(publishDirectory / "master.m3u8", readFile(packageDirectory / "master.m3u8"));
+    writeFileAtomically(publishDirectory / "manifest.mpd",
+                        DASHRewriter::rewrite(readFile(packageDirectory / "manifest.mpd"), layouts));
+    files.manifests.push_back("master.m3u8");
+    files.manifests.push_back("manifest.mpd");
+    return files;
+}
+
+}  // namespace vorlen
