@@ -6,7 +6,6 @@ void registerInspectCommand(CommandRegistry&);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
-    (void)registry;
     registerInspectCommand(registry);
 }
 
