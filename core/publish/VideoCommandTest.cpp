@@ -105,6 +105,17 @@ TEST(VideoCommand, GroupOfPicturesAndTheFilterList) {
     EXPECT_FALSE(filtersListZscale(" ... scale V->V zscale\nzscale\n"));
 }
 
+TEST(SoftwareEncoder, SpeedsAreReadLenientlyAndKeepH264High) {
+    EXPECT_EQ(encodingSpeedFromSettings(Json{{"encodingSpeed", "quality"}}), EncodingSpeed::quality);
+    EXPECT_EQ(encodingSpeedFromSettings(Json{{"encodingSpeed", "fast"}, {"other", 1}}), EncodingSpeed::fast);
+    EXPECT_EQ(encodingSpeedFromSettings(Json{{"encodingSpeed", "ludicrous"}}), EncodingSpeed::balanced);
+    EXPECT_EQ(encodingSpeedFromSettings(Json{{"encodingSpeed", 3}}), EncodingSpeed::balanced);
+    EXPECT_EQ(encodingSpeedFromSettings(Json::array()), EncodingSpeed::balanced);
+    // x264's ultrafast writes Constrained Baseline whatever the profile asks for.
+    for (auto speed : {EncodingSpeed::fast, EncodingSpeed::balanced, EncodingSpeed::quality})
+        EXPECT_STRNE(SoftwareEncoder::x264Preset(speed), "ultrafast");
+}
+
 // Keyframe times of a file's picture, from ffprobe.
 std::vector<double> keyframeTimes(const Tools& tools, const std::filesystem::path& file) {
     auto output = ToolRunner::run("ffprobe", tools.ffprobe,
