@@ -69,7 +69,10 @@ std::shared_ptr<S3Bucket> RgwServer::makeBucket(const std::string& endpoint, int
     signing.headers["x-amz-date"] =
         formatIso8601Basic(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
     signing.headers["x-amz-content-sha256"] = "UNSIGNED-PAYLOAD";
-    HttpRequest request{"PUT", endpoint_ + "/" + name, {}, RequestBody::bytes(""), nullptr};
+    HttpRequest request;
+    request.method = "PUT";
+    request.url = endpoint_ + "/" + name;
+    request.body = RequestBody::bytes("");
     request.headers.emplace_back("authorization", SigV4::authorization(signing, credentials_, SigV4::Scope{}));
     request.headers.emplace_back("x-amz-date", signing.headers["x-amz-date"]);
     request.headers.emplace_back("x-amz-content-sha256", "UNSIGNED-PAYLOAD");
