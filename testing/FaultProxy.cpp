@@ -12,6 +12,8 @@
 #include <random>
 #include <stdexcept>
 
+#include "core/storage/SigV4.hpp"
+
 namespace vorlen::testing {
 
 namespace {
@@ -122,6 +124,72 @@ std::string answer(int status, const std::vector<std::pair<std::string, std::str
     return text;
 }
 
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
+std::string percentDecoded(std::string_view text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0) {
+            out += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
+            i += 2;
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+std::string between(const std::string& text, const std::string& open, const std::string& close) {
+    const auto start = text.find(open);
+    if (start == std::string::npos) return {};
+    const auto end = text.find(close, start + open.size());
+    return text.substr(start + open.size(), end == std::string::npos ? std::string::npos : end - start - open.size());
+}
+
+// The Authorization value for a request whose signed headers changed on the way.
+std::string signedAgain(const std::string& method, const std::string& target,
+                        const std::vector<std::pair<std::string, std::string>>& headers, const S3Credentials& credentials,
+                        const std::string& authorization) {
+    const std::string credential = between(authorization, "Credential=", ",");
+    const std::string signedNames = between(authorization, "SignedHeaders=", ",");
+    // Credential=AK/date/region/service/aws4_request
+    std::vector<std::string> parts;
+    for (std::size_t start = 0;;) {
+        const auto slash = credential.find('/', start);
+        parts.push_back(credential.substr(start, slash == std::string::npos ? std::string::npos : slash - start));
+        if (slash == std::string::npos) break;
+        start = slash + 1;
+    }
+    SigV4::Request request;
+    request.method = method;
+    const auto question = target.find('?');
+    request.path = target.substr(0, question);
+    if (question != std::string::npos) {
+        const std::string query = target.substr(question + 1);
+        for (std::size_t start = 0; start <= query.size();) {
+            auto amp = query.find('&', start);
+            if (amp == std::string::npos) amp = query.size();
+            const std::string item = query.substr(start, amp - start);
+            const auto equals = item.find('=');
+            if (!item.empty())
+                request.query.emplace_back(percentDecoded(item.substr(0, equals)),
+                                           equals == std::string::npos ? std::string() : percentDecoded(item.substr(equals + 1)));
+            start = amp + 1;
+        }
+    }
+    const std::string names = ";" + signedNames + ";";
+    for (const auto& [name, value] : headers)
+        if (names.find(";" + lowercased(name) + ";") != std::string::npos) request.headers[lowercased(name)] = value;
+    request.payloadHash = request.headers["x-amz-content-sha256"];
+    const SigV4::Scope scope{parts.size() > 2 ? parts[2] : "auto", parts.size() > 3 ? parts[3] : "s3"};
+    return SigV4::authorization(request, credentials, scope);
+}
+
 }  // namespace
 
 std::optional<std::string> ProxyRequest::header(const std::string& lowercasedName) const {
@@ -138,7 +206,8 @@ Fault Fault::respond(int status, std::string body, std::optional<std::string> re
     return fault;
 }
 
-FaultProxy::FaultProxy(std::string upstream) {
+FaultProxy::FaultProxy(std::string upstream, std::optional<S3Credentials> credentials)
+    : credentials_(std::move(credentials)) {
     const auto hostStart = upstream.find("://") + 3;
     const auto colon = upstream.rfind(':');
     upstreamHost_ = upstream.substr(hostStart, colon - hostStart);
@@ -248,15 +317,22 @@ void FaultProxy::serve(int client) {
         if (fault.kind == Fault::Kind::stall) std::this_thread::sleep_for(fault.pause);
 
         // Forward on a fresh connection that the server closes after its answer.
-        std::string forwarded = head->startLine + "\r\n";
-        for (const auto& [name, value] : head->headers) {
-            const auto lower = lowercased(name);
-            if (lower == "connection") continue;
-            std::string sent = value;
-            if (lower == "if-match" && sent.size() >= 2 && sent.front() == '"' && sent.back() == '"')
-                sent = sent.substr(1, sent.size() - 2);
-            forwarded += name + ": " + sent + "\r\n";
+        auto headers = head->headers;
+        bool changed = false;
+        for (auto& [name, value] : headers) {
+            if (lowercased(name) == "if-match" && value.size() >= 2 && value.front() == '"' && value.back() == '"') {
+                value = value.substr(1, value.size() - 2);
+                changed = true;
+            }
         }
+        if (changed && credentials_) {
+            for (auto& [name, value] : headers)
+                if (lowercased(name) == "authorization")
+                    value = signedAgain(request.method, request.target, headers, *credentials_, value);
+        }
+        std::string forwarded = head->startLine + "\r\n";
+        for (const auto& [name, value] : headers)
+            if (lowercased(name) != "connection") forwarded += name + ": " + value + "\r\n";
         forwarded += "Connection: close\r\n\r\n" + request.body;
         const int upstream = ::socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address{};
@@ -278,13 +354,13 @@ void FaultProxy::serve(int client) {
         std::string body = lowercased(parsed->header("transfer-encoding").value_or("")) == "chunked"
                                ? dechunked(reply)
                                : reply;
-        auto headers = parsed->headers;
+        auto replyHeaders = parsed->headers;
         if (request.method == "POST" && request.target.find("uploadId=") != std::string::npos && status == 500) {
             status = 404;
-            headers = {{"Content-Type", "application/xml"}};
+            replyHeaders = {{"Content-Type", "application/xml"}};
             body = "<?xml version=\"1.0\" encoding=\"UTF-8\"?><Error><Code>NoSuchUpload</Code></Error>";
         }
-        open = writeAll(client, answer(status, headers, body, headRequest));
+        open = writeAll(client, answer(status, replyHeaders, body, headRequest));
     }
     {
         std::lock_guard lock(mutex_);

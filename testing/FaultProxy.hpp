@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "core/storage/S3Credentials.hpp"
+
 namespace vorlen::testing {
 
 // What the proxy saw of one request.
@@ -56,13 +58,15 @@ private:
 // An HTTP/1.1 proxy of our own on loopback, between a client and an S3 server:
 // it injects faults that a policy chooses per request, and it smooths two quirks
 // of the test server (RADOS Gateway) so that it behaves as R2 does: quotes around
-// an if-match ETag are removed, and a 500 for a multipart completion becomes
-// 404 NoSuchUpload.
+// an if-match ETag are removed (and the request signed again), and a 500 for a
+// multipart completion becomes 404 NoSuchUpload.
 class FaultProxy {
 public:
     using Policy = std::function<Fault(const ProxyRequest&)>;
 
-    explicit FaultProxy(std::string upstream);  // http://127.0.0.1:PORT
+    // upstream: http://127.0.0.1:PORT. With the server's credentials the proxy signs
+    // again the requests whose headers it changed.
+    explicit FaultProxy(std::string upstream, std::optional<S3Credentials> credentials = std::nullopt);
     ~FaultProxy();
     FaultProxy(const FaultProxy&) = delete;
     FaultProxy& operator=(const FaultProxy&) = delete;
@@ -81,6 +85,7 @@ private:
     void serve(int client);
     Fault choose(const ProxyRequest& request);
 
+    std::optional<S3Credentials> credentials_;
     std::string upstreamHost_;
     int upstreamPort_ = 0;
     int listener_ = -1;

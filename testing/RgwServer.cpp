@@ -49,6 +49,10 @@ RgwServer::RgwServer() {
         run(fmt::format("VORLEN_RGW_OWNER={} '{}' start '{}'", ::getpid(), script(), dir_.string()));
     endpoint_ = valueOf(output, "endpoint");
     credentials_ = {valueOf(output, "access_key"), valueOf(output, "secret_key")};
+    // The first writes of a fresh cluster create its pools and take seconds (more on
+    // a busy machine): done here, with patience, so that tests time only themselves.
+    auto warmUp = makeBucket({}, 1, std::chrono::seconds(600));
+    warmUp->put("warm-up", RequestBody::bytes("warm-up"), {});
 }
 
 RgwServer::~RgwServer() {
@@ -57,23 +61,27 @@ RgwServer::~RgwServer() {
     std::filesystem::remove_all(dir_, ignored);
 }
 
-std::shared_ptr<S3Bucket> RgwServer::makeBucket(const std::string& endpoint, int connections) {
+std::shared_ptr<S3Bucket> RgwServer::makeBucket(const std::string& endpoint, int connections,
+                                                std::chrono::seconds noProgressTimeout) {
     const std::string name = "test-" + randomString(12, "abcdefghijklmnopqrstuvwxyz0123456789");
     SigV4::Request signing{"PUT", "/" + name, {}, {}, "UNSIGNED-PAYLOAD"};
     signing.headers["host"] = *hostOfURL(endpoint_);
     signing.headers["x-amz-date"] =
         formatIso8601Basic(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
     signing.headers["x-amz-content-sha256"] = "UNSIGNED-PAYLOAD";
-    HttpRequest request{"PUT", endpoint_ + "/" + name, {}, RequestBody::bytes(""), nullptr};
+    HttpRequest request;
+    request.method = "PUT";
+    request.url = endpoint_ + "/" + name;
+    request.body = RequestBody::bytes("");
     request.headers.emplace_back("authorization", SigV4::authorization(signing, credentials_, SigV4::Scope{}));
     request.headers.emplace_back("x-amz-date", signing.headers["x-amz-date"]);
     request.headers.emplace_back("x-amz-content-sha256", "UNSIGNED-PAYLOAD");
-    HttpClient client;
+    HttpClient client({1, noProgressTimeout});
     auto response = client.send(request);
     if (response.status != 200) throw std::runtime_error(fmt::format("creating a test bucket gave HTTP {}", response.status));
     Endpoints endpoints;
     endpoints.r2Storage = endpoint.empty() ? endpoint_ : endpoint;
-    return std::make_shared<S3Bucket>(BucketLocation{"test", name}, credentials_, endpoints, connections);
+    return std::make_shared<S3Bucket>(BucketLocation{"test", name}, credentials_, endpoints, connections, noProgressTimeout);
 }
 
 }  // namespace vorlen::testing

@@ -23,7 +23,8 @@ public:
 
     // Creates a bucket with a fresh name and gives a client for it, talking to
     // `endpoint` (the server itself unless a proxy stands between).
-    std::shared_ptr<S3Bucket> makeBucket(const std::string& endpoint = {}, int connections = 8);
+    std::shared_ptr<S3Bucket> makeBucket(const std::string& endpoint = {}, int connections = 8,
+                                         std::chrono::seconds noProgressTimeout = std::chrono::seconds(60));
 
 private:
     RgwServer();

@@ -133,7 +133,9 @@ struct BodyReader {
 struct ResponseWriter {
     const HttpRequest& request;
     HttpResponse& response;
+    CURL* easy;
     std::exception_ptr error;
+    bool started = false;
 
     static std::size_t headerCallback(char* data, std::size_t size, std::size_t items, void* context) {
         auto* writer = static_cast<ResponseWriter*>(context);
@@ -150,6 +152,13 @@ struct ResponseWriter {
     static std::size_t writeCallback(char* data, std::size_t size, std::size_t items, void* context) {
         auto* writer = static_cast<ResponseWriter*>(context);
         try {
+            if (!writer->started) {
+                writer->started = true;
+                long status = 0;
+                curl_easy_getinfo(writer->easy, CURLINFO_RESPONSE_CODE, &status);
+                writer->response.status = static_cast<int>(status);
+                if (writer->request.onResponseStart) writer->request.onResponseStart(writer->response);
+            }
             if (writer->request.onResponseData) {
                 writer->request.onResponseData(std::string_view(data, size * items));
             } else {
@@ -309,7 +318,7 @@ HttpResponse HttpClient::send(const HttpRequest& request) {
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, static_cast<long>(options_.noProgressTimeout.count()));
 
     HttpResponse response;
-    ResponseWriter writer{request, response, nullptr};
+    ResponseWriter writer{request, response, easy, nullptr};
     curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &ResponseWriter::headerCallback);
     curl_easy_setopt(easy, CURLOPT_HEADERDATA, &writer);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &ResponseWriter::writeCallback);

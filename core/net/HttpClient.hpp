@@ -24,6 +24,8 @@ struct HttpRequest {
     std::optional<RequestBody> body;
     // Receives the response body as it arrives; without it the body is kept in the response.
     std::function<void(std::string_view)> onResponseData;
+    // Hears the status and headers before the first byte of a response body.
+    std::function<void(const struct HttpResponse&)> onResponseStart;
 };
 
 struct HttpResponse {

@@ -55,6 +55,14 @@ struct Gate {
     }
 };
 
+HttpRequest request(std::string method, std::string url, std::optional<RequestBody> body = std::nullopt) {
+    HttpRequest request;
+    request.method = std::move(method);
+    request.url = std::move(url);
+    request.body = std::move(body);
+    return request;
+}
+
 class HttpClientTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -95,7 +103,7 @@ TEST_F(HttpClientTest, SendsAFileRangeInPiecesAndReportsWhatItHandedOver) {
     };
     body.onTransport = [&](const RequestTransport& value) { transport = value; };
     HttpClient client;
-    const auto response = client.send({"PUT", loopback.url("/upload"), {{"x-test", "1"}}, body, nullptr});
+    const auto response = client.send(request("PUT", loopback.url("/upload"), body));
 
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.header("etag"), "\"abc\"");
@@ -110,7 +118,7 @@ TEST_F(HttpClientTest, SendsAFileRangeInPiecesAndReportsWhatItHandedOver) {
 
     // The same host again: the kept connection carries it, and an error status is an answer.
     loopback.server.Get("/missing", [](const httplib::Request&, httplib::Response& response) { response.status = 404; });
-    const auto second = client.send({"GET", loopback.url("/missing"), {}, std::nullopt, nullptr});
+    const auto second = client.send(request("GET", loopback.url("/missing")));
     EXPECT_EQ(second.status, 404);
     EXPECT_TRUE(second.transport.isReusedConnection);
 }
@@ -122,7 +130,7 @@ TEST_F(HttpClientTest, AFileShorterThanPlannedFailsAndIsNotRetried) {
     const auto path = writeRandomFile(1000);
     HttpClient client;
     try {
-        client.send({"PUT", loopback.url("/upload"), {}, RequestBody::file(path, {500, 600}), nullptr});
+        client.send(request("PUT", loopback.url("/upload"), RequestBody::file(path, {500, 600})));
         FAIL() << "expected a failure";
     } catch (const std::runtime_error& error) {
         EXPECT_STREQ(error.what(), "The file is shorter than planned.");
@@ -148,7 +156,7 @@ TEST_F(HttpClientTest, TheLimiterIsAskedBeforeEveryPiece) {
     RequestBody body = RequestBody::file(path, {0, 1'048'576});
     body.limiter = std::make_shared<RateLimiter>(262144, clock);
     HttpClient client;
-    EXPECT_EQ(client.send({"PUT", loopback.url("/upload"), {}, body, nullptr}).status, 200);
+    EXPECT_EQ(client.send(request("PUT", loopback.url("/upload"), body)).status, 200);
     // Four pieces of 256 KiB at 256 KiB/s with half a second of burst: 3.5 s of waiting.
     EXPECT_NEAR(std::chrono::duration<double>(*slept).count(), 3.5, 0.15);
 }
@@ -168,7 +176,7 @@ TEST_F(HttpClientTest, ConnectionsPerHostStayUnderTheCap) {
     loopback.start();
     HttpClient client({2, std::chrono::seconds(60)});
     forEachInWindow(8, 8, [&](std::size_t) {
-        EXPECT_EQ(client.send({"GET", loopback.url("/slow"), {}, std::nullopt, nullptr}).status, 200);
+        EXPECT_EQ(client.send(request("GET", loopback.url("/slow"))).status, 200);
     });
     EXPECT_EQ(most.load(), 2);
 }
@@ -182,7 +190,7 @@ TEST_F(HttpClientTest, CancellingTheTaskAbortsATransferAtOnce) {
     });
     loopback.start();
     HttpClient client;
-    auto task = Task<int>::spawn([&] { return client.send({"GET", loopback.url("/held"), {}, std::nullopt, nullptr}).status; });
+    auto task = Task<int>::spawn([&] { return client.send(request("GET", loopback.url("/held"))).status; });
     gate.waitUntilEntered();
     task.cancel();
     EXPECT_THROW(task.value(), Cancelled);
@@ -199,7 +207,7 @@ TEST_F(HttpClientTest, ATransferWithoutProgressTimesOutAsATransientFailure) {
     loopback.start();
     HttpClient client({1, std::chrono::seconds(1)});
     try {
-        client.send({"GET", loopback.url("/stalled"), {}, std::nullopt, nullptr});
+        client.send(request("GET", loopback.url("/stalled")));
         FAIL() << "expected a time-out";
     } catch (const TransportError& error) {
         EXPECT_EQ(error.domainAndCode(), "curl 28");
@@ -224,13 +232,13 @@ TEST_F(HttpClientTest, ARefusedConnectionIsTransientAndABadAddressIsNot) {
     }
     HttpClient client;
     try {
-        client.send({"GET", "http://127.0.0.1:" + std::to_string(port) + "/", {}, std::nullopt, nullptr});
+        client.send(request("GET", "http://127.0.0.1:" + std::to_string(port) + "/"));
         FAIL() << "expected a failure";
     } catch (const TransportError&) {
         EXPECT_TRUE(isTransient(std::current_exception()));
     }
     try {
-        client.send({"GET", "http://bad host/", {}, std::nullopt, nullptr});
+        client.send(request("GET", "http://bad host/"));
         FAIL() << "expected a failure";
     } catch (const TransportError&) {
         EXPECT_FALSE(isTransient(std::current_exception()));

@@ -7,6 +7,7 @@
 
 #include "core/base/Log.hpp"
 #include "core/base/VorlenError.hpp"
+#include "core/net/TransportError.hpp"
 
 namespace vorlen {
 
@@ -54,6 +55,8 @@ std::string failureDigest(const std::exception_ptr& error) {
                                            : fmt::format("HTTP {}", status->code);
         }
         return failure.text();
+    } catch (const TransportError& failure) {
+        return failure.domainAndCode();
     } catch (const std::system_error& failure) {
         return fmt::format("{} {}", failure.code().category().name(), failure.code().value());
     } catch (const Cancelled&) {

@@ -1,7 +1,6 @@
 #include "core/storage/Uploader.hpp"
 
 #include <algorithm>
-#include <cmath>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -10,27 +9,14 @@
 #include "core/base/Task.hpp"
 #include "core/net/RetryPolicy.hpp"
 #include "core/storage/ByteCounter.hpp"
+#include "core/storage/WriteFailure.hpp"
 
 namespace vorlen {
 
 namespace {
 
-// A 400 with a digest complaint means the bytes were damaged on the way: sent again.
-std::exception_ptr mapWriteFailure(const std::exception_ptr& error, const std::string& key) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const VorlenError& failure) {
-        auto* status = failure.as<failure::Status>();
-        if (status && status->code == 400 &&
-            (status->body.find("BadDigest") != std::string::npos || status->body.find("InvalidDigest") != std::string::npos))
-            return std::make_exception_ptr(VorlenError::integrity(key, status->body));
-    } catch (...) {
-    }
-    return error;
-}
-
 // Tries `attempt` (numbered from 1) until it works, the failure is not
-// transient, or the retries are used up. `onFailure` sees each failed attempt.
+// transient, or the retries are used up. A failure while cancelled is the cancellation.
 template <class T>
 T retrying(const UploadOptions& options, const std::function<T(std::int64_t)>& attempt) {
     for (std::int64_t number = 1;; ++number) {
@@ -44,9 +30,7 @@ T retrying(const UploadOptions& options, const std::function<T(std::int64_t)>& a
         }
         if (isCancelled()) throw Cancelled();
         if (!isTransient(error) || number > options.maxRetries) std::rethrow_exception(error);
-        auto wait = options.retryDelay * std::pow(2.0, static_cast<double>(std::min<std::int64_t>(number, 4)));
-        wait = std::max(wait, suggestedRetryDelay(error));
-        sleepFor(std::chrono::duration_cast<std::chrono::nanoseconds>(wait));
+        sleepFor(std::chrono::duration_cast<std::chrono::nanoseconds>(retryWait(options.retryDelay, number - 1, error)));
     }
 }
 
@@ -134,7 +118,7 @@ struct Run {
                 uploader.journal->logStored(report());
                 return outcome;
             } catch (...) {
-                auto error = mapWriteFailure(std::current_exception(), transfer.file.key);
+                auto error = mappedWriteFailure(std::current_exception(), transfer.file.key, false);
                 // Wasted bytes do not count as progress.
                 changeGiven(-static_cast<std::int64_t>(attemptGiven.value()));
                 if (isCancelled()) {
