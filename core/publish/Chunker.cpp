@@ -169,7 +169,7 @@ StreamLayout chunk(const PackagedStream& stream, const fs::path& input, const fs
 
     fs::create_directories(output / name);
     // One fixed buffer for the whole stream: memory does not grow with the video.
-    auto buffer = std::make_unique<char[]>(copyBufferBytes);
+    auto buffer = std::make_unique_for_overwrite<char[]>(copyBufferBytes);
     std::size_t next = 0;
     for (const auto& file : result.files()) {
         auto path = output / file;
