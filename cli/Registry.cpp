@@ -2,9 +2,12 @@
 
 namespace vorlen::cli {
 
+void registerInspectCommand(CommandRegistry&);
+
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
     (void)registry;
+    registerInspectCommand(registry);
 }
 
 }  // namespace vorlen::cli
