@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
 # Chunking a 2 GB stream of segments: memory must stay under 32 MB, and the copy
 # must run at no less than 0.8 of cat's throughput on the same files.
-#   bench/chunk/run.sh [build dir] [total MiB]
+#   bench/chunk/run.sh [build dir] [total MiB] [rounds]
+# Both runs are measured alike by /usr/bin/time, interleaved, best of each taken:
+# the machine is shared, and the best round is the one least disturbed.
 set -euo pipefail
 build=${1:-build}
 total_mib=${2:-2048}
+rounds=${3:-7}
 segment_mib=6
 bin="$build/bin/bench_chunk"
 [ -x "$bin" ] || { echo "build bench_chunk first: cmake --build $build --target bench_chunk" >&2; exit 2; }
@@ -15,7 +18,7 @@ stream="$work/package/v_1080"
 mkdir -p "$stream"
 head -c 900 /dev/urandom > "$stream/init.mp4"
 count=$(( total_mib / segment_mib ))
-# One random segment copied under every number: the bytes are incompressible, the setup is quick.
+# One random segment copied under every number: incompressible bytes, quick to set up.
 head -c $(( segment_mib * 1048576 )) /dev/urandom > "$work/segment"
 for n in $(seq 1 "$count"); do cp "$work/segment" "$stream/$n.m4s"; done
 files=("$stream/init.mp4")
@@ -23,34 +26,30 @@ for n in $(seq 1 "$count"); do files+=("$stream/$n.m4s"); done
 bytes=$(( 900 + count * segment_mib * 1048576 ))
 echo "stream: $count segments, $bytes bytes"
 
-now() { date +%s.%N; }
+# Prints "wall_s user_s sys_s max_rss_kb". Each run starts with no dirty pages of the last.
 run_cat() {
-  rm -f "$work/cat.out"
-  local start end
-  start=$(now); cat "${files[@]}" > "$work/cat.out"; end=$(now)
-  echo "$end - $start" | bc -l
+  rm -f "$work/cat.out"; sync
+  /usr/bin/time -f "%e %U %S %M" -o "$work/time" cat "${files[@]}" > "$work/cat.out"
+  cat "$work/time"
 }
 run_chunk() {
-  rm -rf "$work/publish"
-  "$bin" "$work/package" v_1080 "$work/publish"
+  rm -rf "$work/publish"; sync
+  /usr/bin/time -f "%e %U %S %M" -o "$work/time" "$bin" "$work/package" v_1080 "$work/publish" > /dev/null
+  cat "$work/time"
 }
 
-run_cat > /dev/null  # warm the page cache for both
-best_cat=""
-best_chunk=""
-max_rss=0
-for round in 1 2 3; do
-  c=$(run_cat)
-  line=$(run_chunk)
-  k=$(sed -E 's/.*chunk_s=([0-9.]+).*/\1/' <<<"$line")
-  rss=$(sed -E 's/.*max_rss_kb=([0-9]+).*/\1/' <<<"$line")
-  echo "round $round: cat_s=$c $line"
-  [ -z "$best_cat" ] || [ "$(echo "$c < $best_cat" | bc -l)" = 1 ] && best_cat=$c
-  [ -z "$best_chunk" ] || [ "$(echo "$k < $best_chunk" | bc -l)" = 1 ] && best_chunk=$k
-  [ "$rss" -gt "$max_rss" ] && max_rss=$rss
+run_cat > /dev/null  # the same warm page cache for both
+best_cat=999999; best_chunk=999999; max_rss=0
+for round in $(seq 1 "$rounds"); do
+  read -r cw cu cs cm < <(run_cat)
+  read -r kw ku ks km < <(run_chunk)
+  echo "round $round: cat wall_s=$cw cpu_s=$(echo "$cu + $cs" | bc) | chunk wall_s=$kw cpu_s=$(echo "$ku + $ks" | bc) max_rss_kb=$km"
+  [ "$(echo "$cw < $best_cat" | bc)" = 1 ] && best_cat=$cw
+  [ "$(echo "$kw < $best_chunk" | bc)" = 1 ] && best_chunk=$kw
+  [ "$km" -gt "$max_rss" ] && max_rss=$km
 done
 cat_rate=$(echo "$bytes / $best_cat / 1048576" | bc -l)
 chunk_rate=$(echo "$bytes / $best_chunk / 1048576" | bc -l)
-printf 'cat_MiB_s=%.1f chunk_MiB_s=%.1f max_rss_MiB=%.1f\n' "$cat_rate" "$chunk_rate" "$(echo "$max_rss / 1024" | bc -l)"
+printf 'cat_MiB_s=%.0f chunk_MiB_s=%.0f max_rss_MiB=%.1f\n' "$cat_rate" "$chunk_rate" "$(echo "$max_rss / 1024" | bc -l)"
 printf 'throughput_ratio_vs_cat=%.3f (target >= 0.8) rss_under_32MiB=%s\n' \
   "$(echo "$chunk_rate / $cat_rate" | bc -l)" "$([ "$max_rss" -lt 32768 ] && echo yes || echo no)"

@@ -105,6 +105,17 @@ TEST(VideoCommand, GroupOfPicturesAndTheFilterList) {
     EXPECT_FALSE(filtersListZscale(" ... scale V->V zscale\nzscale\n"));
 }
 
+TEST(SoftwareEncoder, SpeedsAreReadLenientlyAndKeepH264High) {
+    EXPECT_EQ(encodingSpeedFromSettings(Json{{"encodingSpeed", "quality"}}), EncodingSpeed::quality);
+    EXPECT_EQ(encodingSpeedFromSettings(Json{{"encodingSpeed", "fast"}, {"other", 1}}), EncodingSpeed::fast);
+    EXPECT_EQ(encodingSpeedFromSettings(Json{{"encodingSpeed", "ludicrous"}}), EncodingSpeed::balanced);
+    EXPECT_EQ(encodingSpeedFromSettings(Json{{"encodingSpeed", 3}}), EncodingSpeed::balanced);
+    EXPECT_EQ(encodingSpeedFromSettings(Json::array()), EncodingSpeed::balanced);
+    // x264's ultrafast writes Constrained Baseline whatever the profile asks for.
+    for (auto speed : {EncodingSpeed::fast, EncodingSpeed::balanced, EncodingSpeed::quality})
+        EXPECT_STRNE(SoftwareEncoder::x264Preset(speed), "ultrafast");
+}
+
 // Keyframe times of a file's picture, from ffprobe.
 std::vector<double> keyframeTimes(const Tools& tools, const std::filesystem::path& file) {
     auto output = ToolRunner::run("ffprobe", tools.ffprobe,
@@ -142,6 +153,34 @@ TEST(VideoCommand, EveryRungHasKeyframesOnTheGridOnlyAndEncodesThePictureNotTheC
         EXPECT_NEAR(encoded.durationSeconds, 13, 0.1) << output.rung.id;
         EXPECT_EQ(encoded.width, 320);
     }
+}
+
+// A real PQ source with HDR10 metadata: the HEVC rung keeps the transfer and the
+// mastering data, the H.264 rung is tone-mapped to BT.709.
+TEST(VideoCommand, HDRSourceKeepsItsMetadataInHEVCAndToneMapsH264) {
+    testing::ClipFolder clips;
+    auto tools = Tools::locate();
+    auto source = clips.make(
+        "pq.mp4", testing::lavfiVideo(320, 180, 1) +
+                      " -vf 'zscale=tin=bt709:min=bt709:pin=bt709:rin=tv:t=smpte2084:m=bt2020nc:p=bt2020:r=tv:npl=100,"
+                      "format=yuv420p10le' -c:v libx265 -preset ultrafast -profile:v main10 -tag:v hvc1"
+                      " -color_primaries bt2020 -color_trc smpte2084 -colorspace bt2020nc -x265-params '"
+                      "log-level=error:hdr10=1:master-display=G(13250,34500)B(7500,3000)R(34000,16000)"
+                      "WP(15635,16450)L(10000000,50):max-cll=1000,400'");
+    auto info = inspectFile(tools, source);
+    ASSERT_EQ(info.hdr, HDRTransfer::pq);
+    auto mastering = readHDRMasteringMetadata(tools, source);
+    EXPECT_EQ(mastering.masterDisplay, "G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,50)");
+    EXPECT_EQ(mastering.maxCll, "1000,400");
+
+    checkToneMapping(tools);
+    std::vector<Rung> rungs{{"hdr", 180, VideoCodec::hevc, 400, 600}, {"sdr", 180, VideoCodec::h264, 400, 600}};
+    auto command = VideoCommand::make(source, info, rungs, SoftwareEncoder(EncodingSpeed::fast), 6, clips.path(), mastering);
+    auto outputs = encodeVideo(tools, command, {});
+    EXPECT_EQ(readHDRMasteringMetadata(tools, outputs[0].file), mastering);
+    EXPECT_EQ(inspectFile(tools, outputs[0].file).hdr, HDRTransfer::pq);
+    EXPECT_EQ(inspectFile(tools, outputs[1].file).hdr, std::nullopt);
+    EXPECT_EQ(readHDRMasteringMetadata(tools, outputs[1].file), HDRMasteringMetadata{});
 }
 
 }  // namespace

@@ -1,0 +1,95 @@
+#include <cstdlib>
+#include <iostream>
+
+#include <fmt/format.h>
+
+#include "cli/Commands.hpp"
+#include "cli/Terminal.hpp"
+#include "core/base/Files.hpp"
+#include "core/base/Json.hpp"
+#include "core/base/Text.hpp"
+#include "core/base/VorlenError.hpp"
+#include "core/publish/Publisher.hpp"
+#include "core/publish/SoftwareEncoder.hpp"
+
+namespace vorlen::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// This computer's choice, from its settings file; balanced when it says nothing.
+EncodingSpeed settingsEncodingSpeed() {
+    const char* config = std::getenv("XDG_CONFIG_HOME");
+    const char* home = std::getenv("HOME");
+    fs::path folder = config && *config ? fs::path(config) : fs::path(home ? home : "") / ".config";
+    try {
+        return encodingSpeedFromSettings(decodeJson(readFile(folder / "vorlen" / "settings.json")));
+    } catch (const std::exception&) {
+        return EncodingSpeed::balanced;
+    }
+}
+
+// Moves the finished folder to its place, across file systems if need be.
+void moveFolder(const fs::path& from, const fs::path& to) {
+    std::error_code error;
+    fs::rename(from, to, error);
+    if (!error) return;
+    fs::copy(from, to, fs::copy_options::recursive);
+}
+
+}  // namespace
+
+void registerBuildCommand(CommandRegistry& registry) {
+    struct Options {
+        std::string file;
+        std::string out;
+        std::optional<std::string> title;
+        std::string loudness = "original";
+        std::optional<std::string> speed;
+    };
+    auto options = std::make_shared<Options>();
+    auto* command = registry.app.add_subcommand(
+        "build", "Encode and package a video into a folder that is ready to upload.");
+    command->add_option("FILE", options->file, "the source video file")->required();
+    command->add_option("--out", options->out, "the folder to make (absent or empty)")->required();
+    command->add_option("--title", options->title, "the video's title (default: from the file name)");
+    command->add_option("--loudness", options->loudness, "audio loudness: original, web or broadcast")
+        ->check(CLI::IsMember({"original", "web", "broadcast"}));
+    command->add_option("--speed", options->speed, "encoding speed: fast, balanced or quality (default: this computer's setting)")
+        ->check(CLI::IsMember({"fast", "balanced", "quality"}));
+    registry.add(command, [options] {
+        fs::path out = options->out;
+        if (fs::exists(out) && !(fs::is_directory(out) && fs::is_empty(out)))
+            throw VorlenError::config(fmt::format("“{}” already exists and is not an empty folder", out.string()));
+
+        auto speed = options->speed ? *encodingSpeedFromRawValue(*options->speed) : settingsEncodingSpeed();
+        Publisher publisher;
+        publisher.tools = Tools::locate();
+        publisher.encoder = std::make_shared<SoftwareEncoder>(speed);
+        publisher.workRoot = defaultWorkRoot();
+        auto loudness = *audioLoudnessFromRawValue(options->loudness);
+        ProgressPrinter printer;
+        runInterruptibly([&] {
+            auto inspection = publisher.inspect(options->file);
+            VideoDetails details(options->title ? *options->title : trimmed(inspection.suggestedTitle), std::nullopt,
+                                 std::nullopt, VideoVisibility::publicVideo);
+            std::shared_ptr<BuiltFolder> built;
+            try {
+                built = publisher.build(inspection, details, loudness, std::nullopt, std::ref(printer));
+            } catch (...) {
+                printer.finish();
+                throw;
+            }
+            printer.finish();
+            if (fs::exists(out)) fs::remove(out);
+            fs::create_directories(fs::absolute(out).parent_path());
+            moveFolder(built->directory(), out);
+            std::cout << fmt::format("Built “{}”: {} files, {} bytes, in {}\n", details.title(),
+                                     built->allFiles().size(), built->byteCount(), out.string());
+        });
+        return 0;
+    });
+}
+
+}  // namespace vorlen::cli

@@ -1,0 +1,83 @@
+#include "cli/Terminal.hpp"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <thread>
+
+#include <fmt/format.h>
+
+#include "core/base/Task.hpp"
+
+namespace vorlen::cli {
+
+void runInterruptibly(const std::function<void()>& work) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigset_t previous;
+    // Blocked before any task starts, so only the waiter below takes them.
+    pthread_sigmask(SIG_BLOCK, &signals, &previous);
+    {
+        auto task = Task<void>::spawn(work);
+        std::thread waiter([&] {
+            int received = 0;
+            sigwait(&signals, &received);
+            if (received == SIGINT || received == SIGTERM) task.cancel();
+        });
+        try {
+            task.value();
+        } catch (...) {
+            // Wake the waiter with a signal of its own kind, then let it go.
+            pthread_kill(waiter.native_handle(), SIGTERM);
+            waiter.join();
+            pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+            throw;
+        }
+        pthread_kill(waiter.native_handle(), SIGTERM);
+        waiter.join();
+    }
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+}
+
+std::string clockText(double seconds) {
+    auto total = static_cast<long long>(std::llround(std::max(0.0, seconds)));
+    if (total >= 3600) return fmt::format("{}:{:02}:{:02}", total / 3600, total / 60 % 60, total % 60);
+    return fmt::format("{}:{:02}", total / 60, total % 60);
+}
+
+std::string progressLine(const PublishProgress& progress) {
+    std::string line = fmt::format("{:<10} {:3.0f}%", displayName(progress.stage), progress.stageFraction * 100);
+    if (progress.stageETA) line += fmt::format("  {} left", clockText(*progress.stageETA));
+    if (progress.encodeSpeed) line += fmt::format("  {:.2f}× realtime", *progress.encodeSpeed);
+    return line;
+}
+
+ProgressPrinter::ProgressPrinter() : terminal_(::isatty(STDERR_FILENO) == 1) {}
+
+void ProgressPrinter::operator()(const PublishProgress& progress) {
+    auto line = progressLine(progress);
+    if (terminal_) {
+        std::string padding(lastLength_ > line.size() ? lastLength_ - line.size() : 0, ' ');
+        std::fprintf(stderr, "\r%s%s", line.c_str(), padding.c_str());
+        std::fflush(stderr);
+        lastLength_ = line.size();
+        return;
+    }
+    int tenth = static_cast<int>(progress.stageFraction * 10);
+    int stage = static_cast<int>(progress.stage);
+    if (tenth == lastTenth_ && stage == lastStage_) return;
+    lastTenth_ = tenth;
+    lastStage_ = stage;
+    std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+void ProgressPrinter::finish() {
+    if (terminal_ && lastLength_ > 0) std::fprintf(stderr, "\n");
+    lastLength_ = 0;
+}
+
+}  // namespace vorlen::cli

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "core/publish/PublishProgress.hpp"
+
+namespace vorlen::cli {
+
+// Runs work on a task that Ctrl-C (SIGINT) or SIGTERM cancels; rethrows its
+// failure, so an interrupted job ends in Cancelled after its clean-up.
+void runInterruptibly(const std::function<void()>& work);
+
+// "encoding  42%  1:05 left  1.8× realtime"
+std::string progressLine(const PublishProgress& progress);
+
+// "1:05", "1:02:03"
+std::string clockText(double seconds);
+
+// Writes progress to standard error: one rewritten line on a terminal, else a
+// line per stage and per tenth.
+class ProgressPrinter {
+public:
+    ProgressPrinter();
+    void operator()(const PublishProgress& progress);
+    // Ends the rewritten line.
+    void finish();
+
+private:
+    bool terminal_;
+    int lastTenth_ = -1;
+    int lastStage_ = -1;
+    std::size_t lastLength_ = 0;
+};
+
+}  // namespace vorlen::cli

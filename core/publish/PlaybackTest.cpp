@@ -1,0 +1,98 @@
+// A built folder must play in a real player: Shaka Player in headless Chromium
+// over a loopback server that answers byte ranges, and ffmpeg over HTTP.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sstream>
+
+#include "core/base/Files.hpp"
+#include "core/base/Json.hpp"
+#include "core/publish/Packager.hpp"
+#include "core/publish/PackagedFiles.hpp"
+#include "core/publish/ToolRunner.hpp"
+
+namespace vorlen {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::optional<fs::path> findInPath(const std::string& name) {
+    const char* path = std::getenv("PATH");
+    std::istringstream entries(path ? path : "");
+    std::string directory;
+    while (std::getline(entries, directory, ':')) {
+        if (!directory.empty() && fs::is_regular_file(fs::path(directory) / name)) return fs::path(directory) / name;
+    }
+    return std::nullopt;
+}
+
+TEST(PlaybackTest, AChunkedFolderPlaysInShakaPlayerAndDecodesInFFmpeg) {
+    fs::path chromium = std::getenv("VORLEN_CHROMIUM") ? std::getenv("VORLEN_CHROMIUM") : "/usr/bin/chromium";
+    if (!fs::exists(chromium)) GTEST_SKIP() << "no Chromium at " << chromium << " to play the folder in";
+    auto node = findInPath("node");
+    ASSERT_TRUE(node) << "node is needed to drive the player";
+    auto tools = Tools::locate();
+
+    fs::path work = makeUniqueDirectory(fs::temp_directory_path(), "playback-test-");
+    DirectoryRemover remover(work);
+    auto encode = work / "encode";
+    fs::create_directories(encode);
+
+    // Two small H.264 rungs, one HEVC rung that Chromium cannot decode, and AAC stereo;
+    // keyframes on the 6 s grid, 14 s: three segments each.
+    const std::vector<std::string> keyframes{"-g", "180", "-keyint_min", "180", "-sc_threshold", "0",
+                                             "-force_key_frames", "expr:gte(t,n_forced*6)"};
+    std::vector<std::string> args{"-v", "error", "-f", "lavfi", "-i", "testsrc2=size=320x180:rate=30:duration=14",
+                                  "-f", "lavfi", "-i", "sine=frequency=440:sample_rate=48000:duration=14",
+                                  "-filter_complex", "[0:v]split=3[a][b][c];[b]scale=192:108[small];[c]format=yuv420p10le[hdr]"};
+    auto addVideo = [&](const char* label, const char* rate, const fs::path& file) {
+        args.insert(args.end(), {"-map", label, "-c:v", "libx264", "-preset", "veryfast", "-profile:v", "high",
+                                 "-b:v", rate});
+        args.insert(args.end(), keyframes.begin(), keyframes.end());
+        args.insert(args.end(), {"-an", file.string()});
+    };
+    addVideo("[a]", "400k", encode / "180.mp4");
+    addVideo("[small]", "150k", encode / "108.mp4");
+    args.insert(args.end(), {"-map", "[hdr]", "-c:v", "libx265", "-preset", "ultrafast", "-profile:v", "main10",
+                             "-tag:v", "hvc1", "-b:v", "300k", "-x265-params",
+                             "log-level=error:keyint=180:min-keyint=180:scenecut=0:open-gop=0",
+                             "-force_key_frames", "expr:gte(t,n_forced*6)", "-an", (encode / "180hevc.mp4").string()});
+    args.insert(args.end(), {"-map", "1:a", "-c:a", "aac", "-b:a", "96k", "-ac", "2", (encode / "stereo.mp4").string()});
+    ToolRunner::run("ffmpeg", tools.ffmpeg, args);
+
+    Rung top, small, hevc;
+    top.id = "180";
+    small.id = "108";
+    hevc.id = "180hevc";
+    hevc.codec = VideoCodec::hevc;
+    AudioRendition stereo;
+    stereo.name = "stereo";
+    stereo.channels = 2;
+    PackageInputs inputs{{EncodedRung{hevc, encode / "180hevc.mp4"}, EncodedRung{top, encode / "180.mp4"},
+                          EncodedRung{small, encode / "108.mp4"}},
+                         {EncodedAudio{stereo, encode / "stereo.mp4"}}};
+    auto streams = Packager::package(inputs, tools, work / "package", 6);
+    // Small chunks, so that playback crosses from one chunk file to the next.
+    auto files = assemble(streams, work / "package", work / "publish", 120'000);
+    EXPECT_GT(files.media.size(), streams.size()) << "some stream spans several chunks";
+
+    auto output = ToolRunner::run("node", *node, {fs::path(VORLEN_SOURCE_DIR) / "testing/player/play.mjs",
+                                                  (work / "publish").string(), tools.ffmpeg.string()});
+    auto report = decodeJson(output.standardOutput);
+    for (const char* manifest : {"hls", "dash"}) {
+        SCOPED_TRACE(manifest);
+        const auto& result = report[manifest];
+        EXPECT_EQ(result["errors"], Json::array());
+        EXPECT_GT(result["currentTime"].get<double>(), 2.0);
+        EXPECT_GT(result["audioBytes"].get<double>(), 0) << "audio was decoded";
+        EXPECT_EQ(result["audioCodec"], "mp4a.40.2");
+        EXPECT_EQ(result["videoCodec"].get<std::string>().substr(0, 4), "avc1") << "HEVC gave way to H.264";
+        EXPECT_GT(result["ranged"].get<int>(), 0) << "segments came as byte ranges answered with 206";
+    }
+    EXPECT_EQ(report["ffmpeg"]["code"], 0) << report["ffmpeg"]["stderr"];
+    EXPECT_EQ(report["ffmpeg"]["stderr"], "");
+    EXPECT_GT(report["ffmpeg"]["ranged"].get<int>(), 0);
+}
+
+}  // namespace
+}  // namespace vorlen

@@ -1,0 +1,169 @@
+#include "core/publish/Publisher.hpp"
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+
+#include <fmt/format.h>
+
+#include "core/base/Clock.hpp"
+#include "core/base/Files.hpp"
+#include "core/base/Random.hpp"
+#include "core/base/Task.hpp"
+#include "core/base/VorlenError.hpp"
+#include "core/publish/AudioEncoder.hpp"
+#include "core/publish/EncodeMeter.hpp"
+#include "core/publish/PackagedFiles.hpp"
+#include "core/publish/Packager.hpp"
+#include "core/publish/VideoCommand.hpp"
+
+namespace vorlen {
+
+namespace fs = std::filesystem;
+
+fs::path defaultWorkRoot() {
+    const char* tmp = std::getenv("TMPDIR");
+    return fs::path(tmp && *tmp ? tmp : "/tmp") / "vorlen";
+}
+
+fs::path workDirectoryPath(const fs::path& workRoot, const std::string& name) {
+    auto milliseconds =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch());
+    return workRoot / fmt::format("{}-{}-{}", name, milliseconds.count(), randomString(8, "0123456789ABCDEF"));
+}
+
+Inspection Publisher::inspect(const fs::path& source) const { return vorlen::inspect(tools, *encoder, source); }
+
+namespace {
+
+// The tallest rung of those that pass the filter; the first of equal heights.
+const EncodedRung* tallest(const std::vector<EncodedRung>& rungs, bool h264Only) {
+    const EncodedRung* best = nullptr;
+    for (const auto& rung : rungs) {
+        if (h264Only && rung.rung.codec != VideoCodec::h264) continue;
+        if (!best || rung.rung.height > best->rung.height) best = &rung;
+    }
+    return best;
+}
+
+std::uint64_t sizeOfFiles(const fs::path& folder, const std::vector<std::string>& files) {
+    std::uint64_t total = 0;
+    for (const auto& file : files) total += fs::file_size(folder / file);
+    return total;
+}
+
+}  // namespace
+
+std::shared_ptr<BuiltFolder> Publisher::build(const Inspection& inspection, const VideoDetails& details,
+                                              AudioLoudness audioLoudness, std::optional<SystemTime> created,
+                                              const ProgressHandler& onProgress) const {
+    auto report = [&](const PublishProgress& progress) {
+        if (onProgress) onProgress(progress);
+    };
+    auto reportStage = [&](PublishProgress::Stage stage, double fraction) {
+        PublishProgress progress;
+        progress.stage = stage;
+        progress.stageFraction = fraction;
+        progress.uploadTotalBytes = inspection.estimatedBytes;
+        report(progress);
+    };
+
+    checkCancellation();
+    WorkDirectory work{workDirectoryPath(workRoot, inspection.suggestedName)};
+    DirectoryRemover remover(work.url);
+    auto encodeDirectory = work.url / "intermediate" / "encode";
+    auto packageDirectory = work.url / "intermediate" / "package";
+    auto publishDirectory = work.url / "publish";
+    fs::create_directories(encodeDirectory);
+    fs::create_directories(packageDirectory);
+    fs::create_directories(publishDirectory);
+
+    checkCancellation();
+    const auto& info = inspection.info;
+    if (needsToneMapping(info, inspection.ladder)) checkToneMapping(tools);
+    HDRMasteringMetadata mastering;
+    bool keepsHDR = false;
+    for (const auto& rung : inspection.ladder) keepsHDR = keepsHDR || (info.hdr && rung.codec == VideoCodec::hevc);
+    if (keepsHDR) mastering = readHDRMasteringMetadata(tools, inspection.source);
+
+    // Encoding: one command for every rung beside the audio renditions in turn.
+    checkCancellation();
+    auto command =
+        VideoCommand::make(inspection.source, info, inspection.ladder, *encoder, segmentSeconds, encodeDirectory, mastering);
+    EncodeMeter meter(inspection.audio.size());
+    std::vector<EncodedRung> videos;
+    std::vector<EncodedAudio> audios;
+    reportStage(PublishProgress::Stage::encoding, 0);
+    {
+        auto began = BootClock::now();
+        auto ticker = Task<void>::spawn([&] {
+            EncodingProgressReporter reporter(info.durationSeconds, inspection.estimatedBytes, expectedUploadRate);
+            for (;;) {
+                sleepFor(std::chrono::milliseconds(250));
+                report(reporter.report(meter.state(), secondsBetween(began, BootClock::now())));
+            }
+        });
+        TaskGroup<void> group;
+        group.spawn([&] {
+            videos = encodeVideo(tools, command, [&](double seconds) { meter.setVideoSeconds(seconds); });
+        });
+        if (!inspection.audio.empty()) {
+            group.spawn([&] {
+                AudioSource source{inspection.source, *info.audio, info.durationSeconds};
+                for (std::size_t i = 0; i < inspection.audio.size(); ++i) {
+                    checkCancellation();
+                    audios.push_back(encodeAudio(tools, source, inspection.audio[i], audioLoudness, encodeDirectory,
+                                                 [&meter, i](double fraction) { meter.setAudioFraction(i, fraction); }));
+                }
+            });
+        }
+        group.waitAll();
+    }
+
+    checkCancellation();
+    if (!tallest(videos, true)) throw VorlenError::source("the ladder has no H.264 rendition for the poster");
+    const EncodedRung& top = *tallest(videos, false);
+
+    // Packaging, and the picture size of the top rendition beside it.
+    reportStage(PublishProgress::Stage::packaging, 0);
+    PackagedFiles packaged;
+    PixelSize size;
+    {
+        TaskGroup<void> group;
+        group.spawn([&] {
+            auto streams = Packager::package({videos, audios}, tools, packageDirectory, segmentSeconds);
+            checkCancellation();
+            packaged = assemble(streams, packageDirectory, publishDirectory, maxChunkBytes);
+        });
+        group.spawn([&] {
+            auto picture = inspectFile(tools, top.file);
+            size = {picture.width, picture.height};
+        });
+        group.waitAll();
+    }
+    reportStage(PublishProgress::Stage::packaging, 1.0);
+
+    checkCancellation();
+    auto now = wallNow();
+    VideoMetadata metadata{
+        .details = details,
+        .poster = std::nullopt,
+        .duration = std::round(info.durationSeconds * 1000) / 1000,
+        .size = size,
+        .created = created.value_or(now),
+        .updated = now,
+        .audio = inspection.audio.empty() ? VideoAudio(NoAudioTrack{}) : VideoAudio(AudioTrack{audioLoudness}),
+        .unknownAudioLoudness = std::nullopt,
+    };
+    writeFileAtomically(publishDirectory / "video.json", metadata.encoded());
+
+    fs::remove_all(work.url / "intermediate");
+    checkCancellation();
+    Built built{packaged.media, nullptr, metadata, packaged.manifests};
+    std::uint64_t bytes = sizeOfFiles(publishDirectory, built.media) + fs::file_size(publishDirectory / "video.json") +
+                          sizeOfFiles(publishDirectory, built.manifests);
+    remover.release();
+    return std::make_shared<BuiltFolder>(std::move(built), publishDirectory, bytes, std::move(work));
+}
+
+}  // namespace vorlen
