@@ -105,11 +105,5 @@ TEST_F(PosterReviewerTest, AnAnswerMustComeFromThisVideo) {
     }
 }
 
-TEST_F(PosterReviewerTest, MaximumSizesFollowTheTopRendition) {
-    EXPECT_EQ(PosterProposal::maximumSizeFor(2160), (PixelSize{3840, 2160}));
-    EXPECT_EQ(PosterProposal::maximumSizeFor(480), (PixelSize{854, 480}));
-    EXPECT_EQ(PosterProposal::maximumSizeFor(360), (PixelSize{640, 360}));
-}
-
 }  // namespace
 }  // namespace vorlen
