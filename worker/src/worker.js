@@ -565,8 +565,8 @@ function homeHtml(site, url, entries, query) {
     const date = formatDate(entry.created);
     return `<li class="card">
 <a class="card-link" href="/${escapeHtml(prefixed(site.pagePath, entry.folder))}">
-<span class="card-poster">${poster}${duration ? `<span class="card-duration"><span class="visually-hidden">Duration </span><span aria-hidden="true">${duration}</span><span class="visually-hidden">${spokenDuration(entry.duration)}</span></span>` : ''}</span>
-<span class="card-title">${escapeHtml(entry.title)}</span>
+<span class="card-poster">${poster}${duration ? `<span class="card-duration" aria-hidden="true">${duration}</span>` : ''}</span>
+<span class="card-title">${escapeHtml(entry.title)}${duration ? `<span class="visually-hidden">, ${spokenDuration(entry.duration)}</span>` : ''}</span>
 </a>
 ${date ? `<time class="card-date" datetime="${escapeHtml(entry.created)}">${date}</time>` : ''}
 </li>`;
