@@ -631,6 +631,27 @@ function frameAncestors(embeds) {
   return "'none'";
 }
 
+// Pages that this Worker writes whole load scripts only from the bundle and media only
+// from the media host, so that a slip in escaping still runs nothing. A custom
+// template is the site's own page and may load what it likes: it gets the framing
+// rule alone.
+function contentPolicy(site, url, ancestors = "'self'") {
+  const media = originOf(url, site.mediaHost);
+  return [
+    "default-src 'self'",
+    "script-src 'self'",
+    `style-src 'self' 'unsafe-inline' https: ${media}`,
+    `font-src 'self' data: https: ${media}`,
+    `img-src 'self' data: blob: ${media}`,
+    `media-src 'self' blob: ${media}`,
+    `connect-src 'self' ${media}`,
+    "object-src 'none'",
+    "base-uri 'none'",
+    "form-action 'self'",
+    `frame-ancestors ${ancestors}`,
+  ].join('; ');
+}
+
 function htmlResponse(body, status, extraHeaders = {}) {
   return new Response(body, {
     status,
@@ -639,18 +660,10 @@ function htmlResponse(body, status, extraHeaders = {}) {
       'Cache-Control': `public, max-age=${pageCacheSeconds}`,
       'X-Content-Type-Options': 'nosniff',
       'Referrer-Policy': 'strict-origin-when-cross-origin',
-      'Content-Security-Policy': "frame-ancestors 'self'",
+      'Content-Security-Policy': "default-src 'self'; frame-ancestors 'self'",
       ...extraHeaders,
     },
   });
-}
-
-async function templateFor(site, bucket) {
-  if (site.template === 'custom') {
-    const object = await bucket.get(templateKey);
-    if (object !== null) return object.text();
-  }
-  return builtInTemplates[themeOf(site)];
 }
 
 async function videoPage(site, env, url, folder, kind) {
@@ -666,10 +679,11 @@ async function videoPage(site, env, url, folder, kind) {
   const link = pageLink(site, url, folder);
   if (kind === 'embed') {
     return htmlResponse(embedHtml(site, url, video, folder, settings, link), 200, {
-      'Content-Security-Policy': `frame-ancestors ${frameAncestors(site.embeds)}`,
+      'Content-Security-Policy': contentPolicy(site, url, frameAncestors(site.embeds)),
     });
   }
-  const template = await templateFor(site, bucket);
+  const custom = site.template === 'custom' ? await bucket.get(templateKey) : null;
+  const template = custom ? await custom.text() : builtInTemplates[themeOf(site)];
   const page = fillTemplate(template, {
     title: escapeHtml(video.title),
     head: playerHead(site, url, video, link, folder),
@@ -678,7 +692,13 @@ async function videoPage(site, env, url, folder, kind) {
     site: escapeHtml(siteName(site)),
     visibility: video.visibility,
   });
-  return htmlResponse(page, 200);
+  return htmlResponse(page, 200, {
+    'Content-Security-Policy': custom ? "frame-ancestors 'self'" : contentPolicy(site, url),
+  });
+}
+
+function notFound(site, url) {
+  return htmlResponse(notFoundHtml(site, url), 404, { 'Content-Security-Policy': contentPolicy(site, url) });
 }
 
 async function route(env, url) {
@@ -686,11 +706,11 @@ async function route(env, url) {
   const path = decodeURIComponent(url.pathname);
   const home = homePath(site);
   if (path === home || (site.pagePath && path === `/${site.pagePath}`) || (site.pagePath && path === '/')) {
-    if (!site.homePage.isPublic) return htmlResponse(notFoundHtml(site, url), 404);
+    if (!site.homePage.isPublic) return notFound(site, url);
     if (path !== home) return Response.redirect(`${originOf(url, site.pageHost)}${home}${url.search}`, 301);
     const entries = catalogEntries(await readJson(env.BUCKET, catalogKey));
     const query = (url.searchParams.get('q') ?? '').slice(0, 200);
-    return htmlResponse(homeHtml(site, url, entries, query), 200);
+    return htmlResponse(homeHtml(site, url, entries, query), 200, { 'Content-Security-Policy': contentPolicy(site, url) });
   }
   const pagePrefix = site.pagePath ? `/${site.pagePath}/` : '/';
   if (path.startsWith(pagePrefix)) {
@@ -709,7 +729,7 @@ async function route(env, url) {
       }
     }
   }
-  return htmlResponse(notFoundHtml(site, url), 404);
+  return notFound(site, url);
 }
 
 async function respond(url, env) {
