@@ -152,11 +152,15 @@ async function readJson(bucket, key) {
   }
 }
 
-function normalisedFolderPath(value) {
-  if (typeof value !== 'string') return '';
+// An absent folder path is the top; one that breaks the folder rule makes the site
+// unreadable rather than pointing the pages at another folder.
+function folderPath(value) {
+  if (value === undefined) return '';
+  if (typeof value !== 'string') throw new SiteUnavailable('unreadable');
   const trimmed = value.trim().replace(/^\/+|\/+$/g, '');
-  if (trimmed === '' || !folderPathPattern.test(trimmed) || trimmed.startsWith('_')) return '';
-  if (trimmed.split('/').some((part) => part === '.' || part === '..')) return '';
+  if (trimmed === '') return '';
+  if (!folderPathPattern.test(trimmed) || trimmed.startsWith('_')
+    || trimmed.split('/').some((part) => part === '.' || part === '..')) throw new SiteUnavailable('unreadable');
   return trimmed;
 }
 
@@ -208,8 +212,8 @@ async function readSite(bucket) {
     ? { family: fonts.hosted.family, folder: fonts.hosted.folder } : null;
 
   return {
-    path: normalisedFolderPath(file.path),
-    pagePath: normalisedFolderPath(file.page_path),
+    path: folderPath(file.path),
+    pagePath: folderPath(file.page_path),
     mediaHost,
     pageHost,
     template: pick(file.template, ['auto', 'light', 'dark', 'custom'], 'auto'),

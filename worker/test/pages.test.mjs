@@ -114,6 +114,11 @@ describe('hostile text', () => {
       assert.doesNotMatch(text, /"onmouseover="/, path);
       assert.equal(playerConfig(text).title, title, 'the configuration carries the title as data');
     }
+    await pages.put('_vorlen/site.json', siteSettings({ home_page: { public: true, title: '<script>alert(6)</script>' } }));
+    for (const path of ['/', '/harbour', '/missing']) {
+      assert.match((await pages.get(path)).text, /&lt;script&gt;alert\(6\)&lt;\/script&gt;/, path);
+      assert.doesNotMatch((await pages.get(path)).text, /<script>alert/, path);
+    }
     const { text } = await pages.get('/harbour');
     assert.match(text, /<h1 class="video-title">&quot;&gt;&lt;script&gt;alert\(1\)&lt;\/script&gt; &#39; onload=&#39;x<\/h1>/);
     assert.match(text, /\[click me\]\(javascript:alert\(3\)\)/, 'a link to a script stays visible text');
@@ -247,6 +252,8 @@ describe('site settings', () => {
       [siteSettings({ version: 2 }), /This site is being updated/],
       [siteSettings({ version: 0 }), /not ready yet/],
       [siteSettings({ media_host: 'media_host.example' }), /not ready yet/],
+      [siteSettings({ path: '_vorlen' }), /not ready yet/],
+      [siteSettings({ page_path: 'a/../b' }), /not ready yet/],
       ['{"version": 1,', /not ready yet/],
       [null, /not ready yet/],
     ];
