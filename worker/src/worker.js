@@ -400,7 +400,14 @@ function playerHead(site, url, video, link, folder) {
   meta('property', 'og:title', video.title);
   meta('property', 'og:description', summary);
   meta('property', 'og:url', link);
-  meta('name', 'twitter:card', poster ? 'summary_large_image' : 'summary');
+  // A player card plays in the feed, which needs the embed to be open to every site.
+  const playerCard = poster && site.embeds.sites === 'any';
+  meta('name', 'twitter:card', playerCard ? 'player' : poster ? 'summary_large_image' : 'summary');
+  if (playerCard) {
+    meta('name', 'twitter:player', `${link}/embed`);
+    meta('name', 'twitter:player:width', String(video.width ?? 1280));
+    meta('name', 'twitter:player:height', String(video.height ?? 720));
+  }
   meta('name', 'twitter:title', video.title);
   meta('name', 'twitter:description', summary);
   if (poster) {

@@ -165,6 +165,10 @@ describe('embed', () => {
     }
     const page = await pages.get('/harbour');
     assert.equal(ancestors(page.headers), "frame-ancestors 'self'", 'the full page is not for framing');
+    assert.match(page.text, /<meta name="twitter:card" content="summary_large_image">/, 'a closed embed makes no player card');
+    await pages.put('_vorlen/site.json', siteSettings({ embeds: { sites: 'any' } }));
+    const open = await pages.get('/harbour');
+    assert.match(open.text, /<meta name="twitter:card" content="player">\n<meta name="twitter:player" content="https:\/\/watch\.example\.com\/harbour\/embed">/);
   });
 });
 
