@@ -589,8 +589,8 @@ ${date ? `<time class="card-date" datetime="${escapeHtml(entry.created)}">${date
 </form>` : '';
   let status;
   if (entries.length === 0) status = '<p class="empty">No videos yet.</p>';
-  else if (shown.length === 0) status = `<p class="empty" role="status">No videos match “${escapeHtml(query.trim())}”.</p>`;
-  else if (terms.length) status = `<p class="result-count" role="status">${shown.length} ${shown.length === 1 ? 'video matches' : 'videos match'} “${escapeHtml(query.trim())}”.</p>`;
+  else if (shown.length === 0) status = `<p class="empty" role="status">No videos match “${escapeHtml(query.trim())}”. <a href="${homePath(site)}">Show all videos</a></p>`;
+  else if (terms.length) status = `<p class="result-count" role="status">${shown.length} ${shown.length === 1 ? 'video matches' : 'videos match'} “${escapeHtml(query.trim())}”. <a href="${homePath(site)}">Show all videos</a></p>`;
   else status = '';
   const count = entries.length === 1 ? '1 video' : `${entries.length} videos`;
   return layoutPage({
