@@ -152,11 +152,15 @@ async function readJson(bucket, key) {
   }
 }
 
-function normalisedFolderPath(value) {
-  if (typeof value !== 'string') return '';
+// An absent folder path is the top; one that breaks the folder rule makes the site
+// unreadable rather than pointing the pages at another folder.
+function folderPath(value) {
+  if (value === undefined) return '';
+  if (typeof value !== 'string') throw new SiteUnavailable('unreadable');
   const trimmed = value.trim().replace(/^\/+|\/+$/g, '');
-  if (trimmed === '' || !folderPathPattern.test(trimmed) || trimmed.startsWith('_')) return '';
-  if (trimmed.split('/').some((part) => part === '.' || part === '..')) return '';
+  if (trimmed === '') return '';
+  if (!folderPathPattern.test(trimmed) || trimmed.startsWith('_')
+    || trimmed.split('/').some((part) => part === '.' || part === '..')) throw new SiteUnavailable('unreadable');
   return trimmed;
 }
 
@@ -208,8 +212,8 @@ async function readSite(bucket) {
     ? { family: fonts.hosted.family, folder: fonts.hosted.folder } : null;
 
   return {
-    path: normalisedFolderPath(file.path),
-    pagePath: normalisedFolderPath(file.page_path),
+    path: folderPath(file.path),
+    pagePath: folderPath(file.page_path),
     mediaHost,
     pageHost,
     template: pick(file.template, ['auto', 'light', 'dark', 'custom'], 'auto'),
@@ -396,7 +400,14 @@ function playerHead(site, url, video, link, folder) {
   meta('property', 'og:title', video.title);
   meta('property', 'og:description', summary);
   meta('property', 'og:url', link);
-  meta('name', 'twitter:card', poster ? 'summary_large_image' : 'summary');
+  // A player card plays in the feed, which needs the embed to be open to every site.
+  const playerCard = poster && site.embeds.sites === 'any';
+  meta('name', 'twitter:card', playerCard ? 'player' : poster ? 'summary_large_image' : 'summary');
+  if (playerCard) {
+    meta('name', 'twitter:player', `${link}/embed`);
+    meta('name', 'twitter:player:width', String(video.width ?? 1280));
+    meta('name', 'twitter:player:height', String(video.height ?? 720));
+  }
   meta('name', 'twitter:title', video.title);
   meta('name', 'twitter:description', summary);
   if (poster) {
@@ -565,8 +576,8 @@ function homeHtml(site, url, entries, query) {
     const date = formatDate(entry.created);
     return `<li class="card">
 <a class="card-link" href="/${escapeHtml(prefixed(site.pagePath, entry.folder))}">
-<span class="card-poster">${poster}${duration ? `<span class="card-duration"><span class="visually-hidden">Duration </span><span aria-hidden="true">${duration}</span><span class="visually-hidden">${spokenDuration(entry.duration)}</span></span>` : ''}</span>
-<span class="card-title">${escapeHtml(entry.title)}</span>
+<span class="card-poster">${poster}${duration ? `<span class="card-duration" aria-hidden="true">${duration}</span>` : ''}</span>
+<span class="card-title">${escapeHtml(entry.title)}${duration ? `<span class="visually-hidden">, ${spokenDuration(entry.duration)}</span>` : ''}</span>
 </a>
 ${date ? `<time class="card-date" datetime="${escapeHtml(entry.created)}">${date}</time>` : ''}
 </li>`;
@@ -578,8 +589,8 @@ ${date ? `<time class="card-date" datetime="${escapeHtml(entry.created)}">${date
 </form>` : '';
   let status;
   if (entries.length === 0) status = '<p class="empty">No videos yet.</p>';
-  else if (shown.length === 0) status = `<p class="empty" role="status">No videos match “${escapeHtml(query.trim())}”.</p>`;
-  else if (terms.length) status = `<p class="result-count" role="status">${shown.length} ${shown.length === 1 ? 'video matches' : 'videos match'} “${escapeHtml(query.trim())}”.</p>`;
+  else if (shown.length === 0) status = `<p class="empty" role="status">No videos match “${escapeHtml(query.trim())}”. <a href="${homePath(site)}">Show all videos</a></p>`;
+  else if (terms.length) status = `<p class="result-count" role="status">${shown.length} ${shown.length === 1 ? 'video matches' : 'videos match'} “${escapeHtml(query.trim())}”. <a href="${homePath(site)}">Show all videos</a></p>`;
   else status = '';
   const count = entries.length === 1 ? '1 video' : `${entries.length} videos`;
   return layoutPage({
@@ -631,6 +642,27 @@ function frameAncestors(embeds) {
   return "'none'";
 }
 
+// Pages that this Worker writes whole load scripts only from the bundle and media only
+// from the media host, so that a slip in escaping still runs nothing. A custom
+// template is the site's own page and may load what it likes: it gets the framing
+// rule alone.
+function contentPolicy(site, url, ancestors = "'self'") {
+  const media = originOf(url, site.mediaHost);
+  return [
+    "default-src 'self'",
+    "script-src 'self'",
+    `style-src 'self' 'unsafe-inline' https: ${media}`,
+    `font-src 'self' data: https: ${media}`,
+    `img-src 'self' data: blob: ${media}`,
+    `media-src 'self' blob: ${media}`,
+    `connect-src 'self' ${media}`,
+    "object-src 'none'",
+    "base-uri 'none'",
+    "form-action 'self'",
+    `frame-ancestors ${ancestors}`,
+  ].join('; ');
+}
+
 function htmlResponse(body, status, extraHeaders = {}) {
   return new Response(body, {
     status,
@@ -639,18 +671,10 @@ function htmlResponse(body, status, extraHeaders = {}) {
       'Cache-Control': `public, max-age=${pageCacheSeconds}`,
       'X-Content-Type-Options': 'nosniff',
       'Referrer-Policy': 'strict-origin-when-cross-origin',
-      'Content-Security-Policy': "frame-ancestors 'self'",
+      'Content-Security-Policy': "default-src 'self'; frame-ancestors 'self'",
       ...extraHeaders,
     },
   });
-}
-
-async function templateFor(site, bucket) {
-  if (site.template === 'custom') {
-    const object = await bucket.get(templateKey);
-    if (object !== null) return object.text();
-  }
-  return builtInTemplates[themeOf(site)];
 }
 
 async function videoPage(site, env, url, folder, kind) {
@@ -666,10 +690,11 @@ async function videoPage(site, env, url, folder, kind) {
   const link = pageLink(site, url, folder);
   if (kind === 'embed') {
     return htmlResponse(embedHtml(site, url, video, folder, settings, link), 200, {
-      'Content-Security-Policy': `frame-ancestors ${frameAncestors(site.embeds)}`,
+      'Content-Security-Policy': contentPolicy(site, url, frameAncestors(site.embeds)),
     });
   }
-  const template = await templateFor(site, bucket);
+  const custom = site.template === 'custom' ? await bucket.get(templateKey) : null;
+  const template = custom ? await custom.text() : builtInTemplates[themeOf(site)];
   const page = fillTemplate(template, {
     title: escapeHtml(video.title),
     head: playerHead(site, url, video, link, folder),
@@ -678,7 +703,13 @@ async function videoPage(site, env, url, folder, kind) {
     site: escapeHtml(siteName(site)),
     visibility: video.visibility,
   });
-  return htmlResponse(page, 200);
+  return htmlResponse(page, 200, {
+    'Content-Security-Policy': custom ? "frame-ancestors 'self'" : contentPolicy(site, url),
+  });
+}
+
+function notFound(site, url) {
+  return htmlResponse(notFoundHtml(site, url), 404, { 'Content-Security-Policy': contentPolicy(site, url) });
 }
 
 async function route(env, url) {
@@ -686,11 +717,11 @@ async function route(env, url) {
   const path = decodeURIComponent(url.pathname);
   const home = homePath(site);
   if (path === home || (site.pagePath && path === `/${site.pagePath}`) || (site.pagePath && path === '/')) {
-    if (!site.homePage.isPublic) return htmlResponse(notFoundHtml(site, url), 404);
+    if (!site.homePage.isPublic) return notFound(site, url);
     if (path !== home) return Response.redirect(`${originOf(url, site.pageHost)}${home}${url.search}`, 301);
     const entries = catalogEntries(await readJson(env.BUCKET, catalogKey));
     const query = (url.searchParams.get('q') ?? '').slice(0, 200);
-    return htmlResponse(homeHtml(site, url, entries, query), 200);
+    return htmlResponse(homeHtml(site, url, entries, query), 200, { 'Content-Security-Policy': contentPolicy(site, url) });
   }
   const pagePrefix = site.pagePath ? `/${site.pagePath}/` : '/';
   if (path.startsWith(pagePrefix)) {
@@ -709,7 +740,7 @@ async function route(env, url) {
       }
     }
   }
-  return htmlResponse(notFoundHtml(site, url), 404);
+  return notFound(site, url);
 }
 
 async function respond(url, env) {

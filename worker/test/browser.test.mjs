@@ -167,6 +167,7 @@ describe('pages in a browser', () => {
       await page.fill('#search-input', 'meadow');
       await Promise.all([page.waitForURL(/\?q=meadow/), page.press('#search-input', 'Enter')]);
       assert.equal(await page.locator('.card').count(), 1);
+      if (template === 'light') await page.screenshot({ path: path.join(screenshotDir, 'home-search-light.png') });
       assert.deepEqual(errors, []);
       await context.close();
     }

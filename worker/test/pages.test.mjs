@@ -7,6 +7,8 @@ before(async () => { pages = await startPages(); });
 after(async () => { await pages.close(); });
 beforeEach(async () => { await pages.reset(); });
 
+const ancestors = (headers) => headers.get('content-security-policy').split('; ').find((d) => d.startsWith('frame-ancestors'));
+
 function playerConfig(html) {
   const match = html.match(/<script type="application\/json" id="vorlen-player-config">([^<]*)<\/script>/);
   assert.ok(match, 'the page holds the player configuration');
@@ -19,8 +21,9 @@ describe('player page', () => {
     await pages.put('_vorlen/template.html',
       'T[{{title}}] S[{{site}}] V[{{visibility}}] D[{{description}}]\n<head>{{head}}</head>\nP[{{player}}] U[{{ title }}]');
     await pages.publish('harbour', videoRecord({ title: 'Harbour {{player}}', description: 'Tide *out*.' }));
-    const { status, text } = await pages.get('/harbour');
+    const { status, headers, text } = await pages.get('/harbour');
     assert.equal(status, 200);
+    assert.equal(headers.get('content-security-policy'), "frame-ancestors 'self'", 'a custom page may load its own scripts');
     assert.match(text, /^T\[Harbour \{\{player\}\}\] S\[Dovrin Films\] V\[public\] D\[<p>Tide <em>out<\/em>\.<\/p>\]/);
     assert.match(text, /<title>Harbour \{\{player\}\} – Dovrin Films<\/title>/);
     assert.match(text, /<meta name="description" content="Tide out\.">/);
@@ -40,8 +43,9 @@ describe('player page', () => {
     for (const [template, theme, scheme] of [['auto', 'auto', 'light dark'], ['light', 'light', 'light'], ['dark', 'dark', 'dark'], ['custom', 'auto', 'light dark']]) {
       await pages.reset(siteSettings({ template }));
       await pages.publish('harbour');
-      const { status, text } = await pages.get('/harbour');
+      const { status, headers, text } = await pages.get('/harbour');
       assert.equal(status, 200, template);
+      if (template !== 'custom') assert.match(headers.get('content-security-policy'), /script-src 'self'; .*media-src 'self' blob: https:\/\/media\.example\.com;/);
       assert.match(text, new RegExp(`<html lang="en" data-theme="${theme}">`), template);
       assert.match(text, new RegExp(`<meta name="color-scheme" content="${scheme}">`), template);
       assert.match(text, /<h1 class="video-title">Harbour at Dawn<\/h1>/, template);
@@ -110,6 +114,11 @@ describe('hostile text', () => {
       assert.doesNotMatch(text, /"onmouseover="/, path);
       assert.equal(playerConfig(text).title, title, 'the configuration carries the title as data');
     }
+    await pages.put('_vorlen/site.json', siteSettings({ home_page: { public: true, title: '<script>alert(6)</script>' } }));
+    for (const path of ['/', '/harbour', '/missing']) {
+      assert.match((await pages.get(path)).text, /&lt;script&gt;alert\(6\)&lt;\/script&gt;/, path);
+      assert.doesNotMatch((await pages.get(path)).text, /<script>alert/, path);
+    }
     const { text } = await pages.get('/harbour');
     assert.match(text, /<h1 class="video-title">&quot;&gt;&lt;script&gt;alert\(1\)&lt;\/script&gt; &#39; onload=&#39;x<\/h1>/);
     assert.match(text, /\[click me\]\(javascript:alert\(3\)\)/, 'a link to a script stays visible text');
@@ -149,13 +158,17 @@ describe('embed', () => {
       await pages.publish('harbour');
       const { status, headers, text } = await pages.get('/harbour/embed');
       assert.equal(status, 200);
-      assert.equal(headers.get('content-security-policy'), policy, JSON.stringify(embeds));
+      assert.equal(ancestors(headers), policy, JSON.stringify(embeds));
       assert.match(text, /<body class="vorlen-embed">\n<div class="vorlen-player"/);
       assert.doesNotMatch(text, /site-header|video-description/, 'the embed is the player alone');
       assert.match(text, /<meta name="robots" content="noindex">/);
     }
     const page = await pages.get('/harbour');
-    assert.equal(page.headers.get('content-security-policy'), "frame-ancestors 'self'", 'the full page is not for framing');
+    assert.equal(ancestors(page.headers), "frame-ancestors 'self'", 'the full page is not for framing');
+    assert.match(page.text, /<meta name="twitter:card" content="summary_large_image">/, 'a closed embed makes no player card');
+    await pages.put('_vorlen/site.json', siteSettings({ embeds: { sites: 'any' } }));
+    const open = await pages.get('/harbour');
+    assert.match(open.text, /<meta name="twitter:card" content="player">\n<meta name="twitter:player" content="https:\/\/watch\.example\.com\/harbour\/embed">/);
   });
 });
 
@@ -171,7 +184,7 @@ describe('home page', () => {
       { folder: 'echo', title: 'Odd', visibility: 'private' },
     ],
   };
-  const titles = (text) => [...text.matchAll(/<span class="card-title">([^<]*)<\/span>/g)].map((m) => m[1]);
+  const titles = (text) => [...text.matchAll(/<span class="card-title">([^<]*)/g)].map((m) => m[1]);
 
   test('lists the public entries of the catalogue in the chosen order and size', async () => {
     await pages.put('_vorlen/catalog.json', catalog);
@@ -181,7 +194,8 @@ describe('home page', () => {
     assert.match(text, /<ul class="cards cards-medium">/);
     assert.match(text, /<a class="card-link" href="\/alpha">/);
     assert.match(text, /<img src="https:\/\/media\.example\.com\/alpha\/p1\.jpg" alt=""/);
-    assert.match(text, /<span aria-hidden="true">1:02:05<\/span><span class="visually-hidden">1 hour 2 minutes 5 seconds<\/span>/);
+    assert.match(text, /<span class="card-duration" aria-hidden="true">1:02:05<\/span>/);
+    assert.match(text, /Zebra crossing<span class="visually-hidden">, 1 hour 2 minutes 5 seconds<\/span>/);
     assert.match(text, /<time class="card-date" datetime="2026-03-01T00:00:00Z">1 March 2026<\/time>/);
     assert.match(text, /<input id="search-input" type="search" name="q"/);
     assert.match(text, /<title>Dovrin Films<\/title>/);
@@ -242,6 +256,8 @@ describe('site settings', () => {
       [siteSettings({ version: 2 }), /This site is being updated/],
       [siteSettings({ version: 0 }), /not ready yet/],
       [siteSettings({ media_host: 'media_host.example' }), /not ready yet/],
+      [siteSettings({ path: '_vorlen' }), /not ready yet/],
+      [siteSettings({ page_path: 'a/../b' }), /not ready yet/],
       ['{"version": 1,', /not ready yet/],
       [null, /not ready yet/],
     ];
@@ -276,7 +292,7 @@ describe('site settings', () => {
     assert.match(text, /<link rel="stylesheet" href="https:\/\/media\.example\.com\/_fonts\/brand\/font\.css">/);
     assert.match(text, /--vorlen-font-text: "Inter", system-ui, sans-serif;/);
     assert.equal((await pages.get('/')).status, 404, 'a home page flag of the wrong type is off');
-    assert.equal((await pages.get('/harbour/embed')).headers.get('content-security-policy'), "frame-ancestors 'none'");
+    assert.equal(ancestors((await pages.get('/harbour/embed')).headers), "frame-ancestors 'none'");
   });
 });
 

@@ -30,7 +30,7 @@
     await player.attach(video);
     const ui = new shaka.ui.Overlay(player, container, video);
     ui.configure(config.ui);
-    player.configure({ streaming: { bufferingGoal: 30 } });
+    // For the page's own scripts and for checks of playback.
     window.vorlenPlayer = player;
 
     for (const source of sources()) {
