@@ -4,6 +4,8 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +19,13 @@ struct Built {
     std::exception_ptr posterSelectionError;  // why no poster was chosen, when one was tried
     VideoMetadata metadata;
     std::vector<std::string> manifests;
+};
+
+// What an upload left in a bucket when its clean-up could not finish.
+struct UploadLeftovers {
+    std::string bucketIdentity;
+    std::string folderPrefix;
+    std::string folder;
 };
 
 struct WorkDirectory {
@@ -42,11 +51,22 @@ public:
     // Media, then the poster files, then video.json, then the manifests.
     std::vector<std::string> allFiles() const;
 
+    std::optional<UploadLeftovers> leftovers() const {
+        std::lock_guard lock(mutex_);
+        return leftovers_;
+    }
+    void setLeftovers(std::optional<UploadLeftovers> leftovers) {
+        std::lock_guard lock(mutex_);
+        leftovers_ = std::move(leftovers);
+    }
+
 private:
     Built built_;
     std::filesystem::path directory_;
     std::uint64_t byteCount_;
     WorkDirectory work_;
+    mutable std::mutex mutex_;
+    std::optional<UploadLeftovers> leftovers_;
 };
 
 }  // namespace vorlen

@@ -13,10 +13,34 @@
 #include "core/publish/Tools.hpp"
 #include "core/publish/VideoDetails.hpp"
 #include "core/publish/VideoEncoder.hpp"
+#include "core/net/RateLimiter.hpp"
+#include "core/storage/Bucket.hpp"
+#include "core/storage/UploadJournal.hpp"
+#include "core/storage/UploadOptions.hpp"
 
 namespace vorlen {
 
-// Turns a source file into a finished video folder on the local disk.
+// Where video folders go: a bucket and the key prefix of all folders ("" or ending in "/").
+struct Destination {
+    std::shared_ptr<Bucket> bucket;
+    std::string prefix;
+    // Names the bucket itself, so that a retry knows whether leftovers lie in it.
+    std::string bucketIdentity;
+};
+
+// What a finished upload made.
+struct Published {
+    std::string folderPrefix;
+    std::string hlsKey;
+    std::string dashKey;
+    std::int64_t fileCount = 0;
+    std::uint64_t uploadedBytes = 0;
+    std::optional<double> uploadRate;
+    VideoMetadata metadata;
+};
+
+// Turns a source file into a finished video folder on the local disk, and a
+// finished folder into a video folder in the bucket.
 struct Publisher {
     Tools tools;
     std::shared_ptr<const VideoEncoder> encoder;
@@ -33,6 +57,20 @@ struct Publisher {
     std::shared_ptr<BuiltFolder> build(const Inspection& inspection, const VideoDetails& details,
                                        AudioLoudness audioLoudness, std::optional<SystemTime> created,
                                        const ProgressHandler& onProgress) const;
+
+    Destination destination;
+    std::shared_ptr<RateLimiter> limiter = std::make_shared<RateLimiter>();
+    UploadOptions upload;
+
+    // The first free folder for name: the name itself, then name-1 ... name-999.
+    // Names in `taken` are skipped without asking the bucket.
+    std::string resolveFolder(const std::string& name, const std::vector<std::string>& taken = {}) const;
+
+    // Uploads a finished folder under <prefix><folder>/, master.m3u8 last. A failure
+    // or cancellation deletes what went up, master.m3u8 first and video.json last,
+    // in a clean-up that cancellation does not reach, and then passes on.
+    Published publish(BuiltFolder& built, const std::string& folder, UploadJournal& journal,
+                      const ProgressHandler& onProgress) const;
 };
 
 // $TMPDIR/vorlen, or /tmp/vorlen.

@@ -6,24 +6,6 @@
 
 namespace vorlen {
 
-void RateEstimator::add(double time, double done) {
-    samples_.emplace_back(time, done);
-    while (samples_.size() >= 3 && samples_.front().first < time - window_) samples_.pop_front();
-}
-
-std::optional<double> RateEstimator::rate() const {
-    if (samples_.size() < 2) return std::nullopt;
-    auto& [firstTime, firstDone] = samples_.front();
-    auto& [lastTime, lastDone] = samples_.back();
-    if (lastTime - firstTime < 2 || lastDone <= firstDone) return std::nullopt;
-    return (lastDone - firstDone) / (lastTime - firstTime);
-}
-
-std::optional<double> RateEstimator::lastDone() const {
-    if (samples_.empty()) return std::nullopt;
-    return samples_.back().second;
-}
-
 UploadProgress UploadMeter::update(std::uint64_t givenBytes, double seconds) {
     reportedBytes_ = std::max(reportedBytes_, givenBytes);
     estimator_.add(seconds, static_cast<double>(reportedBytes_));

@@ -5,25 +5,10 @@
 #include <optional>
 #include <utility>
 
+#include "core/storage/RateEstimator.hpp"
 #include "core/storage/UploadJournal.hpp"
 
 namespace vorlen {
-
-// The rate of a growing count over the last `window` seconds.
-class RateEstimator {
-public:
-    explicit RateEstimator(double window = 15) : window_(window) {}
-
-    // Drops the oldest samples while they are older than the window and at least three remain.
-    void add(double time, double done);
-    // Bytes a second, once the samples span two seconds and the count grew.
-    std::optional<double> rate() const;
-    std::optional<double> lastDone() const;
-
-private:
-    double window_;
-    std::deque<std::pair<double, double>> samples_;
-};
 
 struct UploadProgress {
     std::uint64_t reportedBytes = 0;

@@ -1,4 +1,4 @@
-#include "core/publish/RateEstimator.hpp"
+#include "core/storage/RateEstimator.hpp"
 
 namespace vorlen {
 

@@ -1,0 +1,125 @@
+#include <gtest/gtest.h>
+
+#include "core/base/Clock.hpp"
+#include "core/base/Files.hpp"
+#include "core/base/Task.hpp"
+#include "core/publish/Publisher.hpp"
+#include "testing/FaultyBucket.hpp"
+
+using namespace vorlen;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Fixture : ::testing::Test {
+    fs::path folder = makeUniqueDirectory(fs::temp_directory_path(), "vorlen-publish-upload-");
+    DirectoryRemover remover{folder};
+    std::shared_ptr<FolderBucket> store = std::make_shared<FolderBucket>(folder / "bucket");
+    std::shared_ptr<FaultyBucket> bucket = std::make_shared<FaultyBucket>(store);
+    UploadJournal journal;
+
+    // A finished folder as a build leaves it: chunks, a poster, video.json and the manifests.
+    std::shared_ptr<BuiltFolder> built() {
+        fs::path publish = folder / "work" / "publish";
+        std::uint64_t bytes = 0;
+        auto write = [&](const std::string& name, std::size_t size) {
+            fs::create_directories((publish / name).parent_path());
+            writeFileAtomically(publish / name, std::string(size, 'x'));
+            bytes += size;
+        };
+        for (auto name : {"v_360/001.mp4", "a_stereo/001.mp4", "poster-0a1b2c3d.jpg", "poster.jpg", "video.json",
+                          "v_360.m3u8", "a_stereo.m3u8", "manifest.mpd", "master.m3u8"})
+            write(name, 100);
+        VideoMetadata metadata{VideoDetails("Clip", std::nullopt, std::nullopt, VideoVisibility::publicVideo),
+                               PosterFile{"poster-0a1b2c3d.jpg", {16, 9}},
+                               12.0,
+                               PixelSize{640, 360},
+                               wallNow(),
+                               wallNow(),
+                               AudioTrack{AudioLoudness::web},
+                               std::nullopt};
+        Built made{{"v_360/001.mp4", "a_stereo/001.mp4"},
+                   nullptr,
+                   metadata,
+                   {"v_360.m3u8", "a_stereo.m3u8", "manifest.mpd", "master.m3u8"}};
+        return std::make_shared<BuiltFolder>(made, publish, bytes, WorkDirectory{folder / "work"});
+    }
+
+    Publisher publisher() {
+        Publisher made;
+        made.destination = Destination{bucket, "videos/", "folder"};
+        made.upload.concurrency = 2;
+        made.upload.retryDelay = 1ms;
+        made.upload.maxRetries = 2;
+        return made;
+    }
+
+    std::vector<std::string> putKeys() {
+        std::vector<std::string> keys;
+        for (auto& call : bucket->recorded())
+            if (call.operation == "put") keys.push_back(call.key);
+        return keys;
+    }
+};
+
+}  // namespace
+
+TEST_F(Fixture, PlaceholderFirstMasterLastAndEveryFileStored) {
+    auto folderBuilt = built();
+    std::vector<PublishProgress> progress;
+    auto published = publisher().publish(*folderBuilt, "clip", journal, [&](const PublishProgress& p) { progress.push_back(p); });
+    EXPECT_EQ(published.hlsKey, "videos/clip/master.m3u8");
+    EXPECT_EQ(published.fileCount, 9);
+    auto keys = putKeys();
+    ASSERT_EQ(keys.size(), 10u);
+    EXPECT_EQ(keys.front(), "videos/clip/video.json");
+    EXPECT_EQ(keys.back(), "videos/clip/master.m3u8");
+    EXPECT_EQ(keys[keys.size() - 2], "videos/clip/manifest.mpd");
+    EXPECT_EQ(store->listKeys("videos/clip/").size(), 9u);
+    ASSERT_FALSE(progress.empty());
+    EXPECT_EQ(progress.back().stageFraction, 1.0);
+    EXPECT_TRUE(journal.entries().back().find("upload ended: 900 bytes in") != std::string::npos);
+}
+
+TEST_F(Fixture, DeathInTheManifestBatchLeavesNoMasterEvenWhenTheCleanupFails) {
+    auto folderBuilt = built();
+    bucket->fault = [](const FaultyBucket::Call& call, const RequestBody*) {
+        if (call.key.ends_with("manifest.mpd") && call.operation == "put") throw VorlenError::status(403, "AccessDenied");
+        if (call.operation == "delete") throw VorlenError::status(403, "AccessDenied");
+        return FaultyBucket::Fault::none;
+    };
+    EXPECT_THROW(publisher().publish(*folderBuilt, "clip", journal, nullptr), VorlenError);
+    EXPECT_FALSE(store->object("videos/clip/master.m3u8"));
+    ASSERT_TRUE(folderBuilt->leftovers());
+    EXPECT_EQ(folderBuilt->leftovers()->folder, "clip");
+    auto entries = journal.entries();
+    EXPECT_TRUE(std::any_of(entries.begin(), entries.end(), [](auto& line) {
+        return line.find("the cleanup did not delete every file") != std::string::npos;
+    }));
+}
+
+TEST_F(Fixture, CancelledUploadRemovesEverythingItWroteWithThePlaceholder) {
+    auto folderBuilt = built();
+    std::atomic<int> puts{0};
+    bucket->fault = [&](const FaultyBucket::Call& call, const RequestBody*) {
+        if (call.operation == "put" && ++puts == 4)
+            for (;;) sleepFor(1s);  // hangs until cancelled
+        return FaultyBucket::Fault::none;
+    };
+    auto job = Task<void>::spawn([&] { publisher().publish(*folderBuilt, "clip", journal, nullptr); });
+    while (puts < 4) std::this_thread::sleep_for(1ms);
+    job.cancel();
+    EXPECT_THROW(job.value(), Cancelled);
+    EXPECT_TRUE(store->listKeys("videos/clip/").empty());
+    EXPECT_FALSE(folderBuilt->leftovers());
+}
+
+TEST_F(Fixture, FolderResolutionSkipsTakenNames) {
+    store->put("videos/clip/video.json", RequestBody::bytes("{}"), {});
+    store->put("videos/clip-1/video.json", RequestBody::bytes("{}"), {});
+    auto made = publisher();
+    EXPECT_EQ(made.resolveFolder("clip"), "clip-2");
+    EXPECT_EQ(made.resolveFolder("clip", {"clip-2"}), "clip-3");
+    EXPECT_EQ(made.resolveFolder("other"), "other");
+    EXPECT_THROW(made.resolveFolder("Not Valid"), VorlenError);
+}
