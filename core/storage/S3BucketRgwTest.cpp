@@ -285,6 +285,21 @@ TEST_F(S3BucketTest, AListPageRetriesTransientFailuresAndHonoursTheServersWait) 
     EXPECT_EQ(requestsWhere([](const ProxyRequest& r) { return r.method == "GET"; }), 5u);
 }
 
+TEST_F(S3BucketTest, AnAnswerThatStallsTimesOutAsATransientFailure) {
+    auto& server = RgwServer::shared();
+    Endpoints endpoints;
+    endpoints.r2Storage = proxy->endpoint();
+    S3Bucket impatient(bucket->location(), server.credentials(), endpoints, 1, std::chrono::seconds(1));
+    proxy->setPolicy([](const ProxyRequest&) { return Fault::stall(std::chrono::milliseconds(2500)); });
+    try {
+        impatient.object("a");
+        FAIL() << "expected a time-out";
+    } catch (const TransportError& error) {
+        EXPECT_EQ(error.domainAndCode(), "curl 28");
+        EXPECT_TRUE(isTransient(std::current_exception()));
+    }
+}
+
 TEST_F(S3BucketTest, AWrongSecretIsRefused) {
     auto& server = RgwServer::shared();
     Endpoints endpoints;
