@@ -39,8 +39,16 @@ std::string valueOf(const std::string& output, const std::string& name) {
 }  // namespace
 
 RgwServer& RgwServer::shared() {
-    static RgwServer server;
-    return server;
+    // A server that failed to start fails every later test at once instead of starting again.
+    static std::exception_ptr failure;
+    if (failure) std::rethrow_exception(failure);
+    try {
+        static RgwServer server;
+        return server;
+    } catch (...) {
+        failure = std::current_exception();
+        throw;
+    }
 }
 
 RgwServer::RgwServer() {
