@@ -2,7 +2,7 @@
 # Chunking a 2 GB stream of segments: memory must stay under 32 MB, and the copy
 # must run at no less than 0.8 of cat's throughput on the same files.
 #   bench/chunk/run.sh [build dir] [total MiB] [rounds]
-# Both runs are measured alike by /usr/bin/time, interleaved, best of each taken:
+# Both runs are timed alike by the shell, interleaved, and the best of each is taken:
 # the machine is shared, and the best round is the one least disturbed.
 set -euo pipefail
 build=${1:-build}
@@ -26,30 +26,34 @@ for n in $(seq 1 "$count"); do files+=("$stream/$n.m4s"); done
 bytes=$(( 900 + count * segment_mib * 1048576 ))
 echo "stream: $count segments, $bytes bytes"
 
-# Prints "wall_s user_s sys_s max_rss_kb". Each run starts with no dirty pages of the last.
+# Prints "wall_s user_s sys_s max_rss_kb" (the chunker reports its own peak memory).
+# Each run starts with no dirty pages of the last.
+TIMEFORMAT="%R %U %S"
 run_cat() {
   rm -f "$work/cat.out"; sync
-  /usr/bin/time -f "%e %U %S %M" -o "$work/time" cat "${files[@]}" > "$work/cat.out"
-  cat "$work/time"
+  { time cat "${files[@]}" > "$work/cat.out"; } 2> "$work/time"
+  echo "$(cat "$work/time") 0"
 }
 run_chunk() {
   rm -rf "$work/publish"; sync
-  /usr/bin/time -f "%e %U %S %M" -o "$work/time" "$bin" "$work/package" v_1080 "$work/publish" > /dev/null
-  cat "$work/time"
+  local line
+  { time line=$("$bin" "$work/package" v_1080 "$work/publish"); } 2> "$work/time"
+  echo "$(cat "$work/time") $(sed -E 's/.*max_rss_kb=([0-9]+).*/\1/' <<<"$line")"
 }
+calc() { awk "BEGIN { print $* }"; }
 
 run_cat > /dev/null  # the same warm page cache for both
 best_cat=999999; best_chunk=999999; max_rss=0
 for round in $(seq 1 "$rounds"); do
-  read -r cw cu cs cm < <(run_cat)
+  read -r cw cu cs _ < <(run_cat)
   read -r kw ku ks km < <(run_chunk)
-  echo "round $round: cat wall_s=$cw cpu_s=$(echo "$cu + $cs" | bc) | chunk wall_s=$kw cpu_s=$(echo "$ku + $ks" | bc) max_rss_kb=$km"
-  [ "$(echo "$cw < $best_cat" | bc)" = 1 ] && best_cat=$cw
-  [ "$(echo "$kw < $best_chunk" | bc)" = 1 ] && best_chunk=$kw
+  echo "round $round: cat wall_s=$cw cpu_s=$(calc "$cu + $cs") | chunk wall_s=$kw cpu_s=$(calc "$ku + $ks") max_rss_kb=$km"
+  [ "$(calc "$cw < $best_cat")" = 1 ] && best_cat=$cw
+  [ "$(calc "$kw < $best_chunk")" = 1 ] && best_chunk=$kw
   [ "$km" -gt "$max_rss" ] && max_rss=$km
 done
-cat_rate=$(echo "$bytes / $best_cat / 1048576" | bc -l)
-chunk_rate=$(echo "$bytes / $best_chunk / 1048576" | bc -l)
-printf 'cat_MiB_s=%.0f chunk_MiB_s=%.0f max_rss_MiB=%.1f\n' "$cat_rate" "$chunk_rate" "$(echo "$max_rss / 1024" | bc -l)"
+cat_rate=$(calc "$bytes / $best_cat / 1048576")
+chunk_rate=$(calc "$bytes / $best_chunk / 1048576")
+printf 'cat_MiB_s=%.0f chunk_MiB_s=%.0f max_rss_MiB=%.1f\n' "$cat_rate" "$chunk_rate" "$(calc "$max_rss / 1024")"
 printf 'throughput_ratio_vs_cat=%.3f (target >= 0.8) rss_under_32MiB=%s\n' \
-  "$(echo "$chunk_rate / $cat_rate" | bc -l)" "$([ "$max_rss" -lt 32768 ] && echo yes || echo no)"
+  "$(calc "$chunk_rate / $cat_rate")" "$([ "$max_rss" -lt 32768 ] && echo yes || echo no)"
