@@ -6,6 +6,7 @@ import { execFile } from 'node:child_process';
 import { mkdir, mkdtemp, rm, writeFile } from 'node:fs/promises';
 import os from 'node:os';
 import path from 'node:path';
+import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 import { after, before, describe, test } from 'node:test';
 import { startLocalSite, toolsRequire } from '../dev/localSite.mjs';
@@ -26,13 +27,28 @@ async function writeObject(key, content) {
   await writeFile(file, content);
 }
 
+const packager = fileURLToPath(new URL('../../tools/bin/packager', import.meta.url));
+
+// A clip packaged as the pipeline packages it: HLS and DASH over single media files
+// that the player reads in byte ranges.
 async function makeClip(folder, source) {
   const out = path.join(dir, folder);
+  const work = await mkdtemp(path.join(os.tmpdir(), 'vorlen-clip-'));
   await mkdir(out, { recursive: true });
-  await run('ffmpeg', ['-v', 'error', '-f', 'lavfi', '-i', `${source}=size=320x180:rate=25:duration=4`,
-    '-f', 'lavfi', '-i', 'sine=frequency=440:sample_rate=48000:duration=4',
-    '-c:v', 'libx264', '-preset', 'veryfast', '-pix_fmt', 'yuv420p', '-g', '25', '-sc_threshold', '0',
-    '-c:a', 'aac', '-b:a', '64k', '-f', 'dash', '-seg_duration', '1', '-hls_playlist', '1', 'manifest.mpd'], { cwd: out });
+  try {
+    await run('ffmpeg', ['-v', 'error', '-f', 'lavfi', '-i', `${source}=size=320x180:rate=25:duration=4`,
+      '-f', 'lavfi', '-i', 'sine=frequency=440:sample_rate=48000:duration=4',
+      '-c:v', 'libx264', '-preset', 'veryfast', '-pix_fmt', 'yuv420p', '-g', '25', '-sc_threshold', '0',
+      '-c:a', 'aac', '-b:a', '64k', path.join(work, 'source.mp4')]);
+    const input = path.join(work, 'source.mp4');
+    await run(packager, [
+      `in=${input},stream=video,output=video.mp4,playlist_name=video.m3u8`,
+      `in=${input},stream=audio,output=audio.mp4,playlist_name=audio.m3u8,hls_group_id=audio,hls_name=Audio`,
+      '--hls_master_playlist_output', 'master.m3u8', '--mpd_output', 'manifest.mpd', '--segment_duration', '1',
+    ], { cwd: out });
+  } finally {
+    await rm(work, { recursive: true, force: true });
+  }
 }
 
 async function makePoster(key, source) {
@@ -122,6 +138,8 @@ describe('pages in a browser', () => {
   test('the player page has its basics, labelled controls, and plays', async () => {
     for (const colorScheme of ['light', 'dark']) {
       const { context, page, errors } = await open('/harbour-at-dawn', { colorScheme });
+      const partial = [];
+      page.on('response', (response) => { if (response.status() === 206) partial.push(response.url()); });
       await page.waitForSelector('.shaka-controls-container');
       await page.waitForFunction(() => window.vorlenPlayer?.getLoadMode() === 2 /* MEDIA_SOURCE */);
       const basics = await pageBasics(page);
@@ -133,6 +151,7 @@ describe('pages in a browser', () => {
       if (colorScheme === 'light') {
         await page.evaluate(() => { const v = document.getElementById('vorlen-video'); v.muted = true; return v.play(); });
         await page.waitForFunction(() => document.getElementById('vorlen-video').currentTime > 2, null, { timeout: 60000 });
+        assert.ok(partial.some((url) => url.endsWith('/harbour-at-dawn/video.mp4')), 'the media host answered ranges');
       }
       assert.deepEqual(errors, []);
       await context.close();
