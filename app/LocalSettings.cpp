@@ -83,21 +83,6 @@ std::optional<SiteSummary> SiteSummary::fromJson(const Json& json) {
     return settings;
 }
 
-std::string rawValue(LocalSettings::EncodingSpeed speed) {
-    switch (speed) {
-        case LocalSettings::EncodingSpeed::fast: return "fast";
-        case LocalSettings::EncodingSpeed::balanced: return "balanced";
-        case LocalSettings::EncodingSpeed::quality: return "quality";
-    }
-    return "balanced";
-}
-
-std::optional<LocalSettings::EncodingSpeed> encodingSpeedFromRawValue(std::string_view text) {
-    for (auto speed : {LocalSettings::EncodingSpeed::fast, LocalSettings::EncodingSpeed::balanced, LocalSettings::EncodingSpeed::quality})
-        if (rawValue(speed) == text) return speed;
-    return std::nullopt;
-}
-
 Json LocalSettings::toJson() const {
     Json siteList = Json::array();
     for (const auto& site : sites) {
@@ -155,7 +140,7 @@ LocalSettings LocalSettings::fromJson(const Json& json) {
         }
     }
     settings.encodingSpeed =
-        encodingSpeedFromRawValue(fieldOr<std::string>(json, "encodingSpeed", "")).value_or(EncodingSpeed::balanced);
+        encodingSpeedFromSettings(json);
     return settings;
 }
 

@@ -9,6 +9,7 @@
 #include "app/UploadSettings.hpp"
 #include "core/base/Json.hpp"
 #include "core/publish/AudioLoudness.hpp"
+#include "core/publish/EncodingSpeed.hpp"
 #include "core/publish/VideoDetails.hpp"
 #include "core/site/SiteSettings.hpp"
 
@@ -58,8 +59,6 @@ struct LocalSite {
 // Every field is read on its own: a value that does not decode takes its
 // default and never costs the others.
 struct LocalSettings {
-    enum class EncodingSpeed { fast, balanced, quality };
-
     std::vector<LocalSite> sites;
     std::optional<SiteID> unfinishedSetup;
     std::optional<SiteID> legacySite;
@@ -83,9 +82,6 @@ struct LocalSettings {
 
     bool operator==(const LocalSettings&) const = default;
 };
-
-std::string rawValue(LocalSettings::EncodingSpeed speed);
-std::optional<LocalSettings::EncodingSpeed> encodingSpeedFromRawValue(std::string_view text);
 
 // The settings file, $XDG_CONFIG_HOME/vorlen/settings.json, written atomically on every change.
 class LocalSettingsStore {

@@ -36,7 +36,7 @@ TEST(LocalSettingsTest, RoundTripsThroughTheFile) {
     settings.defaultSite = SiteID{"b"};
     settings.uploadTuning = {ParallelUploads::two, UploadPartSize::mib32};
     settings.lastUploadRate = 1.5e6;
-    settings.encodingSpeed = LocalSettings::EncodingSpeed::quality;
+    settings.encodingSpeed = EncodingSpeed::quality;
     store.save(settings);
     EXPECT_EQ(store.load(), settings);
 }
@@ -54,7 +54,7 @@ TEST(LocalSettingsTest, DamagedFieldsTakeTheirDefaultsAndKeepTheRest) {
     ASSERT_EQ(read.sites.size(), 1u);
     EXPECT_EQ(read.sites[0], settings.sites[0]);
     EXPECT_EQ(read.uploadTuning, UploadTuning{});
-    EXPECT_EQ(read.encodingSpeed, LocalSettings::EncodingSpeed::balanced);
+    EXPECT_EQ(read.encodingSpeed, EncodingSpeed::balanced);
     EXPECT_EQ(read.lastUploadRate, std::nullopt);
     EXPECT_EQ(read.defaultUploadLimit, UploadLimit::unlimited());
 }

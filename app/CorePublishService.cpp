@@ -1,0 +1,126 @@
+#include "app/CorePublishService.hpp"
+
+#include <fmt/format.h>
+
+#include "core/base/Files.hpp"
+#include "core/base/Text.hpp"
+#include "core/base/VorlenError.hpp"
+#include "core/storage/FolderBucket.hpp"
+#include "core/storage/S3Bucket.hpp"
+
+namespace vorlen::app {
+
+namespace {
+
+std::string destinationPrefix(const SiteSummary& site) { return site.folderPath.empty() ? "" : site.folderPath + "/"; }
+
+JobProgress jobProgress(const PublishProgress& progress) {
+    return JobProgress{static_cast<JobStage>(progress.stage), progress.stageFraction, progress.stageETA,
+                       progress.totalETA, progress.encodeSpeed, progress.uploadedBytes, progress.uploadTotalBytes,
+                       progress.uploadRate};
+}
+
+std::string bucketIdentity(const SiteSummary& site) {
+    return site.isLocal() ? "folder:" + site.localFolder->string() : "r2:" + site.accountID + "/" + site.bucket;
+}
+
+}  // namespace
+
+std::shared_ptr<Bucket> CorePublishService::bucketFor(const BucketAccess& access, const Endpoints& endpoints) {
+    const SiteSummary& site = access.site;
+    if (site.isLocal()) return std::make_shared<FolderBucket>(*site.localFolder);
+    if (!access.credentials) throw VorlenError::config("Vorlen cannot find the R2 API Token of this site in the keychain. Set up the site again.");
+    Endpoints chosen = endpoints;
+    if (site.s3Endpoint) chosen.r2Storage = *site.s3Endpoint;
+    return std::make_shared<S3Bucket>(BucketLocation{site.accountID, site.bucket},
+                                      S3Credentials{access.credentials->accessKeyID, access.credentials->secretAccessKey},
+                                      chosen);
+}
+
+Publisher CorePublishService::publisher(const BucketAccess& access, const UploadTuning& tuning,
+                                        std::optional<double> expectedUploadRate) const {
+    Publisher made;
+    made.tools = Tools::locate();
+    made.encoder = pipeline_.encoder;
+    made.workRoot = pipeline_.workRoot;
+    made.expectedUploadRate = expectedUploadRate;
+    made.destination = Destination{bucketFor(access, pipeline_.endpoints), destinationPrefix(access.site), bucketIdentity(access.site)};
+    made.limiter = pipeline_.limiter;
+    made.upload.concurrency = tuning.concurrency();
+    made.upload.readConcurrency = tuning.concurrency();
+    made.upload.partSize = tuning.partBytes();
+    made.upload.maxRetries = 5;
+    made.upload.retryDelay = std::chrono::duration<double>(0.5);
+    return made;
+}
+
+VideoInspection CorePublishService::inspect(const fs::path& file) {
+    Inspection inspection = vorlen::inspect(Tools::locate(), *pipeline_.encoder, file);
+    VideoInspection view;
+    view.source = inspection.source;
+    view.suggestedName = inspection.suggestedName;
+    view.suggestedTitle = inspection.suggestedTitle;
+    view.picture = {inspection.info.width, inspection.info.height, inspection.info.fps, inspection.info.hdr.has_value()};
+    view.duration = inspection.info.durationSeconds;
+    if (inspection.info.audio) view.audioChannels = inspection.info.audio->channels;
+    for (const auto& rung : inspection.ladder) view.rungs.push_back(rung.id);
+    for (const auto& rendition : inspection.audio) view.audioRenditions.push_back(rendition.name);
+    view.estimatedBytes = inspection.estimatedBytes;
+    return view;
+}
+
+VideoSubtitle CorePublishService::readSubtitle(const fs::path& file) {
+    std::string text = readFile(file);
+    if (!isValidUtf8(text))
+        throw VorlenError::source(fmt::format("\u201c{}\u201d is not a subtitle file. Vorlen reads WebVTT and SubRip files.",
+                                              file.filename().string()));
+    std::int64_t cues = 0;
+    for (std::size_t at = text.find("-->"); at != std::string::npos; at = text.find("-->", at + 3)) ++cues;
+    // "film.de.srt" names its language; otherwise English.
+    std::string language = "en";
+    if (auto inner = file.stem().extension().string(); inner.size() >= 3 && inner.size() <= 9) language = inner.substr(1);
+    return VideoSubtitle{file, language, cues};
+}
+
+ResolvedFolder CorePublishService::resolveFolder(const std::string& name, const BucketAccess& access) {
+    auto made = publisher(access, UploadTuning{}, std::nullopt);
+    std::string found = made.resolveFolder(name);
+    return ResolvedFolder{name, found, made.destination.prefix + found + "/"};
+}
+
+PublishedVideo CorePublishService::publish(const PublishRequest& request, const std::function<void(const PublishEvent&)>& onEvent) {
+    auto made = publisher(request.access, request.uploadTuning, request.expectedUploadRate);
+    auto progress = [&](const PublishProgress& p) { onEvent(PublishEvent{PublishEvent::Progress{jobProgress(p)}}); };
+
+    std::shared_ptr<BuiltFolder> built = request.built;
+    std::string folder;
+    if (!built) {
+        folder = made.resolveFolder(request.name);
+        onEvent(PublishEvent{PublishEvent::Folder{{request.name, folder, made.destination.prefix + folder + "/"}}});
+        Inspection inspection = vorlen::inspect(made.tools, *pipeline_.encoder, request.source);
+        built = made.build(inspection, request.details, request.audioLoudness, std::nullopt, progress);
+        onEvent(PublishEvent{PublishEvent::Built{built}});
+    } else {
+        // A retry goes back to the folder that a failed clean-up left, when it is in this bucket.
+        auto leftovers = built->leftovers();
+        if (leftovers && leftovers->bucketIdentity == made.destination.bucketIdentity &&
+            leftovers->folderPrefix == made.destination.prefix)
+            folder = leftovers->folder;
+        else
+            folder = made.resolveFolder(request.name);
+        onEvent(PublishEvent{PublishEvent::Folder{{request.name, folder, made.destination.prefix + folder + "/"}}});
+    }
+
+    UploadJournal journal;
+    try {
+        Published published = made.publish(*built, folder, journal, progress);
+        onEvent(PublishEvent{PublishEvent::UploadLog{journal.entries()}});
+        return PublishedVideo{published.folderPrefix, published.hlsKey,        published.dashKey,
+                              published.fileCount,    published.uploadedBytes, published.uploadRate};
+    } catch (...) {
+        onEvent(PublishEvent{PublishEvent::UploadLog{journal.entries()}});
+        throw;
+    }
+}
+
+}  // namespace vorlen::app

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "app/PublishService.hpp"
+#include "core/net/Endpoints.hpp"
+#include "core/net/RateLimiter.hpp"
+#include "core/publish/Publisher.hpp"
+#include "core/publish/VideoEncoder.hpp"
+
+namespace vorlen::app {
+
+// What lives as long as a site's services: one limiter for the site, the
+// encoder, and the folder of the work directories.
+struct CorePipeline {
+    std::shared_ptr<RateLimiter> limiter = std::make_shared<RateLimiter>();
+    std::shared_ptr<const VideoEncoder> encoder;
+    std::filesystem::path workRoot = defaultWorkRoot();
+    Endpoints endpoints;
+};
+
+// The publish service over the core's Publisher.
+class CorePublishService final : public PublishService {
+public:
+    explicit CorePublishService(CorePipeline pipeline) : pipeline_(std::move(pipeline)) {}
+
+    VideoInspection inspect(const fs::path& file) override;
+    VideoSubtitle readSubtitle(const fs::path& file) override;
+    ResolvedFolder resolveFolder(const std::string& name, const BucketAccess& access) override;
+    PublishedVideo publish(const PublishRequest& request, const std::function<void(const PublishEvent&)>& onEvent) override;
+
+    // The bucket of a site: its folder for a local site, else R2 (or the S3 service it names).
+    static std::shared_ptr<Bucket> bucketFor(const BucketAccess& access, const Endpoints& endpoints);
+
+private:
+    Publisher publisher(const BucketAccess& access, const UploadTuning& tuning, std::optional<double> expectedUploadRate) const;
+
+    CorePipeline pipeline_;
+};
+
+}  // namespace vorlen::app

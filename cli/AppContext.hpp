@@ -1,0 +1,20 @@
+#pragma once
+
+#include <memory>
+
+#include "app/AppModel.hpp"
+#include "app/MainQueue.hpp"
+
+namespace vorlen::cli {
+
+// The application model as the command line runs it: the settings file of
+// this user, the secret store, and the core's services; the command's own
+// thread drains the main queue.
+struct AppContext {
+    app::PostedQueue queue;
+    std::unique_ptr<app::AppModel> model;
+
+    AppContext();
+};
+
+}  // namespace vorlen::cli

@@ -1,0 +1,174 @@
+#include <csignal>
+#include <iostream>
+#include <thread>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include "cli/AppContext.hpp"
+#include "cli/Commands.hpp"
+#include "cli/Terminal.hpp"
+#include "core/base/VorlenError.hpp"
+
+namespace vorlen::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct PublishOptions {
+    std::string file;
+    std::optional<std::string> site;
+    std::optional<std::string> name;
+    std::optional<std::string> title;
+    std::optional<std::string> reference;
+    std::optional<std::string> description;
+    bool unlisted = false;
+    std::vector<std::string> subtitles;
+    std::optional<std::string> loudness;
+    std::string poster = "auto";
+};
+
+PublishProgress publishProgress(const app::JobProgress& job) {
+    return PublishProgress{static_cast<PublishProgress::Stage>(job.stage), job.stageFraction, job.stageETA, job.totalETA,
+                           job.encodeSpeed, job.uploadedBytes, job.uploadTotalBytes, job.uploadRate};
+}
+
+// Ctrl-C and SIGTERM become the person's stop, delivered on the main queue.
+class StopSignals {
+public:
+    explicit StopSignals(std::function<void()> onStop) {
+        sigemptyset(&signals_);
+        sigaddset(&signals_, SIGINT);
+        sigaddset(&signals_, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+        thread_ = std::thread([this, onStop = std::move(onStop)] {
+            int received = 0;
+            sigwait(&signals_, &received);
+            if (received == SIGINT || received == SIGTERM) onStop();
+        });
+        thread_.detach();
+    }
+
+private:
+    sigset_t signals_{};
+    std::thread thread_;
+};
+
+int runPublish(const PublishOptions& options) {
+    AppContext context;
+    auto& model = *context.model;
+    app::SiteID site = options.site ? app::SiteID{*options.site} : model.ensureSite();
+    auto workspace = model.workspace(site);
+    auto& queue = context.queue;
+    bool stopped = false;
+    StopSignals signals([&] {
+        queue.post([&] {
+            stopped = true;
+            workspace->stop();
+        });
+    });
+
+    ProgressPrinter printer;
+    workspace->onChange([&] {
+        if (auto* job = workspace->screen().as<app::PublishingState>(); job && job->progress)
+            printer(publishProgress(*job->progress));
+    });
+
+    std::vector<fs::path> dropped{options.file};
+    for (const auto& subtitle : options.subtitles) dropped.emplace_back(subtitle);
+    if (!workspace->drop(dropped)) throw VorlenError::config(app::SettingsError::busy);
+    auto settled = [&] { return !workspace->screen().as<app::Screen::Inspecting>(); };
+    queue.runUntil(settled);
+
+    if (auto* failure = workspace->screen().as<app::Failure>()) {
+        std::cerr << failure->title << ": " << failure->message << '\n';
+        return 1;
+    }
+    if (workspace->screen().as<app::Screen::Start>()) return 130;
+
+    workspace->editConfirm([&](app::ConfirmState& confirm) {
+        if (options.name) confirm.name = *options.name;
+        if (options.title) confirm.title = *options.title;
+        if (options.reference) confirm.reference = *options.reference;
+        if (options.description) confirm.description = *options.description;
+        if (options.unlisted) confirm.visibility = VideoVisibility::unlisted;
+        if (options.loudness) confirm.audioLoudness.selection = *audioLoudnessFromRawValue(*options.loudness);
+    });
+    queue.runUntil([&] {
+        auto* confirm = workspace->screen().as<app::ConfirmState>();
+        return !confirm || !std::holds_alternative<app::ConfirmState::Checking>(confirm->nameStatus) || stopped;
+    });
+    if (stopped) return 130;
+    const auto& confirm = *workspace->screen().as<app::ConfirmState>();
+    if (auto* unavailable = std::get_if<app::ConfirmState::Unavailable>(&confirm.nameStatus)) {
+        std::cerr << unavailable->message << '\n';
+        return 1;
+    }
+    std::cerr << fmt::format("Publishing \u201c{}\u201d to the site \u201c{}\u201d\n", confirm.title, site.value);
+    workspace->confirmPublish();
+
+    bool reviewed = false;
+    queue.runUntil([&] {
+        const auto& screen = workspace->screen();
+        if (auto* review = screen.as<app::PosterReviewState>(); review && !reviewed) {
+            // Without a person at a terminal, the proposal stands at once, or the choice given.
+            reviewed = true;
+            queue.post([&] {
+                if (options.poster == "none") workspace->publishWithoutPoster();
+                if (options.poster != "auto" && options.poster != "none") workspace->pickPosterImage(options.poster);
+                else workspace->confirmPoster();
+            });
+        }
+        if (auto* review = screen.as<app::PosterReviewState>();
+            review && std::holds_alternative<app::PosterReviewState::Idle>(review->imageStatus) && !review->isCountingDown &&
+            options.poster != "auto" && options.poster != "none")
+            queue.post([&] {
+                if (workspace->screen().as<app::PosterReviewState>()) workspace->confirmPoster();
+            });
+        return screen.as<app::PublishedState>() || screen.as<app::Failure>() || screen.as<app::Screen::Start>();
+    });
+    printer.finish();
+
+    const auto& screen = workspace->screen();
+    if (auto* published = screen.as<app::PublishedState>()) {
+        std::cout << fmt::format("Published {} files, {} bytes.\n", published->video.fileCount, published->video.uploadedBytes);
+        std::cout << "Page:  " << published->links.page << '\n'
+                  << "Embed: " << published->links.embed << '\n'
+                  << "Media: " << published->links.media << '\n'
+                  << "HLS:   " << published->links.hls << '\n'
+                  << "DASH:  " << published->links.dash << '\n';
+        return 0;
+    }
+    if (auto* failure = screen.as<app::Failure>()) {
+        std::cerr << failure->title << ": " << failure->message << '\n';
+        if (!failure->uploadLog.empty()) {
+            std::cerr << "The upload log:\n";
+            for (const auto& line : failure->uploadLog) std::cerr << "  " << line << '\n';
+        }
+        return 1;
+    }
+    std::cerr << "Stopped. Vorlen deleted what it had uploaded.\n";
+    return 130;
+}
+
+}  // namespace
+
+void registerPublishCommand(CommandRegistry& registry) {
+    auto options = std::make_shared<PublishOptions>();
+    auto* command = registry.app.add_subcommand("publish", "Publish a video to a site (the local site when none is set up).");
+    command->add_option("FILE", options->file, "the video file")->required()->check(CLI::ExistingFile);
+    command->add_option("--site", options->site, "the site's ID (see `vorlen sites`)");
+    command->add_option("--name", options->name, "the folder name (default: from the file name)");
+    command->add_option("--title", options->title, "the title (default: from the file name)");
+    command->add_option("--reference", options->reference, "your own reference for the video");
+    command->add_option("--description", options->description, "the description: text with bold, italics and links");
+    command->add_flag("--unlisted", options->unlisted, "reachable by its link only");
+    command->add_option("--subtitles", options->subtitles, "a WebVTT or SubRip file; may be given again")->check(CLI::ExistingFile);
+    command->add_option("--loudness", options->loudness, "audio loudness: original, web or broadcast (default: the site's)")
+        ->check(CLI::IsMember({"original", "web", "broadcast"}));
+    command->add_option("--poster", options->poster, "auto, none, or an image file");
+    registry.add(command, [options] { return runPublish(*options); });
+}
+
+}  // namespace vorlen::cli
