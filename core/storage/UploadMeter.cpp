@@ -6,12 +6,7 @@
 
 namespace vorlen {
 
-void RateEstimator::add(double time, double done) {
-    samples_.emplace_back(time, done);
-    while (samples_.size() >= 3 && samples_.front().first < time - window_) samples_.pop_front();
-}
-
-std::optional<double> RateEstimator::rate() const {
+std::optional<double> UploadMeter::rate() const {
     if (samples_.size() < 2) return std::nullopt;
     auto& [firstTime, firstDone] = samples_.front();
     auto& [lastTime, lastDone] = samples_.back();
@@ -19,19 +14,15 @@ std::optional<double> RateEstimator::rate() const {
     return (lastDone - firstDone) / (lastTime - firstTime);
 }
 
-std::optional<double> RateEstimator::lastDone() const {
-    if (samples_.empty()) return std::nullopt;
-    return samples_.back().second;
-}
-
 UploadProgress UploadMeter::update(std::uint64_t givenBytes, double seconds) {
     reportedBytes_ = std::max(reportedBytes_, givenBytes);
-    estimator_.add(seconds, static_cast<double>(reportedBytes_));
+    samples_.emplace_back(seconds, static_cast<double>(reportedBytes_));
+    while (samples_.size() >= 3 && samples_.front().first < seconds - window_) samples_.pop_front();
     UploadProgress progress;
     progress.reportedBytes = reportedBytes_;
     progress.totalBytes = totalBytes_;
     progress.fraction = totalBytes_ == 0 ? 1.0 : std::min(1.0, static_cast<double>(reportedBytes_) / static_cast<double>(totalBytes_));
-    progress.rate = estimator_.rate();
+    progress.rate = rate();
     if (progress.rate && *progress.rate > 0) {
         double left = static_cast<double>(totalBytes_) - static_cast<double>(reportedBytes_);
         progress.secondsLeft = std::max(0.0, left / *progress.rate);

@@ -9,22 +9,6 @@
 
 namespace vorlen {
 
-// The rate of a growing count over the last `window` seconds.
-class RateEstimator {
-public:
-    explicit RateEstimator(double window = 15) : window_(window) {}
-
-    // Drops the oldest samples while they are older than the window and at least three remain.
-    void add(double time, double done);
-    // Bytes a second, once the samples span two seconds and the count grew.
-    std::optional<double> rate() const;
-    std::optional<double> lastDone() const;
-
-private:
-    double window_;
-    std::deque<std::pair<double, double>> samples_;
-};
-
 struct UploadProgress {
     std::uint64_t reportedBytes = 0;
     std::uint64_t totalBytes = 0;
@@ -34,16 +18,21 @@ struct UploadProgress {
 };
 
 // Turns the bytes given to the transport into progress. A retry takes given
-// bytes back, but the reported number never goes back.
+// bytes back, but the reported number never goes back. The rate is taken over
+// the samples of the last `window` seconds (at least the last two), once they
+// span two seconds and the count grew.
 class UploadMeter {
 public:
-    explicit UploadMeter(std::uint64_t totalBytes, double window = 15) : totalBytes_(totalBytes), estimator_(window) {}
+    explicit UploadMeter(std::uint64_t totalBytes, double window = 15) : totalBytes_(totalBytes), window_(window) {}
 
     UploadProgress update(std::uint64_t givenBytes, double seconds);
 
 private:
+    std::optional<double> rate() const;
+
     std::uint64_t totalBytes_;
-    RateEstimator estimator_;
+    double window_;
+    std::deque<std::pair<double, double>> samples_;  // seconds, reported bytes
     std::uint64_t reportedBytes_ = 0;
 };
 

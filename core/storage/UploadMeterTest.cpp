@@ -30,16 +30,17 @@ TEST(UploadMeter, knowsARateOnceTwoSecondsOfGrowthAreSeen) {
     EXPECT_FALSE(stalled.update(50, 5).rate);
 }
 
-TEST(RateEstimator, forgetsSamplesOlderThanItsWindowButKeepsTwo) {
-    RateEstimator estimator(15);
-    for (int second = 0; second <= 100; ++second) estimator.add(second, second < 90 ? second * 10.0 : 900 + (second - 90) * 100.0);
+TEST(UploadMeter, forgetsSamplesOlderThanItsWindowButKeepsTwo) {
+    UploadMeter meter(100000, 15);
+    std::optional<double> rate;
+    for (int second = 0; second <= 100; ++second)
+        rate = meter.update(static_cast<std::uint64_t>(second < 90 ? second * 10 : 900 + (second - 90) * 100), second).rate;
     // Only the last 15 seconds count: 5 s at 10 bytes/s and 10 s at 100 bytes/s.
-    EXPECT_NEAR(*estimator.rate(), (1900.0 - 850.0) / 15.0, 1e-9);
-    RateEstimator sparse(15);
-    sparse.add(0, 0);
-    sparse.add(100, 100);
-    sparse.add(200, 300);
-    EXPECT_DOUBLE_EQ(*sparse.rate(), 2.0);
+    EXPECT_NEAR(*rate, (1900.0 - 850.0) / 15.0, 1e-9);
+    UploadMeter sparse(1000, 15);
+    sparse.update(0, 0);
+    sparse.update(100, 100);
+    EXPECT_DOUBLE_EQ(*sparse.update(300, 200).rate, 2.0);
 }
 
 TEST(UploadTicks, writesAProgressLineEveryFifteenSeconds) {
