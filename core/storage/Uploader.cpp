@@ -148,8 +148,12 @@ void Uploader::upload(const std::vector<UploadFile>& files, const std::function<
                 continue;
             }
             auto label = uploadLabel(file.key);
-            auto upload = run.step<MultipartUpload>("start of " + label,
-                                                    [&] { return bucket->createMultipart(file.key, file.headers); });
+            // A start that the server took must reach the open list, or nothing
+            // could abort it: the request itself is out of the cancellation's reach.
+            auto upload = run.step<MultipartUpload>("start of " + label, [&] {
+                return Task<MultipartUpload>::detached([&] { return bucket->createMultipart(file.key, file.headers); })
+                    .value();
+            });
             open.push_back({upload, file});
             std::int64_t number = 1;
             for (std::uint64_t offset = 0; offset < size; offset += options.partSize)
