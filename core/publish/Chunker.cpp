@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <limits>
 #include <memory>
 #include <system_error>
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "core/base/Files.hpp"
+#include "core/base/Task.hpp"
 #include "core/base/VorlenError.hpp"
 
 namespace vorlen {
@@ -86,6 +87,15 @@ TEST(ChunkerTest, ChunkFilesHoldEveryPieceAtItsRange) {
     EXPECT_EQ(readFile(dir.path / "publish/v_360/002.mp4"), "bbbb");
     EXPECT_EQ(readFile(dir.path / "publish/v_360/003.mp4"), contents[3]);
     EXPECT_FALSE(fs::exists(dir.path / "publish/v_360/004.mp4"));
+}
+
+TEST(ChunkerTest, ACancelledTaskStopsBeforeCopying) {
+    TempDir dir;
+    writeStream(dir.path / "v_360", {"INIT", "aaaa"});
+    auto scope = CancellationScope::makeRoot();
+    ScopeBinding binding(scope);
+    scope->cancel();
+    EXPECT_THROW(Chunker::chunk(PackagedStream{"v_360"}, dir.path, dir.path / "out", 1000), Cancelled);
 }
 
 TEST(ChunkerTest, CopiesBetweenFileSystemsThroughTheBuffer) {
