@@ -4,9 +4,11 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "core/publish/Poster.hpp"
 #include "core/publish/VideoMetadata.hpp"
 
 namespace vorlen {
@@ -14,6 +16,7 @@ namespace vorlen {
 // What a build made, relative to its publish folder.
 struct Built {
     std::vector<std::string> media;
+    std::optional<Poster> poster;
     std::exception_ptr posterSelectionError;  // why no poster was chosen, when one was tried
     VideoMetadata metadata;
     std::vector<std::string> manifests;
