@@ -4,12 +4,13 @@ namespace vorlen::cli {
 
 void registerInspectCommand(CommandRegistry&);
 void registerBuildCommand(CommandRegistry&);
+void registerUpload(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
-    (void)registry;
     registerInspectCommand(registry);
     registerBuildCommand(registry);
+    registerUpload(registry);
 }
 
 }  // namespace vorlen::cli

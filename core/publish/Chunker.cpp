@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <limits>
 #include <memory>
 #include <system_error>
 
@@ -67,21 +66,38 @@ void writeAll(int fd, const char* data, std::size_t size, const fs::path& path) 
     }
 }
 
+// Moves one piece into the chunk in steps of at most 1 MiB. Where the kernel can
+// copy between the two files, it does so itself: each byte is copied once and
+// no memory of ours holds it. Where it cannot (another file system, an old
+// kernel), the bytes go through the buffer.
 void copyPiece(const Piece& piece, int out, const fs::path& outPath, char* buffer) {
     FileHandle in(piece.source, O_RDONLY);
+    const auto length = piece.range.range.length;
     std::uint64_t copied = 0;
-    for (;;) {
-        ssize_t got = ::read(in.fd(), buffer, copyBufferBytes);
-        if (got < 0) {
-            if (errno == EINTR) continue;
-            throwErrno("cannot read", piece.source);
+    bool inKernel = true;
+    while (copied <= length) {
+        // One byte more than is left shows a file that grew.
+        auto step = static_cast<std::size_t>(std::min<std::uint64_t>(copyBufferBytes, length - copied + 1));
+        ssize_t moved;
+        if (inKernel) {
+            moved = ::copy_file_range(in.fd(), nullptr, out, nullptr, step, 0);
+            if (moved < 0 && copied == 0 &&
+                (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
+                inKernel = false;
+                continue;
+            }
+        } else {
+            moved = ::read(in.fd(), buffer, step);
+            if (moved > 0) writeAll(out, buffer, static_cast<std::size_t>(moved), outPath);
         }
-        if (got == 0) break;
-        copied += static_cast<std::uint64_t>(got);
-        if (copied > piece.range.range.length) break;
-        writeAll(out, buffer, static_cast<std::size_t>(got), outPath);
+        if (moved < 0) {
+            if (errno == EINTR) continue;
+            throwErrno("cannot copy", piece.source);
+        }
+        if (moved == 0) break;
+        copied += static_cast<std::uint64_t>(moved);
     }
-    if (copied != piece.range.range.length) {
+    if (copied != length) {
         throw VorlenError::manifest(fmt::format("{} changed size while chunking", piece.source.string()));
     }
 }
@@ -152,19 +168,11 @@ StreamLayout chunk(const PackagedStream& stream, const fs::path& input, const fs
 
     fs::create_directories(output / name);
     // One fixed buffer for the whole stream: memory does not grow with the video.
-    auto buffer = std::make_unique<char[]>(copyBufferBytes);
+    auto buffer = std::make_unique_for_overwrite<char[]>(copyBufferBytes);
     std::size_t next = 0;
     for (const auto& file : result.files()) {
         auto path = output / file;
         FileHandle out(path, O_WRONLY | O_CREAT | O_TRUNC);
-        std::uint64_t chunkSize = 0;
-        for (auto piece = next; piece < pieces.size() && pieces[piece].range.file == file; ++piece) {
-            chunkSize += pieces[piece].range.range.length;
-        }
-        // Reserving the whole chunk at once spares the file system an allocation per write,
-        // which makes the copy as fast as an in-kernel one. Where it is not supported, the
-        // writes allocate as they go.
-        if (chunkSize > 0) ::fallocate(out.fd(), 0, 0, static_cast<off_t>(chunkSize));
         for (; next < pieces.size() && pieces[next].range.file == file; ++next) {
             checkCancellation();
             copyPiece(pieces[next], out.fd(), path, buffer.get());

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "core/base/Files.hpp"
+#include "core/base/Task.hpp"
 #include "core/base/VorlenError.hpp"
 
 namespace vorlen {
@@ -11,9 +12,18 @@ namespace {
 namespace fs = std::filesystem;
 
 struct TempDir {
-    fs::path path = makeUniqueDirectory(fs::temp_directory_path(), "chunker-test-");
+    fs::path path;
+    explicit TempDir(const fs::path& parent = fs::temp_directory_path())
+        : path(makeUniqueDirectory(parent, "chunker-test-")) {}
     ~TempDir() { fs::remove_all(path); }
 };
+
+void writeStream(const fs::path& directory, const std::vector<std::string>& contents) {
+    fs::create_directories(directory);
+    writeFileAtomically(directory / "init.mp4", contents[0]);
+    for (std::size_t i = 1; i < contents.size(); ++i)
+        writeFileAtomically(directory / (std::to_string(i) + ".m4s"), contents[i]);
+}
 
 std::string manifestFailure(const std::function<void()>& action) {
     try {
@@ -68,11 +78,8 @@ TEST(ChunkerTest, SegmentsMustBeNumberedWithoutGaps) {
 TEST(ChunkerTest, ChunkFilesHoldEveryPieceAtItsRange) {
     TempDir dir;
     auto input = dir.path / "package";
-    fs::create_directories(input / "v_360");
     const std::vector<std::string> contents{"INIT", "aaaa", "bbbb", std::string(20, 'c')};
-    writeFileAtomically(input / "v_360/init.mp4", contents[0]);
-    for (std::size_t i = 1; i < contents.size(); ++i)
-        writeFileAtomically(input / "v_360" / (std::to_string(i) + ".m4s"), contents[i]);
+    writeStream(input / "v_360", contents);
 
     auto layout = Chunker::chunk(PackagedStream{"v_360"}, input, dir.path / "publish", 10);
     EXPECT_EQ(layout, Chunker::layout("v_360", 4, {4, 4, 20}, 10));
@@ -80,6 +87,39 @@ TEST(ChunkerTest, ChunkFilesHoldEveryPieceAtItsRange) {
     EXPECT_EQ(readFile(dir.path / "publish/v_360/002.mp4"), "bbbb");
     EXPECT_EQ(readFile(dir.path / "publish/v_360/003.mp4"), contents[3]);
     EXPECT_FALSE(fs::exists(dir.path / "publish/v_360/004.mp4"));
+}
+
+TEST(ChunkerTest, ACancelledTaskStopsBeforeCopying) {
+    TempDir dir;
+    writeStream(dir.path / "v_360", {"INIT", "aaaa"});
+    auto scope = CancellationScope::makeRoot();
+    ScopeBinding binding(scope);
+    scope->cancel();
+    EXPECT_THROW(Chunker::chunk(PackagedStream{"v_360"}, dir.path, dir.path / "out", 1000), Cancelled);
+}
+
+TEST(ChunkerTest, CopiesBetweenFileSystemsThroughTheBuffer) {
+    // The kernel does not copy from a memory file system to a disk one, so the buffer carries it.
+    if (!fs::is_directory("/dev/shm")) GTEST_SKIP() << "no /dev/shm to put the input on";
+    TempDir input("/dev/shm");
+    TempDir output;
+    std::string big(Chunker::copyBufferBytes * 2 + 17, '\0');
+    for (std::size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 7 % 251);
+    writeStream(input.path / "a_stereo", {"INIT", big, "tail"});
+    auto layout = Chunker::chunk(PackagedStream{"a_stereo"}, input.path, output.path, Chunker::maxChunkBytes);
+    EXPECT_EQ(layout.files().size(), 1u);
+    EXPECT_EQ(readFile(output.path / "a_stereo/001.mp4"), "INIT" + big + "tail");
+}
+
+TEST(ChunkerTest, AFileThatIsNotTheSizeItWasMeasuredAtIsRefused) {
+    // A sysfs file reports 4096 bytes and reads fewer, as a segment rewritten under our feet would.
+    const fs::path shrinking = "/sys/kernel/mm/transparent_hugepage/enabled";
+    if (!fs::exists(shrinking)) GTEST_SKIP() << "no " << shrinking;
+    TempDir dir;
+    writeStream(dir.path / "v_360", {"INIT", "aaaa"});
+    fs::create_symlink(shrinking, dir.path / "v_360/2.m4s");
+    EXPECT_EQ(manifestFailure([&] { Chunker::chunk(PackagedStream{"v_360"}, dir.path, dir.path / "out", 1000); }),
+              (dir.path / "v_360/2.m4s").string() + " changed size while chunking");
 }
 
 }  // namespace

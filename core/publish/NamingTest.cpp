@@ -36,7 +36,7 @@ TEST(NamingTest, NamesFromFiles) {
     EXPECT_EQ(Naming::folderNameForFile("1080p.mp4"), "video");
 }
 
-TEST(NamingTest, RandomPartsAndNumbers) {
+TEST(NamingTest, RandomParts) {
     std::map<char, int> seen;
     for (int i = 0; i < 500; ++i) {
         auto part = Naming::randomPart();
@@ -48,8 +48,6 @@ TEST(NamingTest, RandomPartsAndNumbers) {
     auto unlisted = Naming::unlistedName("talk");
     EXPECT_EQ(unlisted.substr(0, 5), "talk-");
     EXPECT_TRUE(Naming::isValidName(unlisted));
-    EXPECT_EQ(Naming::numbered("video", 0), "video");
-    EXPECT_EQ(Naming::numbered("video", 999), "video-999");
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <sstream>
 
 #include "core/base/Files.hpp"
-#include "core/base/VorlenError.hpp"
 
 namespace vorlen {
 namespace {
@@ -76,18 +75,6 @@ TEST(PackagedFilesTest, AssemblesAFolderWhoseRangesPointAtTheRightBytes) {
     auto mpd = readFile(fake.publish / "manifest.mpd");
     EXPECT_NE(mpd.find(R"(<SegmentURL media="a_stereo/002.mp4" mediaRange="3-6" />)"), std::string::npos) << mpd;
     EXPECT_FALSE(fs::exists(fake.publish / "v_180/1.m4s"));
-}
-
-TEST(PackagedFilesTest, AMissingSegmentStopsTheAssembly) {
-    FakePackage fake;
-    fs::remove(fake.package / "a_stereo/2.m4s");
-    try {
-        assemble({PackagedStream{"v_180"}, PackagedStream{"a_stereo"}}, fake.package, fake.publish, 1000);
-        FAIL() << "assembled a stream with a gap";
-    } catch (const VorlenError& error) {
-        EXPECT_EQ(error.text(), "media segments in " + (fake.package / "a_stereo").string() + " are not numbered 1..2");
-    }
-    EXPECT_FALSE(fs::exists(fake.publish / "manifest.mpd"));
 }
 
 }  // namespace

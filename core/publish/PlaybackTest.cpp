@@ -84,6 +84,7 @@ TEST(PlaybackTest, AChunkedFolderPlaysInShakaPlayerAndDecodesInFFmpeg) {
         const auto& result = report[manifest];
         EXPECT_EQ(result["errors"], Json::array());
         EXPECT_GT(result["currentTime"].get<double>(), 2.0);
+        EXPECT_GE(result["afterSeek"].get<double>(), 7.5) << "playing on after a seek into a later chunk";
         EXPECT_GT(result["audioBytes"].get<double>(), 0) << "audio was decoded";
         EXPECT_EQ(result["audioCodec"], "mp4a.40.2");
         EXPECT_EQ(result["videoCodec"].get<std::string>().substr(0, 4), "avc1") << "HEVC gave way to H.264";

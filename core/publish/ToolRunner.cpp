@@ -190,10 +190,11 @@ ToolOutput ToolRunner::run(const std::string& tool, const std::filesystem::path&
     bool errorOpen = true;
     char buffer[65536];
 
-    auto reap = [&](bool block) {
+    // Never blocks: the cancellation handler takes the same lock to send its signal.
+    auto reap = [&] {
         int status = 0;
         std::lock_guard lock(state->mutex);
-        pid_t result = ::waitpid(state->pid, &status, block ? 0 : WNOHANG);
+        pid_t result = ::waitpid(state->pid, &status, WNOHANG);
         if (result != state->pid) return;
         state->reaped = true;
         if (WIFSIGNALED(status))
@@ -219,8 +220,9 @@ ToolOutput ToolRunner::run(const std::string& tool, const std::filesystem::path&
             fds[count++] = {processFd.get(), POLLIN, 0};
         }
         if (count == 0) {
-            // Without a process descriptor the end of the process is awaited directly.
-            reap(true);
+            // Without a process descriptor the end of the process is polled for.
+            ::poll(nullptr, 0, 20);
+            reap();
             continue;
         }
         int timeout = (!termination && processFd.get() < 0) ? 100 : -1;
@@ -243,7 +245,7 @@ ToolOutput ToolRunner::run(const std::string& tool, const std::filesystem::path&
         bool outputEnded = readInto(outputSlot, output.read, outputBytes, outputOpen);
         if (onOutputLine) deliverLines(outputBytes, onOutputLine, outputEnded);
         readInto(errorSlot, error.read, errorBytes, errorOpen);
-        if (processSlot >= 0 ? fds[processSlot].revents != 0 : !termination) reap(false);
+        if (processSlot >= 0 ? fds[processSlot].revents != 0 : !termination) reap();
     }
 
     {

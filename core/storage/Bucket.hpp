@@ -91,6 +91,8 @@ public:
                               std::chrono::duration<double> delay = std::chrono::duration<double>(0.5)) = 0;
     std::vector<ListPage> listAll(const std::string& prefix);
     std::vector<std::string> listKeys(const std::string& prefix);
+    // The ranges that boundaries cut a listing into, in the server's (byte) order.
+    static std::vector<ListRange> ranges(std::vector<std::string> boundaries);
     // One page chain per range, run at once; onPage gets every page trimmed to its range.
     void listRanges(const std::string& prefix, const std::vector<ListRange>& ranges, int retries,
                     std::chrono::duration<double> delay, const std::function<void(const ListPage&)>& onPage);

@@ -117,12 +117,20 @@ async function play(browser, base, manifest) {
       }
       // A guard against a player that stalls for good, not a measure of speed.
       const giveUp = performance.now() + 180000;
-      while (video.currentTime < 2.5 && errors.length === 0 && !video.ended && performance.now() < giveUp) {
-        await new Promise((resolve) => setTimeout(resolve, 100));
-      }
+      const playUntil = async (seconds) => {
+        while (video.currentTime < seconds && errors.length === 0 && !video.ended && performance.now() < giveUp) {
+          await new Promise((resolve) => setTimeout(resolve, 100));
+        }
+        return video.currentTime;
+      };
+      const currentTime = await playUntil(2.5);
+      // A seek into the second segment reads from a later chunk file.
+      video.currentTime = 7;
+      const afterSeek = await playUntil(7.5);
       const active = player.getVariantTracks().find((track) => track.active) ?? {};
       const outcome = {
-        currentTime: video.currentTime,
+        currentTime,
+        afterSeek,
         audioBytes: video.webkitAudioDecodedByteCount ?? 0,
         videoBytes: video.webkitVideoDecodedByteCount ?? 0,
         videoCodec: active.videoCodec ?? null,

@@ -1,0 +1,141 @@
+#include "app/AppModel.hpp"
+
+#include <fmt/format.h>
+
+#include "app/CredentialStore.hpp"
+#include "core/base/Files.hpp"
+#include "core/base/Log.hpp"
+#include "core/base/VorlenError.hpp"
+#include "core/storage/FolderBucket.hpp"
+
+namespace vorlen::app {
+
+namespace SiteListError {
+std::string alreadyOnThisMac(const std::string& name) {
+    return fmt::format("This Mac already has the site \u201c{}\u201d.", name);
+}
+}  // namespace SiteListError
+
+std::filesystem::path bundledWorkerDirectory() {
+    std::error_code ignored;
+    auto binary = std::filesystem::read_symlink("/proc/self/exe", ignored);
+    auto installed = binary.parent_path().parent_path() / "share" / "vorlen" / "worker";
+    if (std::filesystem::exists(installed / "manifest.json", ignored)) return installed;
+    return std::filesystem::path(VORLEN_SOURCE_DIR) / "worker";
+}
+
+namespace {
+
+DeployedWorker bundledWorker(const std::string& bucket) {
+    auto manifest = decodeJson(readFile(bundledWorkerDirectory() / "manifest.json"));
+    return DeployedWorker{"vorlen-" + bucket, SemanticVersion::parse(manifest.at("version").get<std::string>())};
+}
+
+}  // namespace
+
+AppModel::AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing)
+    : store_(std::move(store)), services_(std::move(services)), mainQueue_(mainQueue), timing_(timing), settings_(store_.load()) {
+    if (settings_.migrateEarlierSite()) save();
+}
+
+void AppModel::save() { store_.save(settings_); }
+
+void AppModel::changeSettings(const std::function<void(LocalSettings&)>& change) {
+    change(settings_);
+    save();
+}
+
+SiteID AppModel::uniqueID(const std::string& name) const {
+    std::string base;
+    for (char c : name) base += std::isalnum(static_cast<unsigned char>(c)) ? char(std::tolower(static_cast<unsigned char>(c))) : '-';
+    if (base.empty()) base = "site";
+    std::string candidate = base;
+    for (int n = 2; settings_.site(SiteID{candidate}); ++n) candidate = base + "-" + std::to_string(n);
+    return SiteID{candidate};
+}
+
+SiteID AppModel::addLocalSite(const std::string& name, const std::filesystem::path& folder) {
+    std::filesystem::path root = std::filesystem::absolute(folder);
+    for (const auto& site : settings_.sites)
+        if (site.settings.localFolder == root) throw VorlenError::config(SiteListError::alreadyOnThisMac(name));
+    std::filesystem::create_directories(root);
+    FolderBucket bucket(root);
+    auto core = SiteSettings::read(bucket);
+    if (!core) {
+        SiteSettings made;
+        made.mediaHost = Hostname::parse("media.localhost");
+        made.pageHost = Hostname::parse("localhost");
+        made.siteTemplate = SiteTemplate::automatic;
+        made.worker = bundledWorker(name);
+        made.write(bucket);
+        core = made;
+    }
+    SiteSummary summary = SiteSummary::from(*core, "local", name);
+    summary.localFolder = root;
+    SiteID id = uniqueID(name);
+    settings_.sites.push_back(LocalSite{id, summary, VideoVisibility::publicVideo, std::nullopt, settings_.defaultUploadLimit});
+    save();
+    log().info("Added the local site {} in {}.", id.value, root.string());
+    return id;
+}
+
+SiteID AppModel::addR2Site(const SiteSummary& site, const R2Credentials& credentials) {
+    for (const auto& existing : settings_.sites)
+        if (existing.settings.accountID == site.accountID && existing.settings.bucket == site.bucket)
+            throw VorlenError::config(SiteListError::alreadyOnThisMac(site.bucket));
+    SiteID id = uniqueID(site.bucket);
+    CredentialStore(services_.secrets, SiteStorage(id).credentialsItem).save(credentials);
+    settings_.sites.push_back(LocalSite{id, site, VideoVisibility::publicVideo, std::nullopt, settings_.defaultUploadLimit});
+    save();
+    return id;
+}
+
+void AppModel::removeSite(const SiteID& id) {
+    if (!settings_.site(id)) throw VorlenError::config(fmt::format("There is no site \u201c{}\u201d on this computer.", id.value));
+    if (auto found = workspaces_.find(id); found != workspaces_.end()) {
+        if (found->second->screen().isActive()) throw VorlenError::config(SettingsError::busy);
+        workspaces_.erase(found);
+    }
+    SiteStorage storage(id);
+    services_.secrets->remove(storage.credentialsItem);
+    services_.secrets->remove(storage.setupTokenItem);
+    services_.secrets->remove(storage.vimeoTokenItem);
+    std::erase_if(settings_.sites, [&](const LocalSite& site) { return site.id == id; });
+    if (settings_.defaultSite == id) settings_.defaultSite.reset();
+    save();
+}
+
+std::optional<SiteID> AppModel::currentSite() const {
+    if (settings_.defaultSite && settings_.site(*settings_.defaultSite)) return settings_.defaultSite;
+    if (!settings_.sites.empty()) return settings_.sites.front().id;
+    return std::nullopt;
+}
+
+SiteID AppModel::ensureSite() {
+    if (auto id = currentSite()) return *id;
+    return addLocalSite("local", userDataFolder() / "local-site");
+}
+
+std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
+    if (auto found = workspaces_.find(id); found != workspaces_.end()) return found->second;
+    const LocalSite* site = settings_.site(id);
+    if (!site) throw VorlenError::config(fmt::format("There is no site \u201c{}\u201d on this computer.", id.value));
+    SiteWorkspace::Services services;
+    services.publish = services_.publishService(*site);
+    if (!site->settings.isLocal())
+        services.credentials = std::make_shared<CredentialStore>(services_.secrets, SiteStorage(id).credentialsItem);
+    SiteWorkspace::Host host;
+    host.macSettings = [this] { return settings_; };
+    host.recordUploadRate = [this](double rate) { changeSettings([rate](LocalSettings& s) { s.lastUploadRate = rate; }); };
+    host.save = [this](const LocalSite& local) {
+        changeSettings([&](LocalSettings& s) {
+            for (auto& each : s.sites)
+                if (each.id == local.id) each = local;
+        });
+    };
+    auto made = SiteWorkspace::make(*site, services, host, mainQueue_, timing_);
+    workspaces_[id] = made;
+    return made;
+}
+
+}  // namespace vorlen::app

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "app/LocalSettings.hpp"
+#include "app/MainQueue.hpp"
+#include "app/SecretStore.hpp"
+#include "app/SiteWorkspace.hpp"
+
+namespace vorlen::app {
+
+// The words of the site list's failures.
+namespace SiteListError {
+// "This Mac already has the site “<name>”." for a site added twice.
+std::string alreadyOnThisMac(const std::string& name);
+}
+
+// The process's one model: this computer's settings, written through on every
+// change, and one workspace for each site.
+class AppModel {
+public:
+    struct Services {
+        std::shared_ptr<SecretStore> secrets;
+        // Makes the publish service of a site.
+        std::function<std::shared_ptr<PublishService>(const LocalSite&)> publishService;
+        std::string appVersion = VORLEN_VERSION;
+    };
+
+    AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing = WorkspaceTiming());
+
+    const LocalSettings& settings() const { return settings_; }
+    void changeSettings(const std::function<void(LocalSettings&)>& change);
+
+    // A site whose bucket is a folder on this computer. Its settings file is
+    // written when the folder has none, with the bundled Worker's name and version.
+    SiteID addLocalSite(const std::string& name, const std::filesystem::path& folder);
+    SiteID addR2Site(const SiteSummary& site, const R2Credentials& credentials);
+    void removeSite(const SiteID& id);
+
+    // The site to use when none is named: the default one, else the only one.
+    std::optional<SiteID> currentSite() const;
+    // With no site at all, the local site "local" under the data folder.
+    SiteID ensureSite();
+
+    std::shared_ptr<SiteWorkspace> workspace(const SiteID& id);
+
+private:
+    void save();
+    SiteID uniqueID(const std::string& name) const;
+
+    LocalSettingsStore store_;
+    Services services_;
+    MainQueue& mainQueue_;
+    WorkspaceTiming timing_;
+    LocalSettings settings_;
+    std::map<SiteID, std::shared_ptr<SiteWorkspace>> workspaces_;
+};
+
+// Where the page Worker bundle that this program carries lies.
+std::filesystem::path bundledWorkerDirectory();
+
+}  // namespace vorlen::app

@@ -1,0 +1,68 @@
+#include "app/AppModel.hpp"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+#include "core/base/Files.hpp"
+#include "core/base/VorlenError.hpp"
+#include "core/storage/FolderBucket.hpp"
+
+using namespace vorlen;
+using namespace vorlen::app;
+
+namespace {
+
+struct Fixture {
+    fs::path folder = makeUniqueDirectory(fs::temp_directory_path(), "vorlen-app-test-");
+    DirectoryRemover remover{folder};
+    PostedQueue queue;
+    std::shared_ptr<FileSecretStore> secrets = std::make_shared<FileSecretStore>(folder / "secrets.json");
+
+    Fixture() { ::setenv("XDG_DATA_HOME", (folder / "data").c_str(), 1); }
+    AppModel model() {
+        return AppModel(LocalSettingsStore(folder / "settings.json"), {secrets, [](const LocalSite&) { return nullptr; }}, queue);
+    }
+};
+
+}  // namespace
+
+TEST(AppModelTest, FirstUseMakesTheLocalSiteWithASettingsFileTheWorkerCanRead) {
+    Fixture fixture;
+    auto model = fixture.model();
+    EXPECT_EQ(model.currentSite(), std::nullopt);
+    SiteID id = model.ensureSite();
+    EXPECT_EQ(id.value, "local");
+    EXPECT_EQ(model.ensureSite(), id);
+
+    fs::path root = fixture.folder / "data" / "vorlen" / "local-site";
+    FolderBucket bucket(root);
+    auto settings = SiteSettings::readRequired(bucket);
+    EXPECT_EQ(settings.pageHost.name, "localhost");
+    EXPECT_EQ(settings.mediaHost.name, "media.localhost");
+    EXPECT_EQ(settings.siteTemplate, SiteTemplate::automatic);
+    EXPECT_EQ(settings.worker.name, "vorlen-local");
+
+    // A second computer model reads the same settings file.
+    auto again = fixture.model();
+    ASSERT_EQ(again.settings().sites.size(), 1u);
+    EXPECT_EQ(again.settings().sites[0].settings.localFolder, root);
+    EXPECT_THROW(again.addLocalSite("other", root), VorlenError);
+}
+
+TEST(AppModelTest, RemovingASiteForgetsItsSecretsAndDefault) {
+    Fixture fixture;
+    auto model = fixture.model();
+    SiteSummary site;
+    site.accountID = "0123456789abcdef";
+    site.bucket = "films";
+    site.mediaHost = Hostname::parse("media.example.com");
+    site.pageHost = Hostname::parse("watch.example.com");
+    SiteID id = model.addR2Site(site, R2Credentials{"t", "AK", "SK", std::nullopt});
+    EXPECT_THROW(model.addR2Site(site, R2Credentials{"t", "AK", "SK", std::nullopt}), VorlenError);
+    model.changeSettings([&](LocalSettings& s) { s.defaultSite = id; });
+    EXPECT_TRUE(fixture.secrets->read(SiteStorage(id).credentialsItem));
+    model.removeSite(id);
+    EXPECT_FALSE(fixture.secrets->read(SiteStorage(id).credentialsItem));
+    EXPECT_EQ(fixture.model().settings().defaultSite, std::nullopt);
+    EXPECT_TRUE(fixture.model().settings().sites.empty());
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "core/base/Json.hpp"
+
+namespace vorlen::app {
+
+// The everyday R2 API Token of this computer and the S3 keys that follow from it.
+struct R2Credentials {
+    std::string tokenID;
+    std::string accessKeyID;
+    std::string secretAccessKey;
+    std::optional<std::string> token;
+
+    Json toJson() const;
+    static std::optional<R2Credentials> fromJson(const Json& json);
+    // For logs: the IDs only.
+    std::string redacted() const;
+    bool operator==(const R2Credentials&) const = default;
+};
+
+}  // namespace vorlen::app

@@ -1,0 +1,38 @@
+#include "app/Screen.hpp"
+
+#include <algorithm>
+
+#include "core/publish/Naming.hpp"
+
+namespace vorlen::app {
+
+std::string ConfirmState::folderName() const {
+    return visibility == VideoVisibility::unlisted ? name + "-" + randomPart : name;
+}
+
+namespace {
+std::string withSlash(const std::string& path) { return path.empty() ? "" : path + "/"; }
+}  // namespace
+
+VideoLinks linksFor(const SiteSummary& site, const std::string& folderName) {
+    // A local site is served by `vorlen preview` on loopback.
+    std::string pageBase = site.isLocal() ? "http://" + site.pageHost.name + ":" + std::to_string(localPreviewPort)
+                                          : "https://" + site.pageHost.name;
+    std::string mediaBase = site.isLocal() ? "http://" + site.mediaHost.name + ":" + std::to_string(localPreviewPort)
+                                           : "https://" + site.mediaHost.name;
+    VideoLinks links;
+    links.page = pageBase + "/" + withSlash(site.pagePath) + folderName;
+    links.embed = links.page + "/embed";
+    links.media = mediaBase + "/" + withSlash(site.folderPath) + folderName + "/";
+    links.hls = links.media + "master.m3u8";
+    links.dash = links.media + "manifest.mpd";
+    return links;
+}
+
+bool isSubtitleFile(const std::filesystem::path& file) {
+    std::string extension = file.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+    return extension == ".vtt" || extension == ".srt";
+}
+
+}  // namespace vorlen::app

@@ -1,0 +1,136 @@
+#include "app/SecretStore.hpp"
+
+#include <fcntl.h>
+#include <libsecret/secret.h>
+#include <mutex>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/base/Files.hpp"
+#include "core/base/Json.hpp"
+#include "core/base/Log.hpp"
+#include "core/base/Random.hpp"
+
+namespace vorlen::app {
+
+namespace {
+
+const SecretSchema* schema() {
+    static const SecretSchema value = {
+        "com.dovrin.vorlen.Secret",
+        SECRET_SCHEMA_NONE,
+        {{"service", SECRET_SCHEMA_ATTRIBUTE_STRING}, {"account", SECRET_SCHEMA_ATTRIBUTE_STRING}, {nullptr, SECRET_SCHEMA_ATTRIBUTE_STRING}},
+        0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+    return &value;
+}
+
+// The error's words, never the secret's.
+[[noreturn]] void fail(const char* what, GError* error) {
+    std::string message = std::string(what) + ": " + (error ? error->message : "unknown failure");
+    if (error) g_error_free(error);
+    throw std::runtime_error(message);
+}
+
+std::string accountKey(const SecretItem& item) { return item.service + "\n" + item.account; }
+
+// One lock for all file stores of the process; across processes the atomic rename keeps the file whole.
+std::mutex fileMutex;
+
+Json readSecretFile(const std::filesystem::path& file) {
+    std::error_code missing;
+    if (!std::filesystem::exists(file, missing)) return Json::object();
+    try {
+        Json json = decodeJson(readFile(file));
+        return json.is_object() ? json : Json::object();
+    } catch (const Json::exception&) {
+        log().error("The secret file {} cannot be read; it counts as empty.", file.string());
+        return Json::object();
+    }
+}
+
+void writeSecretFile(const std::filesystem::path& file, const Json& json) {
+    std::filesystem::create_directories(file.parent_path());
+    ::chmod(file.parent_path().c_str(), 0700);
+    std::filesystem::path temporary = file.parent_path() / ("." + file.filename().string() + "." + randomString(8, "abcdefghij") + ".tmp");
+    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) throw std::runtime_error("cannot write the secret file " + file.string());
+    std::string text = encodeJson(json);
+    bool written = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    written = ::fsync(fd) == 0 && written;
+    ::close(fd);
+    if (!written || ::rename(temporary.c_str(), file.c_str()) != 0) {
+        ::unlink(temporary.c_str());
+        throw std::runtime_error("cannot write the secret file " + file.string());
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<LibsecretStore> LibsecretStore::connect() {
+    GError* error = nullptr;
+    SecretService* service = secret_service_get_sync(SECRET_SERVICE_OPEN_SESSION, nullptr, &error);
+    if (!service) {
+        if (error) g_error_free(error);
+        return nullptr;
+    }
+    g_object_unref(service);
+    return std::make_shared<LibsecretStore>();
+}
+
+std::optional<std::string> LibsecretStore::read(const SecretItem& item) {
+    GError* error = nullptr;
+    gchar* secret = secret_password_lookup_sync(schema(), nullptr, &error, "service", item.service.c_str(), "account",
+                                                item.account.c_str(), nullptr);
+    if (error) fail("The Secret Service did not answer", error);
+    if (!secret) return std::nullopt;
+    std::string value(secret);
+    secret_password_free(secret);
+    return value;
+}
+
+void LibsecretStore::write(const SecretItem& item, std::string_view secret) {
+    GError* error = nullptr;
+    std::string value(secret);
+    std::string label = "Vorlen (" + item.account + ")";
+    if (!secret_password_store_sync(schema(), SECRET_COLLECTION_DEFAULT, label.c_str(), value.c_str(), nullptr, &error,
+                                    "service", item.service.c_str(), "account", item.account.c_str(), nullptr))
+        fail("The Secret Service did not store the secret", error);
+}
+
+bool LibsecretStore::remove(const SecretItem& item) {
+    GError* error = nullptr;
+    gboolean removed = secret_password_clear_sync(schema(), nullptr, &error, "service", item.service.c_str(), "account",
+                                                  item.account.c_str(), nullptr);
+    if (error) fail("The Secret Service did not remove the secret", error);
+    return removed;
+}
+
+std::optional<std::string> FileSecretStore::read(const SecretItem& item) {
+    std::lock_guard lock(fileMutex);
+    return optionalField<std::string>(readSecretFile(file_), accountKey(item).c_str());
+}
+
+void FileSecretStore::write(const SecretItem& item, std::string_view secret) {
+    std::lock_guard lock(fileMutex);
+    Json json = readSecretFile(file_);
+    json[accountKey(item)] = std::string(secret);
+    writeSecretFile(file_, json);
+}
+
+bool FileSecretStore::remove(const SecretItem& item) {
+    std::lock_guard lock(fileMutex);
+    Json json = readSecretFile(file_);
+    if (json.erase(accountKey(item)) == 0) return false;
+    writeSecretFile(file_, json);
+    return true;
+}
+
+std::shared_ptr<SecretStore> SecretStore::makeDefault(const std::filesystem::path& fallbackFile) {
+    // Without a session bus libsecret would try to start one; a server has none to offer.
+    if (std::getenv("DBUS_SESSION_BUS_ADDRESS"))
+        if (auto store = LibsecretStore::connect()) return store;
+    return std::make_shared<FileSecretStore>(fallbackFile);
+}
+
+}  // namespace vorlen::app

@@ -1,0 +1,110 @@
+#include "app/SecretStore.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "app/CredentialStore.hpp"
+#include "app/SealedSecret.hpp"
+#include "app/SetupTokenStore.hpp"
+#include "app/SiteStorage.hpp"
+#include "core/base/Files.hpp"
+#include "core/base/VorlenError.hpp"
+
+using namespace vorlen;
+using namespace vorlen::app;
+
+namespace {
+
+struct TemporaryFolder {
+    fs::path path = makeUniqueDirectory(fs::temp_directory_path(), "vorlen-secrets-test-");
+    ~TemporaryFolder() { fs::remove_all(path); }
+};
+
+}  // namespace
+
+TEST(SecretStoreTest, FileStoreKeepsItemsApartAndIsPrivate) {
+    TemporaryFolder folder;
+    fs::path file = folder.path / "vorlen" / "secrets.json";
+    FileSecretStore store(file);
+    SiteStorage one(SiteID{"one"}), two(SiteID{"two"});
+    EXPECT_EQ(store.read(one.credentialsItem), std::nullopt);
+    store.write(one.credentialsItem, "first");
+    store.write(two.credentialsItem, "second");
+    store.write(one.credentialsItem, "first again");
+    EXPECT_EQ(FileSecretStore(file).read(one.credentialsItem), "first again");
+    EXPECT_EQ(store.read(two.credentialsItem), "second");
+    EXPECT_TRUE(store.remove(two.credentialsItem));
+    EXPECT_FALSE(store.remove(two.credentialsItem));
+
+    struct stat info {};
+    ASSERT_EQ(::stat(file.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    ASSERT_EQ(::stat(file.parent_path().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0077, 0u);
+}
+
+TEST(SecretStoreTest, CredentialsRoundTripAndRedactTheSecret) {
+    TemporaryFolder folder;
+    auto store = std::make_shared<FileSecretStore>(folder.path / "secrets.json");
+    CredentialStore credentials(store, SiteStorage(SiteID{"s"}).credentialsItem);
+    R2Credentials value{"tok-id", "AKID", "very-secret-key", std::string("token-value")};
+    credentials.save(value);
+    EXPECT_EQ(credentials.read(), value);
+    EXPECT_EQ(value.redacted().find("very-secret-key"), std::string::npos);
+    EXPECT_EQ(value.redacted().find("token-value"), std::string::npos);
+    credentials.remove();
+    EXPECT_EQ(credentials.read(), std::nullopt);
+}
+
+TEST(SecretStoreTest, SealedTokenNeedsThePassphraseOnEveryReadButNotToTellItIsThere) {
+    TemporaryFolder folder;
+    auto store = std::make_shared<FileSecretStore>(folder.path / "secrets.json");
+    std::vector<PassphraseRequest> asked;
+    std::optional<std::string> answer = "correct horse";
+    SetupTokenStore tokens(store, SiteStorage(SiteID{"s"}).setupTokenItem, [&](const PassphraseRequest& request) {
+        asked.push_back(request);
+        return answer;
+    });
+    EXPECT_FALSE(tokens.hasToken());
+    EXPECT_EQ(tokens.token(SetupTokenPurpose::setUp), std::nullopt);
+    EXPECT_TRUE(asked.empty());
+
+    tokens.save("cloudflare-account-token");
+    ASSERT_EQ(asked.size(), 1u);
+    EXPECT_TRUE(asked[0].isNew);
+    EXPECT_EQ(store->read(SiteStorage(SiteID{"s"}).setupTokenItem)->find("cloudflare-account-token"), std::string::npos);
+
+    EXPECT_TRUE(tokens.hasToken());
+    EXPECT_EQ(asked.size(), 1u);
+    EXPECT_EQ(tokens.token(SetupTokenPurpose::purgeCache), "cloudflare-account-token");
+    EXPECT_EQ(tokens.token(SetupTokenPurpose::purgeCache), "cloudflare-account-token");
+    ASSERT_EQ(asked.size(), 3u);
+    EXPECT_EQ(asked[2].reason, "use the Cloudflare Account API Token to remove old video files from the cache");
+
+    answer = "wrong";
+    EXPECT_THROW(tokens.token(SetupTokenPurpose::checkSite), SealedSecret::WrongPassphrase);
+    answer = std::nullopt;
+    EXPECT_THROW(tokens.token(SetupTokenPurpose::checkSite), Cancelled);
+}
+
+TEST(SecretStoreTest, LegacyTokenMovesToTheSiteNameOnFirstUse) {
+    TemporaryFolder folder;
+    auto store = std::make_shared<FileSecretStore>(folder.path / "secrets.json");
+    SiteStorage site(SiteID{"s"});
+    store->write(SiteStorage::legacy().setupTokenItem, SealedSecret::seal("old-token", "pw"));
+    SetupTokenStore tokens(store, site.setupTokenItem, [](const PassphraseRequest&) { return std::optional<std::string>("pw"); },
+                           SiteStorage::legacy().setupTokenItem);
+    EXPECT_TRUE(tokens.hasToken());
+    EXPECT_EQ(store->read(SiteStorage::legacy().setupTokenItem), std::nullopt);
+    EXPECT_EQ(tokens.token(SetupTokenPurpose::setUp), "old-token");
+}
+
+TEST(SecretStoreTest, SealedSecretRefusesDamage) {
+    std::string sealed = SealedSecret::seal("secret", "pw");
+    EXPECT_NE(SealedSecret::seal("secret", "pw"), sealed);  // fresh salt and nonce each time
+    EXPECT_EQ(SealedSecret::open(sealed, "pw"), "secret");
+    std::string damaged = sealed;
+    damaged[damaged.size() - 3] = damaged[damaged.size() - 3] == 'A' ? 'B' : 'A';
+    EXPECT_THROW(SealedSecret::open(damaged, "pw"), SealedSecret::WrongPassphrase);
+    EXPECT_THROW(SealedSecret::open("plain", "pw"), SealedSecret::WrongPassphrase);
+}

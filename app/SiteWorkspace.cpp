@@ -1,0 +1,406 @@
+#include "app/SiteWorkspace.hpp"
+
+#include "core/base/Log.hpp"
+#include "core/base/VorlenError.hpp"
+#include "core/publish/Naming.hpp"
+
+namespace vorlen::app {
+
+namespace {
+
+struct ScreenTitles {
+    static constexpr const char* cannotRead = "Cannot Read the Video";
+    static constexpr const char* cannotPublish = "Cannot Publish";
+    static constexpr const char* publishingFailed = "Publishing Failed";
+};
+
+std::optional<std::string> nonEmpty(const std::string& text) {
+    return text.empty() ? std::nullopt : std::optional<std::string>(text);
+}
+
+}  // namespace
+
+std::shared_ptr<SiteWorkspace> SiteWorkspace::make(LocalSite local, Services services, Host host, MainQueue& mainQueue,
+                                                   WorkspaceTiming timing) {
+    return std::shared_ptr<SiteWorkspace>(new SiteWorkspace(std::move(local), std::move(services), std::move(host), mainQueue, timing));
+}
+
+SiteWorkspace::SiteWorkspace(LocalSite local, Services services, Host host, MainQueue& mainQueue, WorkspaceTiming timing)
+    : local_(std::move(local)), services_(std::move(services)), host_(std::move(host)), mainQueue_(mainQueue), timing_(timing) {}
+
+SiteWorkspace::~SiteWorkspace() {
+    // Tasks hold only weak references; dropping them cancels and joins them.
+    posterImageTask_.reset();
+    nameCheck_.reset();
+    activity_.reset();
+}
+
+void SiteWorkspace::setScreen(Screen::Value value) {
+    screen_.value = std::move(value);
+    changed();
+}
+
+void SiteWorkspace::changed() {
+    for (auto& observer : observers_) observer();
+}
+
+void SiteWorkspace::onMain(std::function<void(SiteWorkspace&)> work) {
+    std::weak_ptr<SiteWorkspace> weak = weak_from_this();
+    mainQueue_.post([weak, work = std::move(work)] {
+        if (auto self = weak.lock()) work(*self);
+    });
+}
+
+bool SiteWorkspace::drop(const std::vector<std::filesystem::path>& files) {
+    std::vector<std::filesystem::path> subtitles;
+    std::optional<std::filesystem::path> video;
+    for (const auto& file : files) {
+        if (isSubtitleFile(file))
+            subtitles.push_back(file);
+        else if (!video)
+            video = file;  // a second video in the same drop is ignored
+    }
+    if (video) {
+        if (!canStartVideo()) return false;
+        startInspection(*video, std::move(subtitles));
+        return true;
+    }
+    if (subtitles.empty()) return false;
+    if (screen_.as<Screen::Inspecting>()) {
+        pendingSubtitles_.insert(pendingSubtitles_.end(), subtitles.begin(), subtitles.end());
+        return true;
+    }
+    if (screen_.as<ConfirmState>()) {
+        addSubtitles(subtitles);
+        return true;
+    }
+    return false;
+}
+
+void SiteWorkspace::startInspection(const std::filesystem::path& file, std::vector<std::filesystem::path> subtitles) {
+    nameCheck_.reset();
+    pendingSubtitles_ = std::move(subtitles);
+    setScreen(Screen::Inspecting{file});
+    auto service = services_.publish;
+    activity_.reset();
+    activity_.emplace(Task<void>::spawn([this, file, service] {
+        std::optional<VideoInspection> inspection;
+        std::exception_ptr error;
+        try {
+            inspection = service->inspect(file);
+        } catch (...) {
+            error = std::current_exception();
+        }
+        onMain([file, inspection, error](SiteWorkspace& self) {
+            auto* inspecting = self.screen_.as<Screen::Inspecting>();
+            if (!inspecting || inspecting->file != file) return;
+            if (error) {
+                try {
+                    std::rethrow_exception(error);
+                } catch (const Cancelled&) {
+                    self.setScreen(Screen::Start{});
+                } catch (const std::exception& failure) {
+                    self.setScreen(Failure{ScreenTitles::cannotRead, failure.what(), std::nullopt, {}});
+                }
+                return;
+            }
+            ConfirmState confirm;
+            confirm.inspection = *inspection;
+            confirm.name = inspection->suggestedName;
+            confirm.title = inspection->suggestedTitle;
+            confirm.visibility = self.local_.lastVisibility;
+            confirm.randomPart = Naming::randomPart();
+            confirm.audioLoudness = {self.local_.settings.audioLoudness, self.local_.settings.audioLoudness};
+            self.setScreen(std::move(confirm));
+            auto pending = std::move(self.pendingSubtitles_);
+            self.pendingSubtitles_.clear();
+            if (!pending.empty()) self.addSubtitles(pending);
+            self.beginNameCheck();
+        });
+    }));
+}
+
+void SiteWorkspace::addSubtitles(const std::vector<std::filesystem::path>& files) {
+    auto service = services_.publish;
+    // Subtitle files are small: reading them here keeps their order and the screen simple.
+    auto* confirm = screen_.as<ConfirmState>();
+    if (!confirm) return;
+    for (const auto& file : files) {
+        try {
+            confirm->subtitleFiles.files.push_back(service->readSubtitle(file));
+        } catch (const std::exception& error) {
+            confirm->subtitleFiles.problem = error.what();
+        }
+    }
+    changed();
+}
+
+void SiteWorkspace::editConfirm(const std::function<void(ConfirmState&)>& change) {
+    auto* confirm = screen_.as<ConfirmState>();
+    if (!confirm) return;
+    std::string folderBefore = confirm->folderName();
+    change(*confirm);
+    if (confirm->folderName() != folderBefore) {
+        beginNameCheck();
+    } else {
+        changed();
+    }
+}
+
+void SiteWorkspace::beginNameCheck() {
+    auto* confirm = screen_.as<ConfirmState>();
+    if (!confirm) return;
+    nameCheck_.reset();
+    std::uint64_t generation = ++nameCheckGeneration_;
+    std::string folder = confirm->folderName();
+    if (confirm->name.empty() || !Naming::isValidName(folder)) {
+        confirm->nameStatus = ConfirmState::Invalid{};
+        changed();
+        return;
+    }
+    confirm->nameStatus = ConfirmState::Checking{};
+    changed();
+    auto service = services_.publish;
+    BucketAccess access{local_.settings, std::nullopt};
+    if (services_.credentials) access.credentials = services_.credentials->read();
+    auto delay = timing_.nameCheckDelay;
+    nameCheck_.emplace(Task<void>::spawn([this, generation, folder, service, access, delay] {
+        // Typing does not query the bucket on every key: only a name left alone for the delay is checked.
+        sleepFor(delay);
+        ConfirmState::NameStatus status;
+        try {
+            status = ConfirmState::Resolved{service->resolveFolder(folder, access)};
+        } catch (const Cancelled&) {
+            return;
+        } catch (const std::exception& error) {
+            status = ConfirmState::Unavailable{error.what()};
+        }
+        if (isCancelled()) return;
+        onMain([generation, status](SiteWorkspace& self) {
+            auto* confirm = self.screen_.as<ConfirmState>();
+            if (!confirm || generation != self.nameCheckGeneration_) return;
+            confirm->nameStatus = status;
+            self.changed();
+        });
+    }));
+}
+
+void SiteWorkspace::confirmPublish() {
+    auto* confirm = screen_.as<ConfirmState>();
+    if (!confirm) return;
+    nameCheck_.reset();
+    std::string folder = confirm->folderName();
+    if (!Naming::isValidName(folder)) {
+        setScreen(Failure{ScreenTitles::cannotPublish, Naming::invalidNameMessage(folder), std::nullopt, {}});
+        return;
+    }
+    BucketAccess access{local_.settings, std::nullopt};
+    if (!local_.settings.isLocal()) {
+        try {
+            access.credentials = services_.credentials ? services_.credentials->read() : std::nullopt;
+        } catch (const std::exception& error) {
+            setScreen(Failure{ScreenTitles::cannotPublish, error.what(), std::nullopt, {}});
+            return;
+        }
+        if (!access.credentials) {
+            setScreen(Failure{ScreenTitles::cannotPublish, SettingsError::missingToken, std::nullopt, {}});
+            return;
+        }
+    }
+    PublishRequest request;
+    request.source = confirm->inspection.source;
+    request.name = folder;
+    request.details = VideoDetails(confirm->title, nonEmpty(confirm->reference), nonEmpty(confirm->description), confirm->visibility);
+    request.audioLoudness = confirm->audioLoudness.selection;
+    request.access = std::move(access);
+    request.expectedUploadRate = host_.macSettings ? host_.macSettings().lastUploadRate : std::nullopt;
+    request.posterReviewTimeLimit = timing_.posterReviewTimeLimit;
+    request.uploadTuning = host_.macSettings ? host_.macSettings().uploadTuning : UploadTuning{};
+    request.subtitles = confirm->subtitleFiles.files;
+    startJob(std::move(request));
+}
+
+void SiteWorkspace::startJob(PublishRequest request) {
+    std::uint64_t job = ++jobGeneration_;
+    PublishingState state;
+    state.request = request;
+    state.built = request.built;
+    setScreen(std::move(state));
+    auto service = services_.publish;
+    activity_.reset();
+    activity_.emplace(Task<void>::spawn([this, job, request, service] {
+        std::optional<PublishedVideo> video;
+        std::exception_ptr error;
+        try {
+            video = service->publish(request, [this, job](const PublishEvent& event) {
+                onMain([job, event](SiteWorkspace& self) { self.apply(job, event); });
+            });
+        } catch (...) {
+            error = std::current_exception();
+        }
+        onMain([job, video, error](SiteWorkspace& self) { self.finish(job, video, error); });
+    }));
+}
+
+PublishingState* SiteWorkspace::currentJob() {
+    if (auto* publishing = screen_.as<PublishingState>()) return publishing;
+    if (auto* review = screen_.as<PosterReviewState>()) return &review->job;
+    return nullptr;
+}
+
+void SiteWorkspace::apply(std::uint64_t job, const PublishEvent& event) {
+    PublishingState* state = currentJob();
+    if (!state || job != jobGeneration_) return;
+    std::visit(
+        [&](const auto& value) {
+            using Event = std::decay_t<decltype(value)>;
+            if constexpr (std::is_same_v<Event, PublishEvent::Folder>) {
+                state->folder = value.folder;
+            } else if constexpr (std::is_same_v<Event, PublishEvent::Progress>) {
+                state->progress = value.progress;
+            } else if constexpr (std::is_same_v<Event, PublishEvent::Built>) {
+                state->built = value.built;
+            } else if constexpr (std::is_same_v<Event, PublishEvent::UploadLog>) {
+                state->uploadLog = value.lines;
+            } else if constexpr (std::is_same_v<Event, PublishEvent::ReviewPoster>) {
+                if (!value.request.reply || !value.request.reply->isOpen() || screen_.as<PosterReviewState>()) return;
+                PosterReviewState review;
+                review.job = *state;
+                review.request = value.request;
+                review.poster = value.request.selection ? value.request.selection : value.request.current;
+                screen_.value = std::move(review);
+            }
+        },
+        event.value);
+    // A review answered by its timer, or confirmed, gives the screen back to the job.
+    if (auto* review = screen_.as<PosterReviewState>(); review && !review->request.reply->isOpen())
+        screen_.value = PublishingState(review->job);
+    changed();
+}
+
+void SiteWorkspace::finish(std::uint64_t job, std::optional<PublishedVideo> video, std::exception_ptr error) {
+    PublishingState* state = currentJob();
+    if (!state || job != jobGeneration_) return;
+    posterImageTask_.reset();
+    if (video) {
+        if (video->uploadRate && host_.recordUploadRate) host_.recordUploadRate(*video->uploadRate);
+        local_.lastVisibility = state->request.details.visibility();
+        if (host_.save) host_.save(local_);
+        std::string folder = state->folder ? state->folder->name : state->request.name;
+        setScreen(PublishedState{*video, linksFor(local_.settings, folder), false});
+        return;
+    }
+    try {
+        std::rethrow_exception(error);
+    } catch (const Cancelled&) {
+        setScreen(Screen::Start{});
+    } catch (const std::exception& failure) {
+        PublishRequest retry = state->request;
+        retry.built = state->built;
+        setScreen(Failure{ScreenTitles::publishingFailed, failure.what(), retry, state->uploadLog});
+    }
+}
+
+void SiteWorkspace::stop() {
+    if (screen_.as<Screen::Inspecting>()) {
+        activity_->cancel();
+        setScreen(Screen::Start{});
+        return;
+    }
+    PublishingState* state = currentJob();
+    if (!state || !activity_) return;
+    state->isStopping = true;
+    activity_->cancel();
+    if (auto* review = screen_.as<PosterReviewState>()) review->request.reply->cancel();
+    changed();
+}
+
+void SiteWorkspace::retry() {
+    auto* failed = screen_.as<Failure>();
+    if (!failed || !failed->retry) return;
+    startJob(*failed->retry);
+}
+
+void SiteWorkspace::reset() {
+    if (screen_.isActive() && !screen_.as<ConfirmState>()) return;
+    nameCheck_.reset();
+    setScreen(Screen::Start{});
+}
+
+void SiteWorkspace::holdCountdown() {
+    auto* review = screen_.as<PosterReviewState>();
+    if (!review) return;
+    review->request.reply->hold();
+    review->isCountingDown = false;
+    changed();
+}
+
+void SiteWorkspace::loadPoster(std::function<Poster(PosterSource&)> read) {
+    auto* review = screen_.as<PosterReviewState>();
+    if (!review || !review->request.frames) return;
+    review->request.reply->hold();
+    review->isCountingDown = false;
+    review->imageStatus = PosterReviewState::Loading{};
+    changed();
+    std::uint64_t generation = ++posterImageGeneration_;
+    auto frames = review->request.frames;
+    posterImageTask_.reset();
+    posterImageTask_.emplace(Task<void>::spawn([this, generation, frames, read] {
+        std::optional<Poster> poster;
+        std::string failure;
+        try {
+            poster = read(*frames);
+        } catch (const Cancelled&) {
+            return;
+        } catch (const std::exception& error) {
+            failure = error.what();
+        }
+        onMain([generation, poster, failure](SiteWorkspace& self) {
+            auto* review = self.screen_.as<PosterReviewState>();
+            if (!review || generation != self.posterImageGeneration_) return;
+            if (poster) {
+                review->poster = poster;
+                review->imageStatus = PosterReviewState::Idle{};
+            } else {
+                review->imageStatus = PosterReviewState::Failed{failure};
+            }
+            self.changed();
+        });
+    }));
+}
+
+void SiteWorkspace::pickPosterFrame(double seconds) {
+    loadPoster([seconds](PosterSource& source) { return source.frame(seconds); });
+}
+
+void SiteWorkspace::pickPosterImage(const std::filesystem::path& file) {
+    loadPoster([file](PosterSource& source) { return source.image(file); });
+}
+
+void SiteWorkspace::useCurrentPoster() {
+    auto* review = screen_.as<PosterReviewState>();
+    if (!review) return;
+    review->request.reply->hold();
+    review->isCountingDown = false;
+    review->poster = review->request.current;
+    changed();
+}
+
+void SiteWorkspace::publishWithoutPoster() {
+    auto* review = screen_.as<PosterReviewState>();
+    if (!review) return;
+    review->request.reply->hold();
+    review->isCountingDown = false;
+    review->poster.reset();
+    changed();
+}
+
+void SiteWorkspace::confirmPoster() {
+    auto* review = screen_.as<PosterReviewState>();
+    if (!review) return;
+    posterImageTask_.reset();
+    review->request.reply->answer(review->poster ? PosterDecision::of(*review->poster) : PosterDecision::noPoster(), false);
+    setScreen(PublishingState(review->job));
+}
+
+}  // namespace vorlen::app

@@ -1,0 +1,111 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "app/CredentialStore.hpp"
+#include "app/LocalSettings.hpp"
+#include "app/MainQueue.hpp"
+#include "app/PublishService.hpp"
+#include "app/Screen.hpp"
+#include "core/base/Task.hpp"
+
+namespace vorlen::app {
+
+// The words of the settings' failures.
+namespace SettingsError {
+inline constexpr const char* notSetUp = "Set up Vorlen on this Mac first.";
+inline constexpr const char* missingToken =
+    "Vorlen cannot find the R2 API Token of this site in the keychain. Set up the site again.";
+inline constexpr const char* busy = "Wait until the current video is published, then try again.";
+}  // namespace SettingsError
+
+struct WorkspaceTiming {
+    // Typing does not query the bucket on every key.
+    std::chrono::nanoseconds nameCheckDelay = std::chrono::milliseconds(400);
+    std::chrono::nanoseconds posterReviewTimeLimit = std::chrono::seconds(20);
+};
+
+// One site on this computer and the publish flow of its window: a state machine
+// of screens, driven on the main thread. Slow work runs in tasks and comes back
+// through the main queue; a result for a screen that has moved on is dropped.
+class SiteWorkspace : public std::enable_shared_from_this<SiteWorkspace> {
+public:
+    // How a workspace reaches the application.
+    struct Host {
+        std::function<LocalSettings()> macSettings;
+        std::function<void(double)> recordUploadRate;
+        std::function<void(const LocalSite&)> save;
+    };
+    struct Services {
+        std::shared_ptr<PublishService> publish;
+        std::shared_ptr<CredentialStore> credentials;  // absent for a local site
+    };
+
+    static std::shared_ptr<SiteWorkspace> make(LocalSite local, Services services, Host host, MainQueue& mainQueue,
+                                               WorkspaceTiming timing = WorkspaceTiming());
+    ~SiteWorkspace();
+
+    const SiteID& id() const { return local_.id; }
+    const LocalSite& local() const { return local_; }
+    const Screen& screen() const { return screen_; }
+    // Views learn of every change of the screen here.
+    void onChange(std::function<void()> observer) { observers_.push_back(std::move(observer)); }
+
+    bool canStartVideo() const { return !screen_.isActive(); }
+    // Returns false when the drop is refused and nothing changed.
+    bool drop(const std::vector<std::filesystem::path>& files);
+    // Changes the fields of the confirm screen; a new name or visibility checks the folder name again.
+    void editConfirm(const std::function<void(ConfirmState&)>& change);
+    void confirmPublish();
+    void stop();
+    void retry();
+    void reset();
+
+    // The poster review.
+    void holdCountdown();
+    void pickPosterFrame(double seconds);
+    void pickPosterImage(const std::filesystem::path& file);
+    void useCurrentPoster();
+    void publishWithoutPoster();
+    void confirmPoster();
+
+private:
+    SiteWorkspace(LocalSite local, Services services, Host host, MainQueue& mainQueue, WorkspaceTiming timing);
+
+    void setScreen(Screen::Value value);
+    void changed();
+    // Runs result on the main thread, if this workspace is still there.
+    void onMain(std::function<void(SiteWorkspace&)> work);
+
+    void startInspection(const std::filesystem::path& file, std::vector<std::filesystem::path> subtitles);
+    void addSubtitles(const std::vector<std::filesystem::path>& files);
+    void beginNameCheck();
+    void startJob(PublishRequest request);
+    void apply(std::uint64_t job, const PublishEvent& event);
+    void finish(std::uint64_t job, std::optional<PublishedVideo> video, std::exception_ptr error);
+    PublishingState* currentJob();
+    void loadPoster(std::function<Poster(PosterSource&)> read);
+
+    LocalSite local_;
+    Services services_;
+    Host host_;
+    MainQueue& mainQueue_;
+    WorkspaceTiming timing_;
+    Screen screen_;
+    std::vector<std::function<void()>> observers_;
+
+    std::optional<Task<void>> activity_;
+    std::optional<Task<void>> nameCheck_;
+    std::optional<Task<void>> posterImageTask_;
+    std::uint64_t nameCheckGeneration_ = 0;
+    std::uint64_t jobGeneration_ = 0;
+    std::uint64_t posterImageGeneration_ = 0;
+    std::vector<std::filesystem::path> pendingSubtitles_;
+};
+
+}  // namespace vorlen::app

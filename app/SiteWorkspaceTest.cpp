@@ -1,0 +1,230 @@
+#include "app/SiteWorkspace.hpp"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <mutex>
+
+#include "core/base/VorlenError.hpp"
+
+using namespace vorlen;
+using namespace vorlen::app;
+using namespace std::chrono_literals;
+
+namespace {
+
+// A publish service whose calls the test controls.
+class FakePublishService final : public PublishService {
+public:
+    std::mutex mutex;
+    std::vector<std::string> resolvedNames;
+    std::vector<PublishRequest> publishes;
+    std::function<void(const PublishRequest&, const std::function<void(const PublishEvent&)>&)> onPublish;
+    std::function<VideoInspection(const fs::path&)> onInspect = [](const fs::path& file) {
+        VideoInspection inspection;
+        inspection.source = file;
+        inspection.suggestedName = "holiday";
+        inspection.suggestedTitle = "Holiday";
+        return inspection;
+    };
+
+    VideoInspection inspect(const fs::path& file) override { return onInspect(file); }
+    VideoSubtitle readSubtitle(const fs::path& file) override { return VideoSubtitle{file, "en", 3}; }
+    ResolvedFolder resolveFolder(const std::string& name, const BucketAccess&) override {
+        std::lock_guard lock(mutex);
+        resolvedNames.push_back(name);
+        return ResolvedFolder{name, name, name + "/"};
+    }
+    PublishedVideo publish(const PublishRequest& request, const std::function<void(const PublishEvent&)>& onEvent) override {
+        {
+            std::lock_guard lock(mutex);
+            publishes.push_back(request);
+        }
+        if (onPublish) onPublish(request, onEvent);
+        return PublishedVideo{request.name + "/", request.name + "/master.m3u8", request.name + "/manifest.mpd", 12, 1000, 5e6};
+    }
+    std::size_t publishCount() {
+        std::lock_guard lock(mutex);
+        return publishes.size();
+    }
+};
+
+struct Fixture {
+    PostedQueue queue;
+    std::shared_ptr<FakePublishService> service = std::make_shared<FakePublishService>();
+    std::optional<double> recordedRate;
+    std::shared_ptr<SiteWorkspace> workspace;
+
+    explicit Fixture(std::chrono::nanoseconds nameCheckDelay = 1ms) {
+        SiteSummary site;
+        site.accountID = "local";
+        site.bucket = "local";
+        site.mediaHost = Hostname::parse("media.localhost");
+        site.pageHost = Hostname::parse("localhost");
+        site.localFolder = "/tmp/unused";
+        LocalSite local{SiteID{"local"}, site, VideoVisibility::publicVideo, std::nullopt, UploadLimit{}};
+        SiteWorkspace::Host host{[] { return LocalSettings{}; }, [this](double rate) { recordedRate = rate; }, nullptr};
+        workspace = SiteWorkspace::make(local, {service, nullptr}, host, queue, {nameCheckDelay, 20s});
+    }
+
+    template <class State>
+    State& waitFor() {
+        queue.runUntil([&] { return workspace->screen().as<State>() != nullptr; });
+        return *const_cast<State*>(workspace->screen().as<State>());
+    }
+    void waitForNameStatus() {
+        queue.runUntil([&] {
+            auto* confirm = workspace->screen().as<ConfirmState>();
+            return confirm && !std::holds_alternative<ConfirmState::Checking>(confirm->nameStatus);
+        });
+    }
+};
+
+}  // namespace
+
+TEST(SiteWorkspaceTest, VideoWithTwoSubtitlesReachesConfirmWithBoth) {
+    Fixture fixture;
+    EXPECT_TRUE(fixture.workspace->drop({"/v/a.srt", "/v/holiday.mov", "/v/b.VTT", "/v/second.mp4"}));
+    EXPECT_TRUE(fixture.workspace->screen().as<Screen::Inspecting>());
+    EXPECT_FALSE(fixture.workspace->canStartVideo());
+    auto& confirm = fixture.waitFor<ConfirmState>();
+    EXPECT_EQ(confirm.inspection.source, "/v/holiday.mov");
+    ASSERT_EQ(confirm.subtitleFiles.files.size(), 2u);
+    EXPECT_EQ(confirm.randomPart.size(), 8u);
+    fixture.waitForNameStatus();
+    EXPECT_TRUE(std::holds_alternative<ConfirmState::Resolved>(fixture.workspace->screen().as<ConfirmState>()->nameStatus));
+}
+
+TEST(SiteWorkspaceTest, OnlyTheLastNameIsQueriedAndUnlistedWithoutNameIsInvalid) {
+    Fixture fixture(1s);
+    fixture.workspace->drop({"/v/holiday.mov"});
+    fixture.waitFor<ConfirmState>();
+    for (auto name : {"h", "ho", "hol", "holi"}) fixture.workspace->editConfirm([&](ConfirmState& c) { c.name = name; });
+    fixture.waitForNameStatus();
+    {
+        std::lock_guard lock(fixture.service->mutex);
+        EXPECT_EQ(fixture.service->resolvedNames, std::vector<std::string>{"holi"});
+    }
+    fixture.workspace->editConfirm([](ConfirmState& c) {
+        c.name = "";
+        c.visibility = VideoVisibility::unlisted;
+    });
+    EXPECT_TRUE(std::holds_alternative<ConfirmState::Invalid>(fixture.workspace->screen().as<ConfirmState>()->nameStatus));
+    std::lock_guard lock(fixture.service->mutex);
+    EXPECT_EQ(fixture.service->resolvedNames.size(), 1u);
+}
+
+TEST(SiteWorkspaceTest, DropsThatMustNotChangeAnything) {
+    Fixture fixture;
+    EXPECT_FALSE(fixture.workspace->drop({"/v/only.srt"}));  // subtitles alone on start
+    fixture.workspace->drop({"/v/holiday.mov"});
+    EXPECT_FALSE(fixture.workspace->drop({"/v/other.mov"}));  // a second video while busy
+    fixture.waitFor<ConfirmState>();
+    fixture.waitForNameStatus();
+    fixture.workspace->confirmPublish();
+    fixture.waitFor<PublishedState>();
+    EXPECT_FALSE(fixture.workspace->drop({"/v/late.vtt"}));
+    EXPECT_TRUE(fixture.workspace->screen().as<PublishedState>());
+}
+
+TEST(SiteWorkspaceTest, StopDuringInspectionReturnsToStartWithoutAFailure) {
+    Fixture fixture;
+    fixture.service->onInspect = [](const fs::path&) -> VideoInspection {
+        for (;;) sleepFor(1s);
+    };
+    fixture.workspace->drop({"/v/holiday.mov"});
+    fixture.workspace->stop();
+    EXPECT_TRUE(fixture.workspace->screen().as<Screen::Start>());
+    fixture.queue.drain();
+    EXPECT_TRUE(fixture.workspace->screen().as<Screen::Start>());
+}
+
+TEST(SiteWorkspaceTest, FailedUploadRetriesWithTheSameBuildAndEarlyFailureBuildsAgain) {
+    Fixture fixture;
+    auto built = std::shared_ptr<BuiltFolder>(reinterpret_cast<BuiltFolder*>(new int(1)), [](BuiltFolder* p) {
+        delete reinterpret_cast<int*>(p);
+    });
+    std::atomic<int> attempt{0};
+    fixture.service->onPublish = [&](const PublishRequest& request, const std::function<void(const PublishEvent&)>& onEvent) {
+        int now = ++attempt;
+        if (now == 1) throw VorlenError::tool("ffmpeg", "exit status: 1");  // before the build ended
+        if (now == 2) {
+            EXPECT_EQ(request.built, nullptr);
+            onEvent(PublishEvent{PublishEvent::Built{built}});
+            onEvent(PublishEvent{PublishEvent::UploadLog{{"0.1 s failed"}}});
+            throw VorlenError::status(503, "Slow Down");
+        }
+        EXPECT_EQ(request.built, built);
+    };
+    fixture.workspace->drop({"/v/holiday.mov"});
+    fixture.waitFor<ConfirmState>();
+    fixture.workspace->confirmPublish();
+
+    auto first = fixture.waitFor<Failure>();
+    EXPECT_EQ(first.title, "Publishing Failed");
+    EXPECT_EQ(first.message, "ffmpeg failed: exit status: 1");
+    ASSERT_TRUE(first.retry);
+    EXPECT_EQ(first.retry->built, nullptr);
+
+    fixture.workspace->retry();
+    fixture.queue.runUntil([&] {
+        auto* failure = fixture.workspace->screen().as<Failure>();
+        return failure && failure->message.find("503") != std::string::npos;
+    });
+    auto second = *fixture.workspace->screen().as<Failure>();
+    EXPECT_EQ(second.uploadLog, std::vector<std::string>{"0.1 s failed"});
+    ASSERT_TRUE(second.retry);
+    EXPECT_EQ(second.retry->built, built);
+
+    fixture.workspace->retry();
+    auto& published = fixture.waitFor<PublishedState>();
+    EXPECT_EQ(published.links.page, "http://localhost:8787/holiday");
+    EXPECT_EQ(published.links.hls, "http://media.localhost:8787/holiday/master.m3u8");
+    EXPECT_EQ(fixture.recordedRate, 5e6);
+    EXPECT_EQ(attempt, 3);
+}
+
+TEST(SiteWorkspaceTest, StopDuringPublishingEndsOnStart) {
+    Fixture fixture;
+    fixture.service->onPublish = [](const PublishRequest&, const std::function<void(const PublishEvent&)>&) {
+        for (;;) sleepFor(1s);
+    };
+    fixture.workspace->drop({"/v/holiday.mov"});
+    fixture.waitFor<ConfirmState>();
+    fixture.workspace->confirmPublish();
+    ASSERT_TRUE(fixture.workspace->screen().as<PublishingState>());
+    fixture.workspace->stop();
+    EXPECT_TRUE(fixture.workspace->screen().as<PublishingState>()->isStopping);
+    fixture.waitFor<Screen::Start>();
+}
+
+TEST(SiteWorkspaceTest, PosterReviewHoldsTheCountdownAndTheAnswerReachesThePublish) {
+    Fixture fixture;
+    std::optional<PosterDecision> decided;
+    std::function<void()> fireTimer;
+    fixture.service->onPublish = [&](const PublishRequest&, const std::function<void(const PublishEvent&)>& onEvent) {
+        auto neverFires = [&](BootClock::time_point, std::function<void()> fire) {
+            fireTimer = fire;
+            return std::function<void()>([] {});
+        };
+        PosterReviewRequest request;
+        request.selection = Poster{"jpeg", "poster-00000001.jpg", 16, 9, 1.0};
+        request.reply = PosterReviewReply::start(PosterDecision::of(*request.selection), 20s, neverFires);
+        onEvent(PublishEvent{PublishEvent::ReviewPoster{request}});
+        decided = request.reply->decision();
+    };
+    fixture.workspace->drop({"/v/holiday.mov"});
+    fixture.waitFor<ConfirmState>();
+    fixture.workspace->confirmPublish();
+    auto& review = fixture.waitFor<PosterReviewState>();
+    EXPECT_TRUE(review.isCountingDown);
+    ASSERT_TRUE(review.poster);
+    fixture.workspace->holdCountdown();
+    EXPECT_FALSE(fixture.workspace->screen().as<PosterReviewState>()->isCountingDown);
+    fireTimer();  // a timer that fires after the hold changes nothing
+    fixture.workspace->publishWithoutPoster();
+    fixture.workspace->confirmPoster();
+    EXPECT_TRUE(fixture.workspace->screen().as<PublishingState>());
+    fixture.waitFor<PublishedState>();
+    ASSERT_TRUE(decided);
+    EXPECT_FALSE(decided->poster);
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <optional>
+
+#include "core/base/Task.hpp"
+
+namespace vorlen {
+
+// How often and how patiently a transient failure is tried again.
+struct RetryPolicy {
+    std::int64_t maxRetries = 5;
+    std::chrono::duration<double> delay{0.5};
+
+    // Runs work(attempt) with attempt from 1; a transient failure is tried again
+    // after retryWait while retries are left. The waits end early with Cancelled.
+    template <class F>
+    auto run(F&& work) const -> decltype(work(std::int64_t{1}));
+};
+
+// A failure that names its own wait (a server's Retry-After). One that also
+// names its HTTP status is transient only for 429 and 5xx, and only when the
+// wait is at most a minute: a longer one goes back to the person.
+class RetryDelaySuggesting {
+public:
+    virtual ~RetryDelaySuggesting() = default;
+    virtual std::chrono::duration<double> suggestedRetryDelay() const = 0;
+    virtual std::optional<int> suggestingStatus() const { return std::nullopt; }
+};
+
+// The one test that decides whether a failure may be tried again.
+bool isTransient(const std::exception_ptr& error);
+
+// The wait a failure suggests itself; zero when it suggests none.
+std::chrono::duration<double> suggestedRetryDelay(const std::exception_ptr& error);
+
+// The wait before retry number `retry` (from 0): delay times 2, 4, 8, 16, 16, ...,
+// and never sooner than the failure asks.
+std::chrono::duration<double> retryWait(std::chrono::duration<double> delay, std::int64_t retry,
+                                        const std::exception_ptr& error);
+
+template <class F>
+auto RetryPolicy::run(F&& work) const -> decltype(work(std::int64_t{1})) {
+    for (std::int64_t attempt = 1;; ++attempt) {
+        try {
+            return work(attempt);
+        } catch (...) {
+            auto error = std::current_exception();
+            if (attempt > maxRetries || !isTransient(error)) throw;
+            sleepFor(std::chrono::duration_cast<std::chrono::nanoseconds>(retryWait(delay, attempt - 1, error)));
+        }
+    }
+}
+
+}  // namespace vorlen

@@ -1,0 +1,350 @@
+#include "core/storage/S3Bucket.hpp"
+
+#include <pugixml.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstdio>
+#include <fmt/format.h>
+
+#include "core/base/Crypto.hpp"
+#include "core/base/Dates.hpp"
+#include "core/base/Task.hpp"
+#include "core/base/Text.hpp"
+#include "core/net/RetryPolicy.hpp"
+#include "core/net/StatusFailure.hpp"
+#include "core/storage/WriteFailure.hpp"
+
+namespace vorlen {
+
+namespace {
+
+constexpr std::size_t deleteBatchSize = 1000;
+constexpr std::size_t pieceSize = 262144;
+
+std::string lowercased(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
+std::string xmlEscaped(std::string_view text) {
+    std::string escaped;
+    escaped.reserve(text.size());
+    for (char c : text) {
+        switch (c) {
+            case '&': escaped += "&amp;"; break;
+            case '<': escaped += "&lt;"; break;
+            case '>': escaped += "&gt;"; break;
+            case '"': escaped += "&quot;"; break;
+            case '\'': escaped += "&apos;"; break;
+            default: escaped += c;
+        }
+    }
+    return escaped;
+}
+
+// The MD5 of a body, a file range read in the same pieces as the send.
+std::string contentMd5(const RequestBody& body) {
+    if (auto* data = std::get_if<std::string>(&body.content)) return base64(md5(*data));
+    const auto& file = std::get<RequestBody::FileRange>(body.content);
+    std::FILE* handle = std::fopen(file.path.c_str(), "rb");
+    if (!handle) throw std::runtime_error(fmt::format("The file “{}” could not be opened.", file.path.filename().string()));
+    struct Close {
+        std::FILE* handle;
+        ~Close() { std::fclose(handle); }
+    } close{handle};
+    if (::fseeko(handle, static_cast<off_t>(file.range.offset), SEEK_SET) != 0)
+        throw std::runtime_error("The file is shorter than planned.");
+    Md5Stream digest;
+    std::string piece(pieceSize, '\0');
+    for (std::uint64_t left = file.range.length; left > 0;) {
+        checkCancellation();
+        const std::size_t got = std::fread(piece.data(), 1, std::min<std::uint64_t>(left, pieceSize), handle);
+        if (got == 0) throw std::runtime_error("The file is shorter than planned.");
+        digest.update(std::string_view(piece.data(), got));
+        left -= got;
+    }
+    return base64(digest.finish());
+}
+
+// The text between the first literal <tag> and </tag>, without a parser.
+std::optional<std::string> literalElement(const std::string& body, const std::string& tag) {
+    const std::string open = "<" + tag + ">";
+    const std::string close = "</" + tag + ">";
+    const auto start = body.find(open);
+    if (start == std::string::npos) return std::nullopt;
+    const auto end = body.find(close, start + open.size());
+    if (end == std::string::npos) return std::nullopt;
+    return body.substr(start + open.size(), end - start - open.size());
+}
+
+std::string_view localName(const char* name) {
+    std::string_view text(name);
+    const auto colon = text.rfind(':');
+    return colon == std::string_view::npos ? text : text.substr(colon + 1);
+}
+
+pugi::xml_node firstChild(const pugi::xml_node& node, std::string_view name) {
+    for (auto child : node.children())
+        if (child.type() == pugi::node_element && localName(child.name()) == name) return child;
+    return {};
+}
+
+// Parses a whole answer and checks its root; pugixml never loads a DTD or an external entity.
+pugi::xml_node parsedRoot(pugi::xml_document& document, const std::string& body, std::string_view expectedRoot) {
+    const auto result = document.load_buffer(body.data(), body.size(), pugi::parse_default);
+    if (!result) throw VorlenError::status(200, std::string("response is not XML: ") + result.description());
+    auto root = document.document_element();
+    if (!root || localName(root.name()) != expectedRoot) throw VorlenError::status(200, body);
+    return root;
+}
+
+void addObjectHeaders(std::map<std::string, std::string>& headers, const ObjectHeaders& objectHeaders) {
+    if (!objectHeaders.contentType.empty()) headers["content-type"] = objectHeaders.contentType;
+    if (!objectHeaders.cacheControl.empty()) headers["cache-control"] = objectHeaders.cacheControl;
+    for (const auto& [name, value] : objectHeaders.metadata) headers["x-amz-meta-" + lowercased(name)] = value;
+}
+
+void failOnErrorInside(const HttpResponse& response) {
+    if (response.body.find("<Error>") != std::string::npos) throw VorlenError::status(200, repairUtf8(response.body));
+}
+
+std::string withoutQuotes(std::string etag) {
+    etag.erase(std::remove(etag.begin(), etag.end(), '"'), etag.end());
+    return etag;
+}
+
+template <class F>
+auto asWrite(const std::string& key, bool hadCondition, F&& write) -> decltype(write()) {
+    try {
+        return write();
+    } catch (const VorlenError&) {
+        std::rethrow_exception(mappedWriteFailure(std::current_exception(), key, hadCondition));
+    }
+}
+
+}  // namespace
+
+S3Bucket::S3Bucket(BucketLocation location, S3Credentials credentials, Endpoints endpoints, int maxConnectionsPerHost,
+                   std::chrono::seconds noProgressTimeout)
+    : location_(std::move(location)),
+      credentials_(std::move(credentials)),
+      endpoints_(std::move(endpoints)),
+      session_(std::make_shared<HttpClient>(HttpClientOptions{std::max(1, maxConnectionsPerHost), noProgressTimeout})) {}
+
+std::optional<HttpResponse> S3Bucket::send(const Call& call) {
+    std::string base = endpoints_.r2Storage;
+    if (auto slot = base.find("{account}"); slot != std::string::npos)
+        base.replace(slot, std::string_view("{account}").size(), location_.accountID);
+    std::string path = "/" + SigV4::uriEncode(location_.bucket, false);
+    if (call.key) path += "/" + SigV4::uriEncode(*call.key, true);
+    const std::string query = SigV4::canonicalQuery(call.query);
+    const std::string url = base + path + (query.empty() ? "" : "?" + query);
+    const auto host = hostOfURL(url);
+    if (!host) throw VorlenError::config(fmt::format("\u201c{}\u201d is not a valid account ID", location_.accountID));
+
+    SigV4::Request signing{call.method, path, call.query, call.headers, "UNSIGNED-PAYLOAD"};
+    if (call.body) {
+        signing.headers["content-length"] = std::to_string(call.body->size());
+        if (call.digest) signing.headers["content-md5"] = contentMd5(*call.body);
+    }
+    signing.headers["host"] = *host;
+    signing.headers["x-amz-date"] =
+        formatIso8601Basic(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+    signing.headers["x-amz-content-sha256"] = "UNSIGNED-PAYLOAD";
+
+    HttpRequest request;
+    request.method = call.method;
+    request.url = url;
+    request.headers.emplace_back("authorization", SigV4::authorization(signing, credentials_, SigV4::Scope{}));
+    for (const auto& [name, value] : signing.headers)
+        if (name != "host") request.headers.emplace_back(name, value);
+    if (call.body) request.body = *call.body;
+
+    HttpResponse response = session_->send(request);
+    if (response.status == 404 && call.absentOn404) return std::nullopt;
+    if (response.status < 200 || response.status > 299) {
+        std::optional<std::chrono::duration<double>> retryAfter;
+        if (auto value = response.header("retry-after"))
+            retryAfter = parseRetryAfter(*value, std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+        throw StatusFailure(response.status, repairUtf8(response.body), retryAfter);
+    }
+    return response;
+}
+
+bool S3Bucket::hasObjects(const std::string& prefix) {
+    auto response = send({"GET", std::nullopt, {{"list-type", "2"}, {"max-keys", "1"}, {"prefix", prefix}}, {}});
+    const auto text = literalElement(response->body, "KeyCount");
+    std::int64_t count = 0;
+    if (!text || text->empty() ||
+        std::from_chars(text->data(), text->data() + text->size(), count).ptr != text->data() + text->size())
+        throw VorlenError::status(200, "list response has no KeyCount");
+    return count != 0;
+}
+
+std::optional<std::string> S3Bucket::object(const std::string& key) {
+    Call call{"GET", key, {}, {}};
+    call.absentOn404 = true;
+    auto response = send(call);
+    if (!response) return std::nullopt;
+    return std::move(response->body);
+}
+
+std::optional<TaggedObject> S3Bucket::taggedObject(const std::string& key) {
+    Call call{"GET", key, {}, {{"accept-encoding", "identity"}}};
+    call.absentOn404 = true;
+    auto response = send(call);
+    if (!response) return std::nullopt;
+    auto etag = response->header("etag");
+    if (!etag) throw VorlenError::status(200, fmt::format("the response for {} has no ETag", key));
+    return TaggedObject{std::move(response->body), *etag};
+}
+
+std::optional<ObjectInfo> S3Bucket::info(const std::string& key) {
+    Call call{"HEAD", key, {}, {}};
+    call.absentOn404 = true;
+    auto response = send(call);
+    if (!response) return std::nullopt;
+    ObjectInfo info;
+    if (auto length = response->header("content-length")) {
+        std::int64_t size = 0;
+        if (std::from_chars(length->data(), length->data() + length->size(), size).ptr == length->data() + length->size())
+            info.size = size;
+    }
+    if (auto modified = response->header("last-modified")) info.lastModified = parseHttpDate(*modified);
+    for (const auto& [name, value] : response->headers)
+        if (name.starts_with("x-amz-meta-")) info.metadata[name.substr(std::string_view("x-amz-meta-").size())] = value;
+    return info;
+}
+
+std::optional<std::string> S3Bucket::put(const std::string& key, const RequestBody& body, const ObjectHeaders& headers,
+                                         const std::optional<WriteCondition>& condition) {
+    Call call{"PUT", key, {}, {}};
+    addObjectHeaders(call.headers, headers);
+    if (condition) {
+        if (auto* unchanged = std::get_if<WriteCondition::Unchanged>(&condition->value)) {
+            call.headers["if-match"] = unchanged->etag;
+        } else {
+            call.headers["if-none-match"] = "*";
+        }
+    }
+    call.body = &body;
+    call.digest = true;
+    return asWrite(key, condition.has_value(), [&] { return send(call)->header("etag"); });
+}
+
+void S3Bucket::remove(const std::string& key) { send({"DELETE", key, {}, {}}); }
+
+std::vector<DeleteFailure> S3Bucket::deleteObjects(const std::vector<std::string>& keys) {
+    std::vector<DeleteFailure> failures;
+    for (std::size_t start = 0; start < keys.size(); start += deleteBatchSize) {
+        std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?><Delete><Quiet>true</Quiet>";
+        for (std::size_t index = start; index < std::min(keys.size(), start + deleteBatchSize); ++index)
+            xml += "<Object><Key>" + xmlEscaped(keys[index]) + "</Key></Object>";
+        xml += "</Delete>";
+        const RequestBody body = RequestBody::bytes(std::move(xml));
+        Call call{"POST", std::nullopt, {{"delete", std::nullopt}}, {{"content-type", "application/xml"}}};
+        call.body = &body;
+        call.digest = true;
+        auto response = send(call);
+        pugi::xml_document document;
+        auto root = parsedRoot(document, response->body, "DeleteResult");
+        for (auto error : root.children()) {
+            if (error.type() != pugi::node_element || localName(error.name()) != "Error") continue;
+            failures.push_back({firstChild(error, "Key").child_value(), firstChild(error, "Code").child_value(),
+                                firstChild(error, "Message").child_value()});
+        }
+    }
+    return failures;
+}
+
+void S3Bucket::copy(const std::string& from, const std::string& to) {
+    const RequestBody empty = RequestBody::bytes("");
+    Call call{"PUT", to, {},
+              {{"x-amz-copy-source", SigV4::uriEncode(location_.bucket, false) + "/" + SigV4::uriEncode(from, true)}}};
+    call.body = &empty;
+    failOnErrorInside(*send(call));
+}
+
+Bucket::ListPage S3Bucket::readListPage(const std::string& prefix, const std::optional<std::string>& startAfter,
+                                        const std::optional<std::string>& token) {
+    QueryItems query{{"list-type", "2"}, {"prefix", prefix}};
+    if (token) {
+        query.emplace_back("continuation-token", *token);
+    } else if (startAfter) {
+        query.emplace_back("start-after", *startAfter);
+    }
+    auto response = send({"GET", std::nullopt, query, {}});
+    pugi::xml_document document;
+    auto root = parsedRoot(document, response->body, "ListBucketResult");
+    ListPage page;
+    for (auto contents : root.children()) {
+        if (contents.type() != pugi::node_element || localName(contents.name()) != "Contents") continue;
+        auto key = firstChild(contents, "Key");
+        if (!key) continue;
+        ListedObject object{key.child_value(), std::nullopt};
+        if (auto etag = firstChild(contents, "ETag")) object.etag = etag.child_value();
+        page.objects.push_back(std::move(object));
+    }
+    if (std::string_view(firstChild(root, "IsTruncated").child_value()) == "true") {
+        std::string next = firstChild(root, "NextContinuationToken").child_value();
+        if (next.empty()) throw VorlenError::status(200, "truncated list response has no NextContinuationToken");
+        page.nextToken = std::move(next);
+    }
+    return page;
+}
+
+Bucket::ListPage S3Bucket::listPage(const std::string& prefix, const std::optional<std::string>& startAfter,
+                                    const std::optional<std::string>& token, int retries,
+                                    std::chrono::duration<double> delay) {
+    for (int attempt = 0;; ++attempt) {
+        try {
+            auto page = readListPage(prefix, startAfter, token);
+            if (token && page.nextToken == token)
+                throw VorlenError::status(200, "list response repeats its continuation token");
+            return page;
+        } catch (...) {
+            auto error = std::current_exception();
+            if (attempt >= retries || !isTransient(error)) throw;
+            sleepFor(std::chrono::duration_cast<std::chrono::nanoseconds>(retryWait(delay, attempt, error)));
+        }
+    }
+}
+
+MultipartUpload S3Bucket::createMultipart(const std::string& key, const ObjectHeaders& headers) {
+    Call call{"POST", key, {{"uploads", std::nullopt}}, {}};
+    addObjectHeaders(call.headers, headers);
+    auto response = send(call);
+    auto uploadID = literalElement(response->body, "UploadId");
+    if (!uploadID || uploadID->empty()) throw VorlenError::status(200, "multipart response has no UploadId");
+    return {key, *uploadID};
+}
+
+CompletedPart S3Bucket::uploadPart(const MultipartUpload& upload, std::int64_t number, const RequestBody& body) {
+    Call call{"PUT", upload.key, {{"partNumber", std::to_string(number)}, {"uploadId", upload.uploadID}}, {}};
+    call.body = &body;
+    call.digest = true;
+    return asWrite(upload.key, false, [&] {
+        auto etag = send(call)->header("etag");
+        if (!etag) throw VorlenError::status(200, "part response has no ETag");
+        return CompletedPart{number, withoutQuotes(*etag)};
+    });
+}
+
+void S3Bucket::completeMultipart(const MultipartUpload& upload, const std::vector<CompletedPart>& parts) {
+    std::string xml = "<CompleteMultipartUpload>";
+    for (const auto& part : parts)
+        xml += fmt::format("<Part><PartNumber>{}</PartNumber><ETag>\"{}\"</ETag></Part>", part.number, part.etag);
+    xml += "</CompleteMultipartUpload>";
+    const RequestBody body = RequestBody::bytes(std::move(xml));
+    Call call{"POST", upload.key, {{"uploadId", upload.uploadID}}, {{"content-type", "application/xml"}}};
+    call.body = &body;
+    failOnErrorInside(*send(call));
+}
+
+void S3Bucket::abortMultipart(const MultipartUpload& upload) {
+    send({"DELETE", upload.key, {{"uploadId", upload.uploadID}}, {}});
+}
+
+}  // namespace vorlen

@@ -1,0 +1,87 @@
+#include "testing/RgwServer.hpp"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <fmt/format.h>
+#include <stdexcept>
+
+#include "core/base/Dates.hpp"
+#include "core/base/Files.hpp"
+#include "core/base/Random.hpp"
+#include "core/net/HttpClient.hpp"
+#include "core/storage/SigV4.hpp"
+
+namespace vorlen::testing {
+
+namespace {
+
+std::string script() { return std::string(VORLEN_SOURCE_DIR) + "/testing/rgw"; }
+
+std::string run(const std::string& command) {
+    std::FILE* pipe = ::popen(command.c_str(), "r");
+    if (!pipe) throw std::runtime_error("cannot run " + command);
+    std::string output;
+    std::array<char, 4096> buffer{};
+    while (std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe)) output.append(buffer.data(), got);
+    if (::pclose(pipe) != 0) throw std::runtime_error("the test S3 server did not start; see its logs");
+    return output;
+}
+
+std::string valueOf(const std::string& output, const std::string& name) {
+    const auto start = output.find(name + "=");
+    if (start == std::string::npos) throw std::runtime_error("the test S3 server did not report " + name);
+    const auto end = output.find('\n', start);
+    return output.substr(start + name.size() + 1, end - start - name.size() - 1);
+}
+
+}  // namespace
+
+RgwServer& RgwServer::shared() {
+    static RgwServer server;
+    return server;
+}
+
+RgwServer::RgwServer() {
+    dir_ = makeUniqueDirectory(std::filesystem::temp_directory_path(), "vorlen-rgw-");
+    const std::string output =
+        run(fmt::format("VORLEN_RGW_OWNER={} '{}' start '{}'", ::getpid(), script(), dir_.string()));
+    endpoint_ = valueOf(output, "endpoint");
+    credentials_ = {valueOf(output, "access_key"), valueOf(output, "secret_key")};
+    // The first writes of a fresh cluster create its pools and take seconds (more on
+    // a busy machine): done here, with patience, so that tests time only themselves.
+    auto warmUp = makeBucket({}, 1, std::chrono::seconds(600));
+    warmUp->put("warm-up", RequestBody::bytes("warm-up"), {});
+}
+
+RgwServer::~RgwServer() {
+    std::system(fmt::format("'{}' stop '{}' >/dev/null 2>&1", script(), dir_.string()).c_str());
+    std::error_code ignored;
+    std::filesystem::remove_all(dir_, ignored);
+}
+
+std::shared_ptr<S3Bucket> RgwServer::makeBucket(const std::string& endpoint, int connections,
+                                                std::chrono::seconds noProgressTimeout) {
+    const std::string name = "test-" + randomString(12, "abcdefghijklmnopqrstuvwxyz0123456789");
+    SigV4::Request signing{"PUT", "/" + name, {}, {}, "UNSIGNED-PAYLOAD"};
+    signing.headers["host"] = *hostOfURL(endpoint_);
+    signing.headers["x-amz-date"] =
+        formatIso8601Basic(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+    signing.headers["x-amz-content-sha256"] = "UNSIGNED-PAYLOAD";
+    HttpRequest request;
+    request.method = "PUT";
+    request.url = endpoint_ + "/" + name;
+    request.body = RequestBody::bytes("");
+    request.headers.emplace_back("authorization", SigV4::authorization(signing, credentials_, SigV4::Scope{}));
+    request.headers.emplace_back("x-amz-date", signing.headers["x-amz-date"]);
+    request.headers.emplace_back("x-amz-content-sha256", "UNSIGNED-PAYLOAD");
+    HttpClient client({1, noProgressTimeout});
+    auto response = client.send(request);
+    if (response.status != 200) throw std::runtime_error(fmt::format("creating a test bucket gave HTTP {}", response.status));
+    Endpoints endpoints;
+    endpoints.r2Storage = endpoint.empty() ? endpoint_ : endpoint;
+    return std::make_shared<S3Bucket>(BucketLocation{"test", name}, credentials_, endpoints, connections, noProgressTimeout);
+}
+
+}  // namespace vorlen::testing

@@ -1,0 +1,56 @@
+// Seeds and reads a bucket for the page tests.
+import { startWorker } from '../dev/localSite.mjs';
+
+export const origin = 'https://watch.example.com';
+
+export function siteSettings(overrides = {}) {
+  return {
+    version: 1,
+    media_host: 'media.example.com',
+    page_host: 'watch.example.com',
+    template: 'light',
+    worker: { name: 'vorlen-pages', version: '1.0.0' },
+    home_page: { public: true, title: 'Dovrin Films', search: true, sort: 'newest', poster_size: 'medium' },
+    embeds: { sites: 'none', origins: [] },
+    ...overrides,
+  };
+}
+
+export function videoRecord(overrides = {}) {
+  return {
+    version: 1,
+    title: 'Harbour at Dawn',
+    description: 'Boats leave the harbour.',
+    visibility: 'public',
+    poster: { name: 'poster-1a2b3c.jpg', width: 1280, height: 720 },
+    duration: 95.4,
+    width: 1920,
+    height: 1080,
+    created: '2026-01-15T09:30:00Z',
+    updated: '2026-01-15T09:30:00Z',
+    ...overrides,
+  };
+}
+
+export async function startPages(options = {}) {
+  const worker = await startWorker(options);
+  const put = (key, value) => worker.bucket.put(key, typeof value === 'string' ? value : JSON.stringify(value));
+  return {
+    ...worker,
+    put,
+    async reset(site = siteSettings()) {
+      const listed = await worker.bucket.list();
+      if (listed.objects.length) await worker.bucket.delete(listed.objects.map((o) => o.key));
+      if (site) await put('_vorlen/site.json', site);
+    },
+    // A playable folder: the record (unless null) and master.m3u8.
+    async publish(key, record = videoRecord()) {
+      if (record !== null) await put(`${key}/video.json`, record);
+      await put(`${key}/master.m3u8`, '#EXTM3U\n');
+    },
+    async get(path, init) {
+      const response = await worker.fetch(`${origin}${path}`, init);
+      return { response, status: response.status, headers: response.headers, text: await response.text() };
+    },
+  };
+}
