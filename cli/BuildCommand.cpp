@@ -1,9 +1,12 @@
+#include <unistd.h>
+
 #include <cstdlib>
 #include <iostream>
 
 #include <fmt/format.h>
 
 #include "cli/Commands.hpp"
+#include "cli/PosterPrompt.hpp"
 #include "cli/Terminal.hpp"
 #include "core/base/Files.hpp"
 #include "core/base/Json.hpp"
@@ -38,6 +41,27 @@ void moveFolder(const fs::path& from, const fs::path& to) {
     fs::copy(from, to, fs::copy_options::recursive);
 }
 
+// "auto" chooses a frame, and on a terminal lets the person change it; "none"
+// publishes without a poster; anything else is an image file to use.
+PosterReview posterReview(const std::string& choice, const Tools& tools, ProgressPrinter& printer) {
+    if (choice == "none") return [](const PosterProposal&) { return std::optional<Poster>(); };
+    if (choice != "auto") {
+        // Read once now, so that an unreadable file fails before the encode.
+        posterFromImage(choice, {1, 1});
+        return [choice](const PosterProposal& proposal) {
+            return std::optional<Poster>(posterFromImage(choice, proposal.maximumSize));
+        };
+    }
+    if (::isatty(STDIN_FILENO) != 1 || ::isatty(STDERR_FILENO) != 1) return {};
+    return [tools, &printer](const PosterProposal& proposal) {
+        printer.finish();
+        PosterReviewer reviewer;
+        reviewer.tools = tools;
+        reviewer.onRequest = PosterPrompt(STDIN_FILENO, stderr);
+        return reviewer.review(proposal);
+    };
+}
+
 }  // namespace
 
 void registerBuildCommand(CommandRegistry& registry) {
@@ -47,6 +71,7 @@ void registerBuildCommand(CommandRegistry& registry) {
         std::optional<std::string> title;
         std::string loudness = "original";
         std::optional<std::string> speed;
+        std::string poster = "auto";
     };
     auto options = std::make_shared<Options>();
     auto* command = registry.app.add_subcommand(
@@ -58,6 +83,8 @@ void registerBuildCommand(CommandRegistry& registry) {
         ->check(CLI::IsMember({"original", "web", "broadcast"}));
     command->add_option("--speed", options->speed, "encoding speed: fast, balanced or quality (default: this computer's setting)")
         ->check(CLI::IsMember({"fast", "balanced", "quality"}));
+    command->add_option("--poster", options->poster,
+                        "auto (choose a frame; on a terminal, review it), none, or an image file");
     registry.add(command, [options] {
         fs::path out = options->out;
         if (fs::exists(out) && !(fs::is_directory(out) && fs::is_empty(out)))
@@ -70,13 +97,14 @@ void registerBuildCommand(CommandRegistry& registry) {
         publisher.workRoot = defaultWorkRoot();
         auto loudness = *audioLoudnessFromRawValue(options->loudness);
         ProgressPrinter printer;
+        auto review = posterReview(options->poster, publisher.tools, printer);
         runInterruptibly([&] {
             auto inspection = publisher.inspect(options->file);
             VideoDetails details(options->title ? *options->title : trimmed(inspection.suggestedTitle), std::nullopt,
                                  std::nullopt, VideoVisibility::publicVideo);
             std::shared_ptr<BuiltFolder> built;
             try {
-                built = publisher.build(inspection, details, loudness, std::nullopt, std::ref(printer));
+                built = publisher.build(inspection, details, loudness, std::nullopt, std::ref(printer), review);
             } catch (...) {
                 printer.finish();
                 throw;
@@ -87,6 +115,10 @@ void registerBuildCommand(CommandRegistry& registry) {
             moveFolder(built->directory(), out);
             std::cout << fmt::format("Built “{}”: {} files, {} bytes, in {}\n", details.title(),
                                      built->allFiles().size(), built->byteCount(), out.string());
+            if (built->built().poster || !built->built().posterSelectionError)
+                std::cout << fmt::format("Poster: {}\n", PosterPrompt::describe(built->built().poster));
+            else
+                std::cout << fmt::format("No poster: {}\n", describe(built->built().posterSelectionError));
         });
         return 0;
     });

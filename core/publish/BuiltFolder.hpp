@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "core/publish/Poster.hpp"
 #include "core/publish/VideoMetadata.hpp"
 
 namespace vorlen {
@@ -16,6 +17,7 @@ namespace vorlen {
 // What a build made, relative to its publish folder.
 struct Built {
     std::vector<std::string> media;
+    std::optional<Poster> poster;
     std::exception_ptr posterSelectionError;  // why no poster was chosen, when one was tried
     VideoMetadata metadata;
     std::vector<std::string> manifests;

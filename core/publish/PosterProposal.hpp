@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <exception>
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <variant>
 
 #include "core/publish/Poster.hpp"
@@ -30,5 +32,8 @@ struct PosterProposal {
         return {width, height};
     }
 };
+
+// Lets someone change the proposed poster; returns the poster to publish, or none.
+using PosterReview = std::function<std::optional<Poster>(const PosterProposal&)>;
 
 }  // namespace vorlen

@@ -14,6 +14,8 @@
 #include "core/publish/AudioEncoder.hpp"
 #include "core/publish/EncodeMeter.hpp"
 #include "core/publish/PackagedFiles.hpp"
+#include "core/publish/PosterHeuristicScorer.hpp"
+#include "core/publish/PosterOutcome.hpp"
 #include "core/publish/Packager.hpp"
 #include "core/publish/VideoCommand.hpp"
 
@@ -56,7 +58,7 @@ std::uint64_t sizeOfFiles(const fs::path& folder, const std::vector<std::string>
 
 std::shared_ptr<BuiltFolder> Publisher::build(const Inspection& inspection, const VideoDetails& details,
                                               AudioLoudness audioLoudness, std::optional<SystemTime> created,
-                                              const ProgressHandler& onProgress) const {
+                                              const ProgressHandler& onProgress, const PosterReview& review) const {
     auto report = [&](const PublishProgress& progress) {
         if (onProgress) onProgress(progress);
     };
@@ -122,12 +124,14 @@ std::shared_ptr<BuiltFolder> Publisher::build(const Inspection& inspection, cons
 
     checkCancellation();
     if (!tallest(videos, true)) throw VorlenError::source("the ladder has no H.264 rendition for the poster");
+    const EncodedRung& posterRung = *tallest(videos, true);
     const EncodedRung& top = *tallest(videos, false);
 
-    // Packaging, and the picture size of the top rendition beside it.
+    // Packaging, and beside it the picture size of the top rendition and the poster.
     reportStage(PublishProgress::Stage::packaging, 0);
     PackagedFiles packaged;
     PixelSize size;
+    PosterOutcome posterOutcome;
     {
         TaskGroup<void> group;
         group.spawn([&] {
@@ -139,15 +143,33 @@ std::shared_ptr<BuiltFolder> Publisher::build(const Inspection& inspection, cons
             auto picture = inspectFile(tools, top.file);
             size = {picture.width, picture.height};
         });
+        group.spawn([&] {
+            auto scorer = posterScorer ? posterScorer : std::make_shared<PosterHeuristicScorer>();
+            posterOutcome = PosterOutcome::select(tools, posterRung.file, info.durationSeconds, scorer);
+        });
         group.waitAll();
     }
     reportStage(PublishProgress::Stage::packaging, 1.0);
+
+    std::optional<Poster> poster = posterOutcome.poster;
+    if (review) {
+        checkCancellation();
+        PublishProgress progress;
+        progress.stage = PublishProgress::Stage::reviewingPoster;
+        progress.uploadTotalBytes =
+            sizeOfFiles(publishDirectory, packaged.media) + sizeOfFiles(publishDirectory, packaged.manifests);
+        if (expectedUploadRate && *expectedUploadRate > 0)
+            progress.stageETA = double(progress.uploadTotalBytes) / *expectedUploadRate;
+        report(progress);
+        poster = review(posterOutcome.proposal(posterRung.file, info.durationSeconds, top.rung.height));
+        checkCancellation();
+    }
 
     checkCancellation();
     auto now = wallNow();
     VideoMetadata metadata{
         .details = details,
-        .poster = std::nullopt,
+        .poster = poster ? std::optional<PosterFile>(PosterFile{poster->name, poster->size()}) : std::nullopt,
         .duration = std::round(info.durationSeconds * 1000) / 1000,
         .size = size,
         .created = created.value_or(now),
@@ -155,12 +177,14 @@ std::shared_ptr<BuiltFolder> Publisher::build(const Inspection& inspection, cons
         .audio = inspection.audio.empty() ? VideoAudio(NoAudioTrack{}) : VideoAudio(AudioTrack{audioLoudness}),
         .unknownAudioLoudness = std::nullopt,
     };
+    if (poster) writePosterFiles(publishDirectory, *poster);
     writeFileAtomically(publishDirectory / "video.json", metadata.encoded());
 
     fs::remove_all(work.url / "intermediate");
     checkCancellation();
-    Built built{packaged.media, nullptr, metadata, packaged.manifests};
-    std::uint64_t bytes = sizeOfFiles(publishDirectory, built.media) + fs::file_size(publishDirectory / "video.json") +
+    Built built{packaged.media, poster, posterOutcome.selectionError, metadata, packaged.manifests};
+    std::uint64_t bytes = sizeOfFiles(publishDirectory, built.media) + (poster ? 2 * poster->jpeg.size() : 0) +
+                          fs::file_size(publishDirectory / "video.json") +
                           sizeOfFiles(publishDirectory, built.manifests);
     remover.release();
     return std::make_shared<BuiltFolder>(std::move(built), publishDirectory, bytes, std::move(work));

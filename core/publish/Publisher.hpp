@@ -9,6 +9,8 @@
 #include "core/publish/AudioLoudness.hpp"
 #include "core/publish/BuiltFolder.hpp"
 #include "core/publish/Inspection.hpp"
+#include "core/publish/PosterFrameScorer.hpp"
+#include "core/publish/PosterProposal.hpp"
 #include "core/publish/PublishProgress.hpp"
 #include "core/publish/Tools.hpp"
 #include "core/publish/VideoDetails.hpp"
@@ -47,16 +49,19 @@ struct Publisher {
     std::filesystem::path workRoot;
     std::uint64_t maxChunkBytes = 268'435'456;
     std::optional<double> expectedUploadRate;  // bytes a second
+    std::shared_ptr<PosterFrameScorer> posterScorer;  // the heuristic scorer when absent
 
     static constexpr double segmentSeconds = 6;
 
     Inspection inspect(const std::filesystem::path& source) const;
 
-    // Encodes, packages and writes video.json. Any failure or cancellation removes
-    // the work directory before it reaches the caller.
+    // Encodes, packages, chooses a poster and writes video.json. With a review the
+    // poster is whatever the review returns. Any failure or cancellation removes
+    // the work directory before it reaches the caller; a poster that cannot be
+    // chosen is no failure.
     std::shared_ptr<BuiltFolder> build(const Inspection& inspection, const VideoDetails& details,
                                        AudioLoudness audioLoudness, std::optional<SystemTime> created,
-                                       const ProgressHandler& onProgress) const;
+                                       const ProgressHandler& onProgress, const PosterReview& review = {}) const;
 
     Destination destination;
     std::shared_ptr<RateLimiter> limiter = std::make_shared<RateLimiter>();

@@ -81,7 +81,13 @@ TEST_F(PublisherTest, BuildsAPlayableFolderThatRemovesItselfWhenDropped) {
     EXPECT_EQ(metadata.size, (PixelSize{640, 360}));  // the 360 rung, scaled up to its standard box
     EXPECT_EQ(metadata.duration, std::round(inspection.info.durationSeconds * 1000) / 1000);
     EXPECT_EQ(metadata.created, created);
-    EXPECT_EQ(metadata.poster, std::nullopt);
+    ASSERT_TRUE(built->built().poster.has_value());
+    const auto& poster = *built->built().poster;
+    EXPECT_EQ(metadata.poster, (PosterFile{poster.name, {640, 360}}));
+    EXPECT_TRUE(isValidPosterName(poster.name));
+    EXPECT_EQ(readFile(folder / poster.name), poster.jpeg);
+    EXPECT_EQ(readFile(folder / "poster.jpg"), poster.jpeg);
+    EXPECT_FALSE(built->built().posterSelectionError);
     EXPECT_EQ(metadata.audio, VideoAudio(AudioTrack{AudioLoudness::web}));
 
     // ffmpeg plays every stream of the byte-range HLS without an error.
@@ -104,6 +110,37 @@ TEST_F(PublisherTest, BuildsAPlayableFolderThatRemovesItselfWhenDropped) {
     EXPECT_TRUE(fs::exists(folder));  // a holder is left
     copy.reset();
     EXPECT_TRUE(workRootIsEmpty());
+}
+
+TEST_F(PublisherTest, AReviewDecidesThePosterBeforeVideoJsonIsWritten) {
+    auto source = clips.make("review.mp4", testing::lavfiVideo(320, 180, 4) + " -c:v libx264 -preset ultrafast");
+    auto inspection = publisher.inspect(source);
+    publisher.expectedUploadRate = 1000;
+    std::optional<PosterProposal> proposed;
+    std::optional<PublishProgress> reviewing;
+    auto built = publisher.build(
+        inspection, details, AudioLoudness::original, std::nullopt,
+        [&](const PublishProgress& p) {
+            if (p.stage == PublishProgress::Stage::reviewingPoster) reviewing = p;
+        },
+        [&](const PosterProposal& proposal) -> std::optional<Poster> {
+            proposed = proposal;
+            EXPECT_TRUE(fs::exists(proposal.video));  // frames can still be read from it
+            return std::nullopt;
+        });
+
+    ASSERT_TRUE(proposed && reviewing);
+    ASSERT_TRUE(std::holds_alternative<Poster>(proposed->selection));
+    EXPECT_EQ(proposed->maximumSize, (PixelSize{640, 360}));
+    EXPECT_DOUBLE_EQ(proposed->duration, inspection.info.durationSeconds);
+    EXPECT_GT(reviewing->uploadTotalBytes, 0u);
+    EXPECT_DOUBLE_EQ(*reviewing->stageETA, double(reviewing->uploadTotalBytes) / 1000);
+
+    // Published without a poster: none in the record, none in the folder.
+    EXPECT_FALSE(built->built().poster.has_value());
+    EXPECT_EQ(built->built().metadata.poster, std::nullopt);
+    EXPECT_FALSE(fs::exists(built->directory() / "poster.jpg"));
+    EXPECT_EQ(VideoMetadata::decoded(readFile(built->directory() / "video.json")).poster, std::nullopt);
 }
 
 TEST_F(PublisherTest, SilentSourceHasNoAudioFilesAndSaysSo) {
