@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "core/publish/PublishProgress.hpp"
-#include "core/publish/RateEstimator.hpp"
+#include "core/storage/UploadMeter.hpp"
 
 namespace vorlen {
 
