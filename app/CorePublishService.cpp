@@ -98,7 +98,10 @@ PublishedVideo CorePublishService::publish(const PublishRequest& request, const 
         folder = made.resolveFolder(request.name);
         onEvent(PublishEvent{PublishEvent::Folder{{request.name, folder, made.destination.prefix + folder + "/"}}});
         Inspection inspection = vorlen::inspect(made.tools, *pipeline_.encoder, request.source);
-        built = made.build(inspection, request.details, request.audioLoudness, std::nullopt, progress);
+        PosterReviewer reviewer{made.tools, std::nullopt, request.posterReviewTimeLimit,
+                                [&](const PosterReviewRequest& review) { onEvent(PublishEvent{PublishEvent::ReviewPoster{review}}); }};
+        built = made.build(inspection, request.details, request.audioLoudness, std::nullopt, progress,
+                           [&](const PosterProposal& proposal) { return reviewer.review(proposal); });
         onEvent(PublishEvent{PublishEvent::Built{built}});
     } else {
         // A retry goes back to the folder that a failed clean-up left, when it is in this bucket.

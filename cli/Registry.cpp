@@ -5,9 +5,11 @@ namespace vorlen::cli {
 void registerInspectCommand(CommandRegistry&);
 void registerBuildCommand(CommandRegistry&);
 void registerUpload(CommandRegistry& registry);
+void registerPublishCommand(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
+    registerPublishCommand(registry);
     registerInspectCommand(registry);
     registerBuildCommand(registry);
     registerUpload(registry);

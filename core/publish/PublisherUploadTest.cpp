@@ -39,6 +39,7 @@ struct Fixture : ::testing::Test {
                                AudioTrack{AudioLoudness::web},
                                std::nullopt};
         Built made{{"v_360/001.mp4", "a_stereo/001.mp4"},
+                   Poster{"jpeg", "poster-0a1b2c3d.jpg", 16, 9, 1.0},
                    nullptr,
                    metadata,
                    {"v_360.m3u8", "a_stereo.m3u8", "manifest.mpd", "master.m3u8"}};
