@@ -6,10 +6,16 @@ void registerInspectCommand(CommandRegistry&);
 void registerBuildCommand(CommandRegistry&);
 void registerUpload(CommandRegistry& registry);
 void registerPublishCommand(CommandRegistry& registry);
+void registerPreviewCommand(CommandRegistry& registry);
+void registerSitesCommand(CommandRegistry& registry);
+void registerSettingsCommand(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
     registerPublishCommand(registry);
+    registerPreviewCommand(registry);
+    registerSitesCommand(registry);
+    registerSettingsCommand(registry);
     registerInspectCommand(registry);
     registerBuildCommand(registry);
     registerUpload(registry);

@@ -28,7 +28,9 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error);
     }
-    for (auto& [command, handler] : registry.commands) {
+    // A nested command is registered after its parent, so the last parsed one is the one asked for.
+    for (auto entry = registry.commands.rbegin(); entry != registry.commands.rend(); ++entry) {
+        auto& [command, handler] = *entry;
         if (command->parsed()) {
             try {
                 return handler();
