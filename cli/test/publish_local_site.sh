@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# The command line's road on a fresh computer: the first publish makes the local
+# site, the folder decodes as HLS, a second publish of the same name takes the
+# next free folder, and the site shows in the list.
+set -euo pipefail
+vorlen=$1
+home=$(mktemp -d)
+trap 'rm -rf "$home"' EXIT
+export HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_CACHE_HOME=$home/cache TMPDIR=$home
+unset DBUS_SESSION_BUS_ADDRESS
+
+ffmpeg -loglevel error -f lavfi -i "testsrc2=size=320x180:rate=25:duration=4" -f lavfi -i "sine=frequency=440:duration=4" \
+  -c:v libx264 -pix_fmt yuv420p -c:a aac -shortest "$home/Holiday Film 1080p.mp4"
+
+"$vorlen" publish "$home/Holiday Film 1080p.mp4" --poster none > "$home/out1"
+grep -q '^Page:  http://localhost:8787/holiday-film$' "$home/out1"
+objects=$home/data/vorlen/local-site/objects
+test -f "$objects/_vorlen/site.json"
+test -f "$objects/holiday-film/master.m3u8"
+test ! -e "$objects/holiday-film/poster.jpg"
+ffmpeg -v error -i "$objects/holiday-film/master.m3u8" -map 0 -f null -
+
+"$vorlen" publish "$home/Holiday Film 1080p.mp4" --title "Second" --unlisted > "$home/out2"
+folder=$(sed -n 's|^Page:  http://localhost:8787/||p' "$home/out2")
+[[ $folder =~ ^holiday-film-[a-z0-9]{8}$ ]]
+test -f "$objects/$folder/poster.jpg"
+grep -q '"visibility": "unlisted"' "$objects/$folder/video.json"
+
+"$vorlen" sites | grep -q '^\* local '
+# Nothing stays in the work folder once a publish has ended.
+test -z "$(ls -A "$home/vorlen" 2>/dev/null)"
