@@ -90,13 +90,6 @@ TEST_F(FrameReaderTest, ReadsExactFramesBetweenKeyframesInOneRun) {
     EXPECT_EQ(describe(frames[4].error), "-1.0 s is not a valid frame time.");
 }
 
-TEST_F(FrameReaderTest, SeekArgumentsAreWholeNanosecondsRoundedUp) {
-    EXPECT_EQ(FrameReader::seekArgument(2.5), "2.500000000");
-    EXPECT_EQ(FrameReader::seekArgument(1e-10), "0.000000001");
-    EXPECT_THROW(FrameReader::seekArgument(std::nan("")), VorlenError);
-    EXPECT_THROW(FrameReader::seekArgument(1e12), VorlenError);
-}
-
 TEST_F(FrameReaderTest, AFadeToBlackStillGetsItsLeastFlatFrame) {
     auto times = PosterChoice::samplingTimes(8);
     for (const auto& frame : reader().frames(clip("fade.mp4"), times, 480))

@@ -29,14 +29,6 @@ PosterCandidate candidate(double time, double mean, double variance, std::option
     return {time, {mean, variance}, score};
 }
 
-TEST(PosterChoiceTest, SamplesTwelveTimesFromTenToSeventyPercent) {
-    auto times = PosterChoice::samplingTimes(110);
-    ASSERT_EQ(times.size(), 12u);
-    EXPECT_DOUBLE_EQ(times.front(), 11);
-    EXPECT_DOUBLE_EQ(times.back(), 77);
-    EXPECT_DOUBLE_EQ(times[1] - times[0], 6);
-}
-
 TEST(PosterChoiceTest, MeasuresGreyStatisticsAndUsability) {
     auto black = PosterChoice::statistics(flat(0));
     EXPECT_DOUBLE_EQ(black.mean, 0);

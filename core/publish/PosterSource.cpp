@@ -5,10 +5,10 @@
 namespace vorlen {
 
 PosterSource::PosterSource(FrameReader reader, PosterProposal proposal, std::optional<Poster> current)
-    : reader_(std::move(reader)), proposal_(std::move(proposal)), current_(std::move(current)),
+    : reader_(std::move(reader)), proposal_(std::move(proposal)),
       sampleTimes_(PosterChoice::samplingTimes(proposal_.duration)) {
     if (auto* selected = std::get_if<Poster>(&proposal_.selection)) selection_ = remember(*selected);
-    if (current_) remember(*current_);
+    if (current) remember(*current);
 }
 
 Poster PosterSource::frame(double time) {
@@ -17,10 +17,6 @@ Poster PosterSource::frame(double time) {
 
 Poster PosterSource::image(const std::filesystem::path& file) {
     return remember(posterFromImage(file, proposal_.maximumSize));
-}
-
-Poster PosterSource::thumbnail(const Poster& poster, int maxPixelSize) const {
-    return vorlen::thumbnail(poster.jpeg, maxPixelSize, poster.time);
 }
 
 std::optional<Poster> PosterSource::poster(const std::string& name) const {

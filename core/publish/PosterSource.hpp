@@ -19,15 +19,11 @@ class PosterSource {
 public:
     PosterSource(FrameReader reader, PosterProposal proposal, std::optional<Poster> current);
 
-    const PosterProposal& proposal() const { return proposal_; }
     const std::optional<Poster>& selection() const { return selection_; }
-    const std::optional<Poster>& current() const { return current_; }
     const std::vector<double>& sampleTimes() const { return sampleTimes_; }
 
     Poster frame(double time);
     Poster image(const std::filesystem::path& file);
-    // A small copy for a chooser; not a poster that the review can answer with.
-    Poster thumbnail(const Poster& poster, int maxPixelSize) const;
 
     std::optional<Poster> poster(const std::string& name) const;
 
@@ -37,7 +33,6 @@ private:
     FrameReader reader_;
     PosterProposal proposal_;
     std::optional<Poster> selection_;
-    std::optional<Poster> current_;
     std::vector<double> sampleTimes_;
     mutable std::mutex mutex_;
     std::map<std::string, Poster> posters_;
