@@ -14,11 +14,24 @@
 
 namespace vorlen {
 
-namespace {
-[[noreturn]] void throwErrno(const std::string& what, const fs::path& path) {
+void throwErrno(const std::string& what, const fs::path& path) {
     throw fs::filesystem_error(what, path, std::error_code(errno, std::generic_category()));
 }
-}  // namespace
+
+FileHandle::FileHandle(const fs::path& path, int flags, unsigned mode)
+    : path_(path), fd_(::open(path.c_str(), flags | O_CLOEXEC, static_cast<mode_t>(mode))) {
+    if (fd_ < 0) throwErrno("cannot open", path);
+}
+
+FileHandle::~FileHandle() {
+    if (fd_ >= 0) ::close(fd_);
+}
+
+void FileHandle::close() {
+    int fd = fd_;
+    fd_ = -1;
+    if (::close(fd) != 0) throwErrno("cannot close", path_);
+}
 
 void writeFileAtomically(const fs::path& path, std::string_view bytes) {
     fs::path folder = path.parent_path().empty() ? fs::path(".") : path.parent_path();

@@ -26,6 +26,25 @@ std::uint64_t availableSpace(const fs::path& path);
 // A new empty folder under parent with a unique name starting with prefix.
 fs::path makeUniqueDirectory(const fs::path& parent, std::string_view prefix);
 
+// Throws the file system error of errno for path.
+[[noreturn]] void throwErrno(const std::string& what, const fs::path& path);
+
+// An open file descriptor that closes itself; close() reports a failed close of a written file.
+class FileHandle {
+public:
+    FileHandle(const fs::path& path, int flags, unsigned mode = 0644);
+    ~FileHandle();
+    FileHandle(const FileHandle&) = delete;
+    FileHandle& operator=(const FileHandle&) = delete;
+
+    int fd() const { return fd_; }
+    void close();
+
+private:
+    fs::path path_;
+    int fd_;
+};
+
 // Removes a folder when it goes out of scope, unless released.
 class DirectoryRemover {
 public:

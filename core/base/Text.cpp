@@ -123,6 +123,20 @@ bool isDescriptionWhitespace(char32_t c) {
     }
 }
 
+std::string asciiLowercased(std::string_view text) {
+    std::string out(text);
+    for (char& c : out)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return out;
+}
+
+std::string trimmedAsciiWhitespace(std::string_view value) {
+    const auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+    while (!value.empty() && isSpace(value.front())) value.remove_prefix(1);
+    while (!value.empty() && isSpace(value.back())) value.remove_suffix(1);
+    return std::string(value);
+}
+
 std::string caseFolded(std::string_view text) {
     icu::UnicodeString unicode = toUnicode(text);
     unicode.foldCase();

@@ -23,6 +23,11 @@ bool isDescriptionWhitespace(char32_t scalar);
 std::string caseFolded(std::string_view text);
 std::string foldedForComparison(std::string_view text);
 
+// ASCII letters lowered, every other byte kept (header names, hostnames).
+std::string asciiLowercased(std::string_view text);
+// Blanks, tabs and line breaks trimmed from both ends; other bytes stay.
+std::string trimmedAsciiWhitespace(std::string_view text);
+
 // UTF-8 <-> UTF-32 for code that walks scalars.
 std::u32string toUtf32(std::string_view utf8);
 std::string toUtf8(std::u32string_view scalars);

@@ -1,3 +1,4 @@
+#include "core/base/Text.hpp"
 #include "core/net/HttpClient.hpp"
 
 #include <curl/curl.h>
@@ -22,18 +23,6 @@ constexpr std::size_t pieceSize = 262144;
 void initialiseCurlOnce() {
     static const bool initialised = [] { return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK; }();
     if (!initialised) throw std::runtime_error("libcurl could not start");
-}
-
-std::string lowercased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
-}
-
-std::string trimmedValue(std::string_view value) {
-    const auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-    while (!value.empty() && isSpace(value.front())) value.remove_prefix(1);
-    while (!value.empty() && isSpace(value.back())) value.remove_suffix(1);
-    return std::string(value);
 }
 
 // scheme://host:port: connections are pooled per origin.
@@ -143,8 +132,8 @@ struct ResponseWriter {
         if (line.starts_with("HTTP/")) {
             writer->response.headers.clear();  // a new response (after an interim 1xx)
         } else if (auto colon = line.find(':'); colon != std::string_view::npos) {
-            writer->response.headers.emplace_back(lowercased(std::string(line.substr(0, colon))),
-                                                  trimmedValue(line.substr(colon + 1)));
+            writer->response.headers.emplace_back(asciiLowercased(std::string(line.substr(0, colon))),
+                                                  trimmedAsciiWhitespace(line.substr(colon + 1)));
         }
         return size * items;
     }

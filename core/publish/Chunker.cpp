@@ -1,5 +1,7 @@
 #include "core/publish/Chunker.hpp"
 
+#include "core/base/Files.hpp"
+
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -18,34 +20,6 @@ namespace vorlen::Chunker {
 namespace fs = std::filesystem;
 
 namespace {
-
-[[noreturn]] void throwErrno(const std::string& what, const fs::path& path) {
-    throw fs::filesystem_error(what, path, std::error_code(errno, std::generic_category()));
-}
-
-// Closes a descriptor on every path out; close() of a written file is checked by hand.
-class FileHandle {
-public:
-    FileHandle(const fs::path& path, int flags) : path_(path), fd_(::open(path.c_str(), flags | O_CLOEXEC, 0644)) {
-        if (fd_ < 0) throwErrno("cannot open", path);
-    }
-    ~FileHandle() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
-
-    int fd() const { return fd_; }
-    void close() {
-        int fd = fd_;
-        fd_ = -1;
-        if (::close(fd) != 0) throwErrno("cannot close", path_);
-    }
-
-private:
-    fs::path path_;
-    int fd_;
-};
 
 std::uint64_t measure(const fs::path& path) {
     FileHandle file(path, O_RDONLY);

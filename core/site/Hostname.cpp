@@ -11,12 +11,6 @@ namespace vorlen {
 
 namespace {
 
-std::string lowered(std::string_view text) {
-    std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return out;
-}
-
 bool isAlphanumeric(char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); }
 
 bool isValidPort(std::string_view port) {
@@ -30,7 +24,7 @@ bool isValidPort(std::string_view port) {
 }  // namespace
 
 std::optional<Hostname> Hostname::normalised(std::string_view text) {
-    std::string name = lowered(text);
+    std::string name = asciiLowercased(text);
     if (name.empty() || name.size() > 253) return std::nullopt;
     std::size_t start = 0;
     for (;;) {
@@ -52,7 +46,7 @@ Hostname Hostname::parse(std::string_view text) {
 }
 
 std::optional<WebOrigin> WebOrigin::strict(std::string_view text) {
-    std::string origin = lowered(text);
+    std::string origin = asciiLowercased(text);
     std::string_view rest;
     if (origin.starts_with("https://"))
         rest = std::string_view(origin).substr(8);
@@ -70,12 +64,12 @@ std::optional<WebOrigin> WebOrigin::fromInput(std::string_view input) {
     std::string text = trimmed(input);
     std::size_t schemeEnd = text.find("://");
     if (schemeEnd == std::string::npos || schemeEnd == 0) return std::nullopt;
-    std::string scheme = lowered(std::string_view(text).substr(0, schemeEnd));
+    std::string scheme = asciiLowercased(std::string_view(text).substr(0, schemeEnd));
     std::string_view rest = std::string_view(text).substr(schemeEnd + 3);
     std::string_view authority = rest.substr(0, rest.find_first_of("/?#"));
     if (authority.find('@') != std::string_view::npos || authority.empty()) return std::nullopt;
     std::size_t colon = authority.rfind(':');
-    std::string host = lowered(authority.substr(0, colon));
+    std::string host = asciiLowercased(authority.substr(0, colon));
     std::string port = colon == std::string_view::npos ? "" : std::string(authority.substr(colon + 1));
     if (host.empty()) return std::nullopt;
     if ((scheme == "https" && port == "443") || (scheme == "http" && port == "80")) port.clear();

@@ -22,6 +22,8 @@ struct BucketFactory {
     std::function<std::shared_ptr<Bucket>()> make;
 
     static std::string name(const ::testing::TestParamInfo<BucketFactory>& info) { return info.param.label; }
+    // How a test's name shows the bucket: by its label, not its bytes.
+    friend void PrintTo(const BucketFactory& factory, std::ostream* out) { *out << factory.label; }
 };
 
 class BucketContract : public ::testing::TestWithParam<BucketFactory> {

@@ -26,10 +26,6 @@ constexpr std::size_t pieceSize = 262144;
 constexpr std::size_t longestSegment = 250;
 constexpr std::string_view idAlphabet = "abcdefghijklmnopqrstuvwxyz0123456789";
 
-[[noreturn]] void throwErrno(const std::string& what, const fs::path& path) {
-    throw std::system_error(errno, std::generic_category(), what + " " + path.string());
-}
-
 std::string errorBody(std::string_view code, std::string_view message) {
     return fmt::format("<?xml version=\"1.0\" encoding=\"UTF-8\"?><Error><Code>{}</Code><Message>{}</Message></Error>",
                        code, message);
@@ -44,22 +40,6 @@ std::string unquoted(std::string_view etag) {
     return std::string(etag);
 }
 
-// An open file descriptor that closes itself.
-class FileHandle {
-public:
-    FileHandle(const fs::path& path, int flags, mode_t mode = 0644) : fd_(::open(path.c_str(), flags | O_CLOEXEC, mode)) {
-        if (fd_ < 0) throwErrno("cannot open", path);
-    }
-    ~FileHandle() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
-    int fd() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 void writeAll(int fd, const char* data, std::size_t size, const fs::path& path) {
     while (size > 0) {

@@ -23,11 +23,6 @@ namespace {
 constexpr std::size_t deleteBatchSize = 1000;
 constexpr std::size_t pieceSize = 262144;
 
-std::string lowercased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
-}
-
 std::string xmlEscaped(std::string_view text) {
     std::string escaped;
     escaped.reserve(text.size());
@@ -103,7 +98,7 @@ pugi::xml_node parsedRoot(pugi::xml_document& document, const std::string& body,
 void addObjectHeaders(std::map<std::string, std::string>& headers, const ObjectHeaders& objectHeaders) {
     if (!objectHeaders.contentType.empty()) headers["content-type"] = objectHeaders.contentType;
     if (!objectHeaders.cacheControl.empty()) headers["cache-control"] = objectHeaders.cacheControl;
-    for (const auto& [name, value] : objectHeaders.metadata) headers["x-amz-meta-" + lowercased(name)] = value;
+    for (const auto& [name, value] : objectHeaders.metadata) headers["x-amz-meta-" + asciiLowercased(name)] = value;
 }
 
 void failOnErrorInside(const HttpResponse& response) {

@@ -1,3 +1,4 @@
+#include "core/base/Text.hpp"
 #include "core/storage/SigV4.hpp"
 
 #include <algorithm>
@@ -9,19 +10,6 @@
 namespace vorlen::SigV4 {
 
 namespace {
-
-std::string lowercased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
-}
-
-// Leading and trailing blanks, tabs and line breaks go; header bytes stay bytes.
-std::string trimmedValue(std::string_view value) {
-    const auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-    while (!value.empty() && isSpace(value.front())) value.remove_prefix(1);
-    while (!value.empty() && isSpace(value.back())) value.remove_suffix(1);
-    return std::string(value);
-}
 
 bool isUnreserved(unsigned char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
@@ -44,7 +32,7 @@ std::string scopeText(const Request& request, const Scope& scope) {
 // Lowercased names with trimmed values, sorted by name then value.
 std::vector<std::pair<std::string, std::string>> canonicalHeaders(const Request& request) {
     std::vector<std::pair<std::string, std::string>> headers;
-    for (const auto& [name, value] : request.headers) headers.emplace_back(lowercased(name), trimmedValue(value));
+    for (const auto& [name, value] : request.headers) headers.emplace_back(asciiLowercased(name), trimmedAsciiWhitespace(value));
     std::sort(headers.begin(), headers.end());
     return headers;
 }
