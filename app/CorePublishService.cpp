@@ -1,5 +1,7 @@
 #include "app/CorePublishService.hpp"
 
+#include "app/SiteWorkspace.hpp"
+
 #include <fmt/format.h>
 
 #include "core/base/Files.hpp"
@@ -29,7 +31,7 @@ std::string bucketIdentity(const SiteSummary& site) {
 std::shared_ptr<Bucket> CorePublishService::bucketFor(const BucketAccess& access, const Endpoints& endpoints) {
     const SiteSummary& site = access.site;
     if (site.isLocal()) return std::make_shared<FolderBucket>(*site.localFolder);
-    if (!access.credentials) throw VorlenError::config("Vorlen cannot find the R2 API Token of this site in the keychain. Set up the site again.");
+    if (!access.credentials) throw VorlenError::config(SettingsError::missingToken);
     Endpoints chosen = endpoints;
     if (site.s3Endpoint) chosen.r2Storage = *site.s3Endpoint;
     return std::make_shared<S3Bucket>(BucketLocation{site.accountID, site.bucket},

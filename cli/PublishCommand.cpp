@@ -108,24 +108,33 @@ int runPublish(const PublishOptions& options) {
     std::cerr << fmt::format("Publishing \u201c{}\u201d to the site \u201c{}\u201d\n", confirm.title, site.value);
     workspace->confirmPublish();
 
+    // Without a person at a terminal the review ends at once: the proposal, no poster, or the image file given.
     bool reviewed = false;
+    auto answerReview = [&] {
+        auto* review = workspace->screen().as<app::PosterReviewState>();
+        if (!review) return;
+        if (!reviewed) {
+            reviewed = true;
+            if (options.poster == "auto") return workspace->confirmPoster();
+            if (options.poster == "none") {
+                workspace->publishWithoutPoster();
+                return workspace->confirmPoster();
+            }
+            return workspace->pickPosterImage(options.poster);
+        }
+        if (auto* failed = std::get_if<app::PosterReviewState::Failed>(&review->imageStatus)) {
+            std::cerr << failed->message << " Vorlen keeps the proposed poster.\n";
+            workspace->confirmPoster();
+        } else if (std::holds_alternative<app::PosterReviewState::Idle>(review->imageStatus)) {
+            workspace->confirmPoster();
+        }
+    };
+    // Answered from the queue, not inside the workspace's own change.
+    workspace->onChange([&] {
+        if (workspace->screen().as<app::PosterReviewState>()) queue.post(answerReview);
+    });
     queue.runUntil([&] {
         const auto& screen = workspace->screen();
-        if (auto* review = screen.as<app::PosterReviewState>(); review && !reviewed) {
-            // Without a person at a terminal, the proposal stands at once, or the choice given.
-            reviewed = true;
-            queue.post([&] {
-                if (options.poster == "none") workspace->publishWithoutPoster();
-                if (options.poster != "auto" && options.poster != "none") workspace->pickPosterImage(options.poster);
-                else workspace->confirmPoster();
-            });
-        }
-        if (auto* review = screen.as<app::PosterReviewState>();
-            review && std::holds_alternative<app::PosterReviewState::Idle>(review->imageStatus) && !review->isCountingDown &&
-            options.poster != "auto" && options.poster != "none")
-            queue.post([&] {
-                if (workspace->screen().as<app::PosterReviewState>()) workspace->confirmPoster();
-            });
         return screen.as<app::PublishedState>() || screen.as<app::Failure>() || screen.as<app::Screen::Start>();
     });
     printer.finish();
