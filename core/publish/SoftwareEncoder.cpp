@@ -22,7 +22,7 @@ const char* SoftwareEncoder::x265Preset(EncodingSpeed speed) {
         case EncodingSpeed::quality: return "medium";
         case EncodingSpeed::balanced: break;
     }
-    return "fast";
+    return "faster";
 }
 
 std::string SoftwareEncoder::pixelFormat(const ColorPlan& plan) const {
