@@ -363,7 +363,8 @@ bool FolderBucket::hasObjects(const std::string& prefix) {
     return !keysWithPrefix(prefix).empty();
 }
 
-std::optional<TaggedObject> FolderBucket::taggedObject(const std::string& key) {
+template <class F>
+auto FolderBucket::readStored(const std::string& key, F read) -> std::optional<decltype(read(std::declval<const Json&>()))> {
     try {
         checkStorable(key);
     } catch (const VorlenError&) {
@@ -373,7 +374,13 @@ std::optional<TaggedObject> FolderBucket::taggedObject(const std::string& key) {
     Lock lock(root_, false);
     auto meta = readJson(metaPath(key));
     if (!meta) return std::nullopt;
-    return TaggedObject{readFile(objectPath(key)), meta->at("etag").get<std::string>()};
+    return read(*meta);
+}
+
+std::optional<TaggedObject> FolderBucket::taggedObject(const std::string& key) {
+    return readStored(key, [&](const Json& meta) {
+        return TaggedObject{readFile(objectPath(key)), meta.at("etag").get<std::string>()};
+    });
 }
 
 std::optional<std::string> FolderBucket::object(const std::string& key) {
@@ -383,20 +390,13 @@ std::optional<std::string> FolderBucket::object(const std::string& key) {
 }
 
 std::optional<ObjectInfo> FolderBucket::info(const std::string& key) {
-    try {
-        checkStorable(key);
-    } catch (const VorlenError&) {
-        return std::nullopt;
-    }
-    finishLeftovers();
-    Lock lock(root_, false);
-    auto meta = readJson(metaPath(key));
-    if (!meta) return std::nullopt;
-    ObjectInfo info;
-    info.size = meta->at("size").get<std::int64_t>();
-    info.lastModified = parseIso8601(fieldOr<std::string>(*meta, "lastModified", ""));
-    info.metadata = fieldOr<std::map<std::string, std::string>>(*meta, "metadata", {});
-    return info;
+    return readStored(key, [](const Json& meta) {
+        ObjectInfo info;
+        info.size = meta.at("size").get<std::int64_t>();
+        info.lastModified = parseIso8601(fieldOr<std::string>(meta, "lastModified", ""));
+        info.metadata = fieldOr<std::map<std::string, std::string>>(meta, "metadata", {});
+        return info;
+    });
 }
 
 Bucket::ListPage FolderBucket::listPage(const std::string& prefix, const std::optional<std::string>& startAfter,

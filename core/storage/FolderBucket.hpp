@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "core/base/Json.hpp"
 #include "core/storage/Bucket.hpp"
 
 namespace vorlen {
@@ -74,6 +75,10 @@ private:
     std::filesystem::path uploadPath(const std::string& uploadID) const;
     std::filesystem::path temporaryPath(const std::string& suffix) const;
     void checkStorable(const std::string& key) const;
+    // Calls read with a stored key's record under the shared lock; nothing for a
+    // key that is not stored or that a file system cannot hold.
+    template <class F>
+    auto readStored(const std::string& key, F read) -> std::optional<decltype(read(std::declval<const Json&>()))>;
     void commit(const Change& change);
     void recover();
     void finishLeftovers();

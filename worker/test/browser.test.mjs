@@ -9,11 +9,10 @@ import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 import { after, before, describe, test } from 'node:test';
-import { startLocalSite, toolsRequire } from '../dev/localSite.mjs';
-import { videoRecord } from './helpers.mjs';
+import { startLocalSite } from '../dev/localSite.mjs';
+import { launchChromium, videoRecord } from './helpers.mjs';
 
 const run = promisify(execFile);
-const { chromium } = toolsRequire('playwright-core');
 const screenshotDir = process.env.VORLEN_SCREENSHOT_DIR ?? path.join(os.tmpdir(), 'vorlen-worker-screenshots');
 
 let dir;
@@ -94,14 +93,7 @@ before(async () => {
     ],
   }));
   site = await startLocalSite({ objectsDir: dir });
-  browser = await chromium.launch({
-    executablePath: '/usr/bin/chromium',
-    args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
-      '--disable-background-networking', '--disable-component-update', '--disable-sync',
-      '--autoplay-policy=no-user-gesture-required',
-      '--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE *.localhost, EXCLUDE 127.0.0.1'],
-    env: { ...process.env, XDG_CONFIG_HOME: profile, XDG_CACHE_HOME: profile },
-  });
+  browser = await launchChromium(profile);
 });
 
 after(async () => {

@@ -1,5 +1,5 @@
-// Seeds and reads a bucket for the page tests.
-import { startWorker } from '../dev/localSite.mjs';
+// Seeds and reads a bucket for the page tests, and starts the browser for the page checks.
+import { startWorker, toolsRequire } from '../dev/localSite.mjs';
 
 export const origin = 'https://watch.example.com';
 
@@ -53,4 +53,18 @@ export async function startPages(options = {}) {
       return { response, status: response.status, headers: response.headers, text: await response.text() };
     },
   };
+}
+
+// Debian's Chromium, headless, offline but for localhost and *.localhost, with its
+// profile in `profile`.
+export function launchChromium(profile) {
+  const { chromium } = toolsRequire('playwright-core');
+  return chromium.launch({
+    executablePath: '/usr/bin/chromium',
+    args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
+      '--disable-background-networking', '--disable-component-update', '--disable-sync',
+      '--autoplay-policy=no-user-gesture-required',
+      '--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE *.localhost, EXCLUDE 127.0.0.1'],
+    env: { ...process.env, XDG_CONFIG_HOME: profile, XDG_CACHE_HOME: profile },
+  });
 }

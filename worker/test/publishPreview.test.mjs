@@ -9,10 +9,9 @@ import os from 'node:os';
 import path from 'node:path';
 import { promisify } from 'node:util';
 import { after, before, test } from 'node:test';
-import { toolsRequire } from '../dev/localSite.mjs';
+import { launchChromium } from './helpers.mjs';
 
 const run = promisify(execFile);
-const { chromium } = toolsRequire('playwright-core');
 const vorlen = process.env.VORLEN_BINARY;
 const screenshotDir = process.env.VORLEN_SCREENSHOT_DIR ?? path.join(os.tmpdir(), 'vorlen-worker-screenshots');
 
@@ -57,14 +56,7 @@ before(async () => {
     '-f', 'lavfi', '-i', 'sine=frequency=330:sample_rate=48000:duration=8', '-c:v', 'libx264', '-pix_fmt', 'yuv420p',
     '-c:a', 'aac', '-shortest', clip]);
   await run(vorlen, ['publish', clip, '--description', 'A quiet tide, with a **bold** word.'], { env });
-  browser = await chromium.launch({
-    executablePath: '/usr/bin/chromium',
-    args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
-      '--disable-background-networking', '--disable-component-update', '--disable-sync',
-      '--autoplay-policy=no-user-gesture-required',
-      '--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE *.localhost, EXCLUDE 127.0.0.1'],
-    env: { ...process.env, XDG_CONFIG_HOME: path.join(home, 'chromium'), XDG_CACHE_HOME: path.join(home, 'chromium') },
-  });
+  browser = await launchChromium(path.join(home, 'chromium'));
 });
 
 after(async () => {
