@@ -138,4 +138,15 @@ std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
     return made;
 }
 
+void AppModel::quit() {
+    isQuitting_ = true;
+    for (auto& [id, workspace] : workspaces_) workspace->stop();
+}
+
+bool AppModel::isJobRunning() const {
+    for (const auto& [id, workspace] : workspaces_)
+        if (workspace->isJobRunning()) return true;
+    return false;
+}
+
 }  // namespace vorlen::app

@@ -49,6 +49,15 @@ public:
 
     std::shared_ptr<SiteWorkspace> workspace(const SiteID& id);
 
+    // The quit guard. Only a running setup asks the person before a quit; this
+    // computer's model runs no setup yet, so nothing asks.
+    bool isSetupRunning() const { return false; }
+    // A quit stops every job; a stopped publish deletes what it uploaded, so the
+    // process ends only once no job runs any more.
+    void quit();
+    bool isQuitting() const { return isQuitting_; }
+    bool isJobRunning() const;
+
 private:
     void save();
     SiteID uniqueID(const std::string& name) const;
@@ -59,6 +68,7 @@ private:
     WorkspaceTiming timing_;
     LocalSettings settings_;
     std::map<SiteID, std::shared_ptr<SiteWorkspace>> workspaces_;
+    bool isQuitting_ = false;
 };
 
 // Where the page Worker bundle that this program carries lies.

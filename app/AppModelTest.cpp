@@ -1,6 +1,8 @@
 #include "app/AppModel.hpp"
 
+#include <atomic>
 #include <cstdlib>
+#include <thread>
 #include <gtest/gtest.h>
 
 #include "core/base/Files.hpp"
@@ -11,6 +13,33 @@ using namespace vorlen;
 using namespace vorlen::app;
 
 namespace {
+
+// A publish that runs until it is stopped, then takes a while to clean up.
+class StoppablePublish final : public PublishService {
+public:
+    std::atomic<bool> started{false};
+    std::atomic<bool> cleanedUp{false};
+
+    VideoInspection inspect(const fs::path& file) override {
+        VideoInspection inspection;
+        inspection.source = file;
+        inspection.suggestedName = "holiday";
+        inspection.suggestedTitle = "Holiday";
+        return inspection;
+    }
+    VideoSubtitle readSubtitle(const fs::path& file) override { return VideoSubtitle{file, "en", 1}; }
+    ResolvedFolder resolveFolder(const std::string& name, const BucketAccess&) override { return {name, name, name + "/"}; }
+    PublishedVideo publish(const PublishRequest&, const std::function<void(const PublishEvent&)>&) override {
+        started = true;
+        try {
+            for (;;) sleepFor(std::chrono::seconds(1));
+        } catch (const Cancelled&) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            cleanedUp = true;
+            throw;
+        }
+    }
+};
 
 struct Fixture {
     fs::path folder = makeUniqueDirectory(fs::temp_directory_path(), "vorlen-app-test-");
@@ -65,4 +94,26 @@ TEST(AppModelTest, RemovingASiteForgetsItsSecretsAndDefault) {
     EXPECT_FALSE(fixture.secrets->read(SiteStorage(id).credentialsItem));
     EXPECT_EQ(fixture.model().settings().defaultSite, std::nullopt);
     EXPECT_TRUE(fixture.model().settings().sites.empty());
+}
+
+TEST(AppModelTest, QuitStopsARunningPublishAndWaitsForItsCleanUp) {
+    Fixture fixture;
+    auto service = std::make_shared<StoppablePublish>();
+    AppModel model(LocalSettingsStore(fixture.folder / "settings.json"),
+                   {fixture.secrets, [&](const LocalSite&) { return service; }}, fixture.queue);
+    EXPECT_FALSE(model.isSetupRunning());
+    auto workspace = model.workspace(model.ensureSite());
+    EXPECT_FALSE(model.isJobRunning());
+    workspace->drop({"/v/holiday.mov"});
+    EXPECT_TRUE(model.isJobRunning());
+    fixture.queue.runUntil([&] { return workspace->screen().as<ConfirmState>() != nullptr; });
+    workspace->confirmPublish();
+    while (!service->started) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+
+    model.quit();
+    EXPECT_TRUE(model.isQuitting());
+    EXPECT_TRUE(model.isJobRunning());
+    fixture.queue.runUntil([&] { return !model.isJobRunning(); });
+    EXPECT_TRUE(service->cleanedUp);
+    EXPECT_TRUE(workspace->screen().as<Screen::Start>());
 }

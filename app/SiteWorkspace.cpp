@@ -315,6 +315,10 @@ void SiteWorkspace::stop() {
     changed();
 }
 
+bool SiteWorkspace::isJobRunning() const {
+    return screen_.as<Screen::Inspecting>() || screen_.as<PublishingState>() || screen_.as<PosterReviewState>();
+}
+
 void SiteWorkspace::retry() {
     auto* failed = screen_.as<Failure>();
     if (!failed || !failed->retry) return;

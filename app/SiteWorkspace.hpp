@@ -57,6 +57,8 @@ public:
     void onChange(std::function<void()> observer) { observers_.push_back(std::move(observer)); }
 
     bool canStartVideo() const { return !screen_.isActive(); }
+    // True from a drop until the inspection or the publish has ended, clean-up included.
+    bool isJobRunning() const;
     // Returns false when the drop is refused and nothing changed.
     bool drop(const std::vector<std::filesystem::path>& files);
     // Changes the fields of the confirm screen; a new name or visibility checks the folder name again.

@@ -3,6 +3,8 @@
 
 #include "cli/Commands.hpp"
 #include "core/base/VorlenError.hpp"
+#include "core/publish/Vips.hpp"
+#include "shell/DesktopApp.hpp"
 
 namespace vorlen::cli {
 
@@ -18,11 +20,14 @@ void registerCommands(CommandRegistry& registry);
 
 int main(int argc, char** argv) {
     using namespace vorlen::cli;
+    // libvips sets an environment variable as it starts; started later, that races with the tools that other threads spawn.
+    vorlen::startVips();
     CLI::App app{"Vorlen publishes your videos into your own Cloudflare account.", "vorlen"};
     app.set_version_flag("--version", std::string("vorlen ") + VORLEN_VERSION);
     app.require_subcommand(0, 1);
     CommandRegistry registry{app, {}};
     registerCommands(registry);
+    auto* gui = app.add_subcommand("gui", "Open the window; the same as no command at all on a desktop.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -41,6 +46,7 @@ int main(int argc, char** argv) {
             }
         }
     }
+    if (gui->parsed() || vorlen::shell::hasDisplay()) return vorlen::shell::runDesktop(argc, argv);
     std::cout << app.help();
     return 0;
 }

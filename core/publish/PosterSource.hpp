@@ -21,6 +21,7 @@ public:
 
     const std::optional<Poster>& selection() const { return selection_; }
     const std::vector<double>& sampleTimes() const { return sampleTimes_; }
+    double duration() const { return proposal_.duration; }
 
     Poster frame(double time);
     Poster image(const std::filesystem::path& file);

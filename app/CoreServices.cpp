@@ -1,0 +1,20 @@
+#include "app/CoreServices.hpp"
+
+#include "app/CorePublishService.hpp"
+#include "app/SiteStorage.hpp"
+#include "core/publish/SoftwareEncoder.hpp"
+
+namespace vorlen::app {
+
+AppModel::Services coreServices(const LocalSettingsStore& store) {
+    auto secrets = SecretStore::makeDefault(userDataFolder() / "secrets.json");
+    auto speed = store.load().encodingSpeed;
+    return AppModel::Services{secrets, [speed](const LocalSite& site) {
+                                  CorePipeline pipeline;
+                                  pipeline.limiter->setBytesPerSecond(site.uploadLimit.bytesPerSecond());
+                                  pipeline.encoder = std::make_shared<SoftwareEncoder>(speed);
+                                  return std::make_shared<CorePublishService>(pipeline);
+                              }};
+}
+
+}  // namespace vorlen::app

@@ -1,0 +1,151 @@
+#pragma once
+
+// What the window's tests share: a model over temporary settings and a local
+// site, the window itself, and ways to find its parts, wait for its screens,
+// check its accessible names and save screenshots.
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+#include <QAccessible>
+#include <QAbstractButton>
+#include <QAbstractSpinBox>
+#include <QApplication>
+#include <QDir>
+#include <QProgressBar>
+#include <QSlider>
+#include <QTest>
+#include <gtest/gtest.h>
+
+#include "app/CoreServices.hpp"
+#include "app/SecretStore.hpp"
+#include "core/base/Files.hpp"
+#include "shell/Appearance.hpp"
+#include "shell/MainWindow.hpp"
+#include "shell/QtMainQueue.hpp"
+#include "testing/MediaClip.hpp"
+
+namespace vorlen::shell {
+
+namespace fs = std::filesystem;
+
+struct Desk {
+    fs::path home = makeUniqueDirectory(fs::temp_directory_path(), "vorlen-shell-test-");
+    DirectoryRemover remover{home};
+    QtMainQueue queue;
+    std::unique_ptr<app::AppModel> model;
+    std::unique_ptr<MainWindow> window;
+    fs::path siteFolder = home / "films";
+    app::SiteID site;
+
+    explicit Desk(std::optional<app::UploadLimit> uploadLimit = std::nullopt) {
+        for (auto [name, folder] : {std::pair{"HOME", "home"}, {"XDG_CONFIG_HOME", "config"}, {"XDG_DATA_HOME", "data"},
+                                    {"XDG_CACHE_HOME", "cache"}})
+            ::setenv(name, (home / folder).c_str(), 1);
+        // The tests' secrets stay in their folder, never in the desktop's keyring.
+        ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
+        app::LocalSettingsStore store(home / "config" / "vorlen" / "settings.json");
+        auto services = app::coreServices(store);
+        services.secrets = std::make_shared<app::FileSecretStore>(home / "secrets.json");
+        model = std::make_unique<app::AppModel>(store, services, queue);
+        site = model->addLocalSite("films", siteFolder);
+        if (uploadLimit)
+            model->changeSettings([&](app::LocalSettings& settings) { settings.sites.front().uploadLimit = *uploadLimit; });
+        window = std::make_unique<MainWindow>(*model, queue);
+        window->showSite(site);
+        window->show();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+        window->activateWindow();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    }
+
+    ~Desk() {
+        // The window's jobs end, clean-ups included, before the site's folder goes.
+        window.reset();
+        model.reset();
+    }
+
+    // Where the local site keeps an object of its bucket.
+    fs::path object(const std::string& key) const { return siteFolder / "objects" / key; }
+
+    const app::Screen& screen() const { return window->workspace()->screen(); }
+
+    // The screen in a few words, for a failed expectation.
+    std::string describe() const {
+        if (auto* failure = screen().as<app::Failure>()) return failure->title + ": " + failure->message;
+        return "screen " + std::to_string(screen().value.index());
+    }
+
+    template <class State>
+    const State* waitFor(int seconds = 60) {
+        // A failure or a return to the start ends the wait for any other screen.
+        auto settled = [&] {
+            return screen().as<State>() || screen().as<app::Failure>() || screen().as<app::Screen::Start>();
+        };
+        if (!QTest::qWaitFor(settled, seconds * 1000)) return nullptr;
+        return screen().as<State>();
+    }
+
+    // The visible widget of a type with this accessible name, or with this text on a button.
+    template <class Widget = QWidget>
+    Widget* find(const QString& name, QWidget* within = nullptr) const {
+        for (auto* widget : (within ? within : window.get())->findChildren<Widget*>()) {
+            if (!widget->isVisible()) continue;
+            if (widget->accessibleName() == name) return widget;
+            if (auto* button = qobject_cast<QAbstractButton*>(widget); button && button->text() == name) return widget;
+        }
+        return nullptr;
+    }
+
+    void click(const QString& name, QWidget* within = nullptr) {
+        auto* widget = find<QAbstractButton>(name, within);
+        ASSERT_NE(widget, nullptr) << name.toStdString();
+        QTest::mouseClick(widget, Qt::LeftButton);
+    }
+};
+
+// A part of the window by its object name; the window's own classes carry no
+// meta-object of their own, so findChild cannot tell them by type.
+template <class Widget>
+Widget* named(QWidget* within, const char* name) {
+    return static_cast<Widget*>(within->findChild<QWidget*>(name));
+}
+
+// Every control that the keyboard can reach, and every indicator, says what it is.
+inline void expectAccessibleNames(QWidget* top) {
+    QStringList missing;
+    for (auto* widget : top->findChildren<QWidget*>()) {
+        if (!widget->isVisibleTo(top)) continue;
+        bool reachable = widget->focusPolicy() & Qt::TabFocus;
+        bool indicator = qobject_cast<QProgressBar*>(widget) || qobject_cast<QSlider*>(widget);
+        if (!reachable && !indicator) continue;
+        // A spin box's line edit stands for the spin box.
+        QWidget* named = qobject_cast<QAbstractSpinBox*>(widget->parentWidget()) ? widget->parentWidget() : widget;
+        QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(named);
+        QString name = accessible ? accessible->text(QAccessible::Name) : QString();
+        if (name.trimmed().isEmpty()) missing << QString("%1 %2").arg(named->metaObject()->className(), named->objectName());
+    }
+    EXPECT_TRUE(missing.isEmpty()) << missing.join(", ").toStdString();
+}
+
+// Saves the widget in the light and the dark scheme, as <name>-light.png and <name>-dark.png.
+inline void screenshot(QWidget* widget, const QString& name) {
+    QDir().mkpath(VORLEN_SCREENSHOT_DIR);
+    auto& application = *static_cast<QApplication*>(QApplication::instance());
+    for (auto scheme : {ColorScheme::light, ColorScheme::dark}) {
+        applyAppearance(application, scheme);
+        QTest::qWait(30);
+        QString file = QString("%1/%2-%3.png").arg(VORLEN_SCREENSHOT_DIR, name, scheme == ColorScheme::light ? "light" : "dark");
+        EXPECT_TRUE(widget->grab().save(file)) << file.toStdString();
+    }
+    applyAppearance(application, ColorScheme::light);
+}
+
+// A 320x180 clip of three seconds with a stereo tone.
+inline fs::path makeClip(const testing::ClipFolder& clips, const std::string& name = "harbour.mp4") {
+    return clips.make(name, testing::lavfiVideo(320, 180, 3) + " " + testing::lavfiTone(3) +
+                                " -c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac -shortest");
+}
+
+}  // namespace vorlen::shell

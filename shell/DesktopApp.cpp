@@ -1,0 +1,32 @@
+#include "shell/DesktopApp.hpp"
+
+#include <cstdlib>
+
+#include <QApplication>
+
+#include "app/CoreServices.hpp"
+#include "shell/Appearance.hpp"
+#include "shell/MainWindow.hpp"
+#include "shell/QtMainQueue.hpp"
+
+namespace vorlen::shell {
+
+bool hasDisplay() { return std::getenv("DISPLAY") || std::getenv("WAYLAND_DISPLAY"); }
+
+int runDesktop(int& argc, char** argv) {
+    QApplication application(argc, argv);
+    QApplication::setApplicationName("Vorlen");
+    QApplication::setApplicationVersion(VORLEN_VERSION);
+    QApplication::setDesktopFileName("vorlen");
+    applyAppearance(application, preferredColorScheme());
+    // The queue outlives the model, whose tasks post into it until they are joined.
+    QtMainQueue queue;
+    auto store = app::LocalSettingsStore::standard();
+    app::AppModel model(store, app::coreServices(store), queue);
+    MainWindow window(model, queue);
+    window.showSite(model.ensureSite());
+    window.show();
+    return application.exec();
+}
+
+}  // namespace vorlen::shell

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include <QString>
+
+#include "app/PublishService.hpp"
+
+namespace vorlen::shell {
+
+// The window's words for the model's numbers.
+namespace format {
+
+// "1:05", "1:02:03"
+QString clock(double seconds);
+// "0:01.5": a time in a video, to a tenth of a second
+QString videoTime(double seconds);
+// "820 bytes", "4.2 MB", "1.30 GB" (decimal units, as disks and networks count)
+QString bytes(std::uint64_t count);
+// "12.4 Mbit/s" from bytes a second
+QString rate(double bytesPerSecond);
+// "Encoding", "Packaging", "Reviewing the poster", "Uploading"
+QString stage(app::JobStage stage);
+// "Stereo", "Mono", "6 channels", "No audio"
+QString channels(std::optional<std::int64_t> count);
+// "English" from "en"; the tag itself when it names no language
+QString language(const std::string& tag);
+// “text” in curly quotes
+QString quoted(const QString& text);
+
+}  // namespace format
+
+}  // namespace vorlen::shell

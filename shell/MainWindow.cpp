@@ -1,0 +1,233 @@
+#include "shell/MainWindow.hpp"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPointer>
+#include <QPushButton>
+#include <QShortcut>
+#include <QStackedWidget>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include "shell/Appearance.hpp"
+#include "shell/ConfirmView.hpp"
+#include "shell/DropZone.hpp"
+#include "shell/FailedView.hpp"
+#include "shell/InspectingView.hpp"
+#include "shell/PosterReviewView.hpp"
+#include "shell/PublishedView.hpp"
+#include "shell/PublishingView.hpp"
+#include "shell/SettingsWindow.hpp"
+#include "shell/StartView.hpp"
+
+namespace vorlen::shell {
+
+MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_(model) {
+    setWindowTitle("Vorlen");
+    setAcceptDrops(true);
+    resize(960, 720);
+    setMinimumSize(880, 640);
+
+    auto* central = new QWidget(this);
+    auto* layout = new QVBoxLayout(central);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+
+    auto* header = new QWidget(central);
+    header->setAttribute(Qt::WA_StyledBackground);
+    setRole(header, "header");
+    auto* headerLayout = new QHBoxLayout(header);
+    headerLayout->setContentsMargins(24, 10, 16, 10);
+    headerLayout->setSpacing(10);
+    auto* brand = new QLabel("Vorlen", header);
+    setRole(brand, "brand");
+    headerLayout->addWidget(brand);
+    siteName_ = new QLabel(header);
+    setRole(siteName_, "secondary");
+    headerLayout->addWidget(siteName_);
+    sitePicker_ = new QComboBox(header);
+    sitePicker_->setAccessibleName("Site");
+    sitePicker_->setMinimumWidth(160);
+    headerLayout->addWidget(sitePicker_);
+    notice_ = new QLabel(header);
+    setRole(notice_, "error");
+    headerLayout->addWidget(notice_, 1, Qt::AlignRight);
+    settings_ = new QPushButton("Settings", header);
+    settings_->setAccessibleName("Settings");
+    settings_->setAutoDefault(true);
+    headerLayout->addWidget(settings_);
+    layout->addWidget(header);
+
+    auto* body = new QWidget(central);
+    auto* bodyLayout = new QVBoxLayout(body);
+    bodyLayout->setContentsMargins(32, 24, 32, 24);
+    stack_ = new QStackedWidget(body);
+    bodyLayout->addWidget(stack_);
+    start_ = new StartView;
+    inspecting_ = new InspectingView;
+    confirm_ = new ConfirmView;
+    publishing_ = new PublishingView;
+    review_ = new PosterReviewView(mainQueue);
+    published_ = new PublishedView;
+    failed_ = new FailedView;
+    for (ScreenView* view : std::initializer_list<ScreenView*>{start_, inspecting_, confirm_, publishing_, review_, published_, failed_})
+        stack_->addWidget(view);
+    layout->addWidget(body, 1);
+    setCentralWidget(central);
+
+    auto drop = [this](const std::vector<std::filesystem::path>& files) { dropFiles(files); };
+    start_->onFiles = drop;
+    confirm_->onFiles = drop;
+
+    QObject::connect(settings_, &QPushButton::clicked, this, [this] { openSettings(); });
+    QObject::connect(sitePicker_, &QComboBox::activated, this, [this](int index) {
+        app::SiteID id{sitePicker_->itemData(index).toString().toStdString()};
+        model_.changeSettings([&](app::LocalSettings& settings) { settings.defaultSite = id; });
+        showSite(id);
+    });
+    auto* settingsKey = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma), this);
+    QObject::connect(settingsKey, &QShortcut::activated, this, [this] { openSettings(); });
+    auto* quitKey = new QShortcut(QKeySequence::Quit, this);
+    QObject::connect(quitKey, &QShortcut::activated, this, &QWidget::close);
+    auto* openKey = new QShortcut(QKeySequence::Open, this);
+    QObject::connect(openKey, &QShortcut::activated, this, [this] {
+        if (currentView() == start_) start_->chooseFiles();
+    });
+}
+
+void MainWindow::showSite(const app::SiteID& id) {
+    workspace_ = model_.workspace(id);
+    if (observed_.insert(workspace_.get()).second) {
+        QPointer<MainWindow> window(this);
+        workspace_->onChange([window] {
+            if (window) window->workspaceChanged();
+        });
+    }
+    for (ScreenView* view : std::initializer_list<ScreenView*>{start_, inspecting_, confirm_, publishing_, review_, published_, failed_})
+        view->bind(workspace_);
+    showSites();
+    refresh();
+}
+
+void MainWindow::showSites() {
+    const auto& sites = model_.settings().sites;
+    sitePicker_->clear();
+    for (const auto& site : sites) sitePicker_->addItem(QString::fromStdString(site.id.value), QString::fromStdString(site.id.value));
+    if (workspace_) sitePicker_->setCurrentIndex(sitePicker_->findData(QString::fromStdString(workspace_->id().value)));
+    bool several = sites.size() > 1;
+    sitePicker_->setVisible(several);
+    siteName_->setVisible(!several && workspace_);
+    if (workspace_) siteName_->setText(QString::fromStdString(workspace_->id().value));
+}
+
+ScreenView* MainWindow::currentView() const { return static_cast<ScreenView*>(stack_->currentWidget()); }
+
+void MainWindow::workspaceChanged() {
+    refresh();
+    if (isWaitingToQuit_ && !model_.isJobRunning()) QTimer::singleShot(0, this, &QWidget::close);
+}
+
+void MainWindow::refresh() {
+    if (!workspace_) return;
+    const auto& screen = workspace_->screen();
+    ScreenView* view = nullptr;
+    if (auto* state = screen.as<app::Screen::Inspecting>()) {
+        inspecting_->show(*state);
+        view = inspecting_;
+    } else if (auto* state = screen.as<app::ConfirmState>()) {
+        confirm_->show(*state);
+        view = confirm_;
+    } else if (auto* state = screen.as<app::PublishingState>()) {
+        publishing_->show(*state);
+        view = publishing_;
+    } else if (auto* state = screen.as<app::PosterReviewState>()) {
+        review_->show(*state);
+        view = review_;
+    } else if (auto* state = screen.as<app::PublishedState>()) {
+        published_->show(*state);
+        view = published_;
+    } else if (auto* state = screen.as<app::Failure>()) {
+        failed_->show(*state);
+        view = failed_;
+    } else {
+        start_->show(workspace_->local());
+        view = start_;
+    }
+    stack_->setCurrentWidget(view);
+    sitePicker_->setEnabled(!screen.isActive());
+    if (view != shownView_) {
+        shownView_ = view;
+        notice_->clear();
+        if (QWidget* focus = view->firstFocus()) focus->setFocus(Qt::OtherFocusReason);
+    }
+}
+
+void MainWindow::showEvent(QShowEvent* event) {
+    QMainWindow::showEvent(event);
+    if (QWidget* focus = currentView()->firstFocus()) focus->setFocus(Qt::ActiveWindowFocusReason);
+}
+
+void MainWindow::dropFiles(const std::vector<std::filesystem::path>& files) {
+    if (workspace_->drop(files)) {
+        notice_->clear();
+        return;
+    }
+    bool hasVideo = std::any_of(files.begin(), files.end(), [](const auto& file) { return !app::isSubtitleFile(file); });
+    notice_->setText(hasVideo || workspace_->screen().isActive() ? app::SettingsError::busy
+                                                                 : "Drop subtitle files together with their video.");
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+    if (localFiles(event->mimeData()).empty()) return event->ignore();
+    event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+    auto files = localFiles(event->mimeData());
+    if (files.empty()) return event->ignore();
+    event->acceptProposedAction();
+    dropFiles(files);
+}
+
+SettingsWindow* MainWindow::openSettings() {
+    auto* settings = new SettingsWindow(model_, workspace_->id(), this);
+    settings->setAttribute(Qt::WA_DeleteOnClose);
+    settings->onSitesChanged = [this] {
+        if (!model_.settings().site(workspace_->id()))
+            showSite(model_.ensureSite());
+        else
+            showSites();
+    };
+    settings->open();
+    return settings;
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    if (!model_.isQuitting()) {
+        if (model_.isSetupRunning()) {
+            QMessageBox ask(QMessageBox::Warning, "Quit During Setup?",
+                            "Vorlen is setting up your site. If you quit now, the setup stops before it is complete. When you "
+                            "set up again, Vorlen finds the steps that are already complete.",
+                            QMessageBox::NoButton, this);
+            ask.addButton(QMessageBox::Cancel);
+            auto* quit = ask.addButton("Quit", QMessageBox::DestructiveRole);
+            ask.setDefaultButton(QMessageBox::Cancel);
+            ask.exec();
+            if (ask.clickedButton() != quit) return event->ignore();
+        }
+        model_.quit();
+    }
+    // A stopped publish removes what it uploaded; the window stays until that is done.
+    if (model_.isJobRunning()) {
+        isWaitingToQuit_ = true;
+        return event->ignore();
+    }
+    event->accept();
+}
+
+}  // namespace vorlen::shell

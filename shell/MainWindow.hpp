@@ -1,0 +1,71 @@
+#pragma once
+
+#include <memory>
+#include <set>
+
+#include <QMainWindow>
+
+#include "app/AppModel.hpp"
+
+class QComboBox;
+class QLabel;
+class QPushButton;
+class QStackedWidget;
+
+namespace vorlen::shell {
+
+class ConfirmView;
+class FailedView;
+class InspectingView;
+class PosterReviewView;
+class PublishedView;
+class PublishingView;
+class ScreenView;
+class SettingsWindow;
+class StartView;
+
+// The window of one site at a time: the screens of its workspace, a site
+// picker when there are several, and the settings.
+class MainWindow : public QMainWindow {
+public:
+    MainWindow(app::AppModel& model, app::MainQueue& mainQueue);
+
+    void showSite(const app::SiteID& id);
+    const std::shared_ptr<app::SiteWorkspace>& workspace() const { return workspace_; }
+    SettingsWindow* openSettings();
+    // The screen on show.
+    ScreenView* currentView() const;
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+
+private:
+    void refresh();
+    void showSites();
+    void dropFiles(const std::vector<std::filesystem::path>& files);
+    void workspaceChanged();
+
+    app::AppModel& model_;
+    std::shared_ptr<app::SiteWorkspace> workspace_;
+    std::set<app::SiteWorkspace*> observed_;
+    bool isWaitingToQuit_ = false;
+    ScreenView* shownView_ = nullptr;
+
+    QComboBox* sitePicker_;
+    QLabel* siteName_;
+    QLabel* notice_;
+    QPushButton* settings_;
+    QStackedWidget* stack_;
+    StartView* start_;
+    InspectingView* inspecting_;
+    ConfirmView* confirm_;
+    PublishingView* publishing_;
+    PosterReviewView* review_;
+    PublishedView* published_;
+    FailedView* failed_;
+};
+
+}  // namespace vorlen::shell

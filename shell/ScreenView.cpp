@@ -1,0 +1,34 @@
+#include "shell/ScreenView.hpp"
+
+#include <QLabel>
+#include <QPushButton>
+#include <QShortcut>
+
+#include "shell/Appearance.hpp"
+
+namespace vorlen::shell {
+
+ScreenView::ScreenView(QWidget* parent) : QWidget(parent) {}
+
+QLabel* ScreenView::label(const QString& text, const char* role, QWidget* parent) {
+    auto* made = new QLabel(text, parent);
+    made->setWordWrap(true);
+    if (role) setRole(made, role);
+    return made;
+}
+
+QPushButton* ScreenView::button(const QString& text, const char* role, QWidget* parent) {
+    auto* made = new QPushButton(text, parent);
+    made->setAutoDefault(true);
+    made->setCursor(Qt::PointingHandCursor);
+    if (role) setRole(made, role);
+    return made;
+}
+
+void ScreenView::onEscape(std::function<void()> action) {
+    auto* shortcut = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+    shortcut->setContext(Qt::WidgetWithChildrenShortcut);
+    QObject::connect(shortcut, &QShortcut::activated, this, [action = std::move(action)] { action(); });
+}
+
+}  // namespace vorlen::shell

@@ -1,0 +1,225 @@
+#include "shell/SettingsWindow.hpp"
+
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QTabBar>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+#include "shell/Appearance.hpp"
+#include "shell/Format.hpp"
+#include "shell/SiteDialog.hpp"
+
+namespace vorlen::shell {
+
+namespace {
+
+const app::ParallelUploads parallelOrder[] = {app::ParallelUploads::one, app::ParallelUploads::two, app::ParallelUploads::four,
+                                              app::ParallelUploads::eight};
+const app::UploadPartSize partOrder[] = {app::UploadPartSize::mib5, app::UploadPartSize::mib8, app::UploadPartSize::mib16,
+                                         app::UploadPartSize::mib32};
+
+QLabel* wrapped(const QString& text, const char* role = nullptr) {
+    auto* made = new QLabel(text);
+    made->setWordWrap(true);
+    if (role) setRole(made, role);
+    return made;
+}
+
+QPushButton* plainButton(const QString& text) {
+    auto* made = new QPushButton(text);
+    made->setAutoDefault(false);
+    return made;
+}
+
+}  // namespace
+
+SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* parent)
+    : QDialog(parent), model_(model), site_(std::move(site)) {
+    setObjectName("settings");
+    setWindowTitle("Settings");
+    setMinimumSize(600, 440);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(20, 20, 20, 16);
+    tabs_ = new QTabWidget(this);
+    tabs_->setAccessibleName("Settings");
+    tabs_->tabBar()->setAccessibleName("Settings pages");
+    layout->addWidget(tabs_, 1);
+
+    auto* uploads = new QWidget;
+    auto* uploadsLayout = new QVBoxLayout(uploads);
+    uploadsLayout->setContentsMargins(20, 18, 20, 18);
+    uploadsLayout->setSpacing(12);
+    auto* form = new QFormLayout;
+    form->setLabelAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    form->setHorizontalSpacing(14);
+    parallelUploads_ = new QComboBox;
+    parallelUploads_->setAccessibleName("Parallel uploads");
+    for (auto value : parallelOrder) parallelUploads_->addItem(QString::number(static_cast<int>(value)));
+    form->addRow("Parallel uploads:", parallelUploads_);
+    partSize_ = new QComboBox;
+    partSize_->setAccessibleName("Part size");
+    for (auto value : partOrder) partSize_->addItem(QString("%1 MiB").arg(static_cast<int>(value)));
+    form->addRow("Part size:", partSize_);
+    uploadsLayout->addLayout(form);
+    uploadsLayout->addWidget(wrapped(app::uploadTuningExplanation, "secondary"));
+    uploadsLayout->addSpacing(8);
+    auto* limitForm = new QFormLayout;
+    limitForm->setLabelAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    limitForm->setHorizontalSpacing(14);
+    limit_ = new QSpinBox;
+    limit_->setRange(0, 100000);
+    limit_->setSpecialValueText("Unlimited");
+    limit_->setSuffix(" Mbit/s");
+    limit_->setAccessibleName("Upload limit");
+    limitForm->addRow("Upload limit:", limit_);
+    uploadsLayout->addLayout(limitForm);
+    uploadsLayout->addWidget(wrapped(QString("The limit of the site %1. It applies when the site\u2019s window opens next.")
+                                         .arg(format::quoted(QString::fromStdString(site_.value))),
+                                     "secondary"));
+    uploadsLayout->addStretch(1);
+    tabs_->addTab(uploads, "Uploads");
+
+    auto* sitesPage = new QWidget;
+    auto* sitesLayout = new QVBoxLayout(sitesPage);
+    sitesLayout->setContentsMargins(20, 18, 20, 18);
+    sitesLayout->setSpacing(10);
+    sites_ = new QListWidget;
+    sites_->setAccessibleName("Sites on this computer");
+    sitesLayout->addWidget(sites_, 1);
+    auto* siteButtons = new QHBoxLayout;
+    auto* addLocal = plainButton("Add Local Site\u2026");
+    auto* addR2 = plainButton("Add R2 Site\u2026");
+    remove_ = plainButton("Remove");
+    remove_->setAccessibleName("Remove the site");
+    siteButtons->addWidget(addLocal);
+    siteButtons->addWidget(addR2);
+    siteButtons->addStretch(1);
+    siteButtons->addWidget(remove_);
+    sitesLayout->addLayout(siteButtons);
+    tabs_->addTab(sitesPage, "Sites");
+
+    auto* close = new QDialogButtonBox(QDialogButtonBox::Close, this);
+    close->setAccessibleName("Close the settings");
+    layout->addWidget(close);
+
+    showUploads();
+    showSites();
+
+    QObject::connect(close, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    QObject::connect(parallelUploads_, &QComboBox::activated, this, [this](int index) {
+        model_.changeSettings([index](app::LocalSettings& s) { s.uploadTuning.parallelUploads = parallelOrder[index]; });
+    });
+    QObject::connect(partSize_, &QComboBox::activated, this, [this](int index) {
+        model_.changeSettings([index](app::LocalSettings& s) { s.uploadTuning.partSize = partOrder[index]; });
+    });
+    QObject::connect(limit_, &QSpinBox::valueChanged, this, [this](int megabits) {
+        auto limit = megabits == 0 ? app::UploadLimit::unlimited() : app::UploadLimit::megabits(megabits);
+        model_.changeSettings([&](app::LocalSettings& s) {
+            for (auto& each : s.sites)
+                if (each.id == site_) each.uploadLimit = limit;
+        });
+    });
+    QObject::connect(sites_, &QListWidget::currentRowChanged, this, [this](int row) { remove_->setEnabled(row >= 0); });
+    QObject::connect(addLocal, &QPushButton::clicked, this, [this] { addLocalSite(); });
+    QObject::connect(addR2, &QPushButton::clicked, this, [this] { addR2Site(); });
+    QObject::connect(remove_, &QPushButton::clicked, this, [this] { removeSite(); });
+}
+
+void SettingsWindow::showUploads() {
+    const auto& settings = model_.settings();
+    for (int index = 0; index < 4; ++index) {
+        if (parallelOrder[index] == settings.uploadTuning.parallelUploads) parallelUploads_->setCurrentIndex(index);
+        if (partOrder[index] == settings.uploadTuning.partSize) partSize_->setCurrentIndex(index);
+    }
+    const auto* site = settings.site(site_);
+    limit_->setEnabled(site != nullptr);
+    QSignalBlocker quiet(limit_);
+    limit_->setValue(site ? site->uploadLimit.megabitsPerSecond.value_or(0) : 0);
+}
+
+void SettingsWindow::showSites() {
+    sites_->clear();
+    auto current = model_.currentSite();
+    for (const auto& site : model_.settings().sites) {
+        QString name = QString::fromStdString(site.id.value);
+        QString where = site.settings.isLocal()
+                            ? QString("a folder on this computer, %1").arg(QString::fromStdString(site.settings.localFolder->string()))
+                            : QString("the R2 bucket %1, pages on %2")
+                                  .arg(format::quoted(QString::fromStdString(site.settings.bucket)),
+                                       QString::fromStdString(site.settings.pageHost.name));
+        QString text = QString("%1  \u2014  %2").arg(name, where);
+        if (current == site.id) text += "  (default)";
+        auto* item = new QListWidgetItem(text, sites_);
+        item->setData(Qt::UserRole, name);
+    }
+    remove_->setEnabled(sites_->currentRow() >= 0);
+}
+
+void SettingsWindow::report(const std::exception& error) {
+    QMessageBox::warning(this, "Vorlen", QString::fromStdString(error.what()));
+}
+
+void SettingsWindow::addLocalSite() {
+    auto* dialog = new SiteDialog(SiteDialog::Kind::local, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->onAccept = [this](const SiteDialog::Values& values) {
+        model_.addLocalSite(values.name, values.folder);
+        showSites();
+        if (onSitesChanged) onSitesChanged();
+    };
+    dialog->open();
+}
+
+void SettingsWindow::addR2Site() {
+    auto* dialog = new SiteDialog(SiteDialog::Kind::r2, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->onAccept = [this](const SiteDialog::Values& values) {
+        app::SiteSummary site;
+        site.accountID = values.account;
+        site.bucket = values.bucket;
+        site.mediaHost = Hostname::parse(values.mediaHost);
+        site.pageHost = Hostname::parse(values.pageHost);
+        site.folderPath = SiteFolder::normalisedPath(values.path);
+        model_.addR2Site(site, app::R2Credentials{values.tokenID, values.accessKeyID, values.secretAccessKey, std::nullopt});
+        showSites();
+        if (onSitesChanged) onSitesChanged();
+    };
+    dialog->open();
+}
+
+void SettingsWindow::removeSite() {
+    auto* item = sites_->currentItem();
+    if (!item) return;
+    app::SiteID id{item->data(Qt::UserRole).toString().toStdString()};
+    auto* ask = new QMessageBox(QMessageBox::Question, "Remove the Site?",
+                                QString("Vorlen forgets the site %1 and its keys on this computer. The videos stay in its bucket.")
+                                    .arg(format::quoted(QString::fromStdString(id.value))),
+                                QMessageBox::NoButton, this);
+    ask->setAttribute(Qt::WA_DeleteOnClose);
+    auto* removeButton = ask->addButton("Remove", QMessageBox::DestructiveRole);
+    ask->addButton(QMessageBox::Cancel);
+    ask->setDefaultButton(QMessageBox::Cancel);
+    QObject::connect(ask, &QMessageBox::finished, this, [this, ask, removeButton, id] {
+        if (ask->clickedButton() != removeButton) return;
+        try {
+            model_.removeSite(id);
+        } catch (const std::exception& error) {
+            return report(error);
+        }
+        showSites();
+        if (onSitesChanged) onSitesChanged();
+    });
+    ask->open();
+}
+
+}  // namespace vorlen::shell

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <functional>
+
+#include <QDialog>
+
+#include "app/AppModel.hpp"
+
+class QComboBox;
+class QListWidget;
+class QPushButton;
+class QSpinBox;
+class QTabWidget;
+
+namespace vorlen::shell {
+
+// This computer's settings: how it uploads, and its sites.
+class SettingsWindow : public QDialog {
+public:
+    SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* parent = nullptr);
+
+    // The site list changed: added, removed.
+    std::function<void()> onSitesChanged;
+
+    QTabWidget* tabs() const { return tabs_; }
+    QListWidget* siteList() const { return sites_; }
+    void addLocalSite();
+    void addR2Site();
+    void removeSite();
+
+private:
+    void showSites();
+    void showUploads();
+    void report(const std::exception& error);
+
+    app::AppModel& model_;
+    app::SiteID site_;
+    QTabWidget* tabs_;
+    QComboBox* parallelUploads_;
+    QComboBox* partSize_;
+    QSpinBox* limit_;
+    QListWidget* sites_;
+    QPushButton* remove_;
+};
+
+}  // namespace vorlen::shell
