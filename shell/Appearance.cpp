@@ -50,7 +50,7 @@ QFrame[role="card"] QLabel { background: transparent; }
 QWidget[role="header"] { background: %3; border-bottom: 1px solid %4; }
 QPushButton { padding: 6px 16px; border: 1px solid %4; border-radius: 6px; background: %3; color: %1; min-height: 20px; }
 QPushButton:hover { border-color: %5; }
-QPushButton:focus { border: 2px solid %5; padding: 5px 15px; }
+QPushButton:focus { border: 2px solid %5; padding: 5px 15px; outline: none; }
 QPushButton:disabled { color: %2; background: %9; }
 QPushButton[role="primary"] { background: %5; color: %6; border-color: %5; font-weight: 600; }
 QPushButton[role="primary"]:hover { background: %10; }
@@ -60,8 +60,10 @@ QToolButton[role="thumbnail"] { border: 2px solid transparent; border-radius: 6p
 QToolButton[role="thumbnail"]:hover { border-color: %4; }
 QToolButton[role="thumbnail"]:checked { border-color: %5; }
 QToolButton[role="thumbnail"]:focus { border-color: %10; }
-QLineEdit, QPlainTextEdit, QComboBox, QSpinBox, QListWidget { border: 1px solid %4; border-radius: 6px; padding: 4px 6px; background: %3; }
-QLineEdit:focus, QPlainTextEdit:focus, QComboBox:focus, QSpinBox:focus, QListWidget:focus { border: 2px solid %5; padding: 3px 5px; }
+QLineEdit, QPlainTextEdit, QListWidget { border: 1px solid %4; border-radius: 6px; padding: 4px 6px; background: %3; }
+QLineEdit:focus, QPlainTextEdit:focus, QListWidget:focus { border: 2px solid %5; padding: 3px 5px; }
+QToolButton, QListWidget { outline: none; }
+QDialogButtonBox { dialogbuttonbox-buttons-have-icons: 0; }
 QLineEdit[readOnly="true"] { background: %9; }
 QProgressBar { border: 1px solid %4; border-radius: 5px; background: %9; height: 10px; text-align: center; }
 QProgressBar::chunk { background: %5; border-radius: 4px; }

@@ -134,6 +134,8 @@ ConfirmView::ConfirmView(QWidget* parent) : ScreenView(parent) {
     outer->addWidget(scroll, 1);
 
     auto* buttons = new QHBoxLayout;
+    // In line with the fields above, which leave room for a scroll bar.
+    buttons->setContentsMargins(0, 0, 8, 0);
     cancel_ = button("Cancel");
     cancel_->setAccessibleName("Cancel");
     publish_ = button("Publish", "primary");

@@ -172,9 +172,25 @@ TEST(MainWindowTest, TheWholeRoadFromADropToTheLinks) {
 TEST(MainWindowTest, AFailedUploadShowsItsLogAndRetriesWithoutEncodingAgain) {
     Desk desk;
     vorlen::testing::ClipFolder clips;
+    auto cover = clips.make("cover.png", "-f lavfi -i color=c=orange:s=800x450 -frames:v 1");
     dropAndWaitForConfirm(desk, makeClip(clips));
     desk.click("Publish");
     ASSERT_TRUE(desk.waitFor<app::PosterReviewState>(120)) << desk.describe();
+
+    // An image file from the chooser becomes the poster; the countdown stops while the person looks for one.
+    desk.click("Choose an Image File\u2026");
+    EXPECT_FALSE(desk.screen().as<app::PosterReviewState>()->isCountingDown);
+    QFileDialog* chooser = nullptr;
+    ASSERT_TRUE(QTest::qWaitFor([&] { return (chooser = desk.window->findChild<QFileDialog*>()) && chooser->isVisible(); }));
+    auto* fileName = chooser->findChild<QLineEdit*>("fileNameEdit");
+    ASSERT_TRUE(fileName);
+    fileName->setText(QString::fromStdString(cover.string()));
+    QTest::keyClick(fileName, Qt::Key_Return);
+    ASSERT_TRUE(QTest::qWaitFor([&] {
+        auto* review = desk.screen().as<app::PosterReviewState>();
+        return review && review->poster && !review->poster->time;
+    }, 30000)) << desk.describe() << " dialog " << (desk.window->findChild<QFileDialog*>() != nullptr);
+    EXPECT_TRUE(desk.find<QLabel>("Poster status")->text().startsWith("An image file"));
 
     // The site's folder becomes a file: every write of the upload fails.
     fs::path away = desk.siteFolder;

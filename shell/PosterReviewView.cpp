@@ -178,6 +178,8 @@ void PosterReviewView::hideEvent(QHideEvent* event) {
 QWidget* PosterReviewView::firstFocus() { return stopCountdown_->isVisible() ? stopCountdown_ : confirm_; }
 
 void PosterReviewView::chooseImage() {
+    // Looking for a file takes longer than the countdown leaves.
+    workspace().holdCountdown();
     auto* dialog = new QFileDialog(this, "Choose an Image File");
     dialog->setFileMode(QFileDialog::ExistingFile);
     dialog->setNameFilters({"Images (*.jpg *.jpeg *.png *.webp *.tif *.tiff *.heic *.gif)", "All files (*)"});

@@ -60,6 +60,8 @@ PublishedView::PublishedView(QWidget* parent) : ScreenView(parent) {
     dash_ = link("DASH", "DASH manifest");
     grid->setColumnStretch(1, 1);
     layout->addWidget(card);
+    localHint_ = label("The pages of a local site open in the browser while \u201cvorlen preview\u201d runs.", "secondary");
+    layout->addWidget(localHint_);
     layout->addStretch(1);
 
     auto* buttons = new QHBoxLayout;
@@ -81,6 +83,7 @@ void PublishedView::show(const app::PublishedState& state) {
     QString summary = QString("%1 files, %2").arg(video.fileCount).arg(format::bytes(video.uploadedBytes));
     if (video.uploadRate) summary += ", at " + format::rate(*video.uploadRate);
     summary_->setText(summary + ".");
+    localHint_->setVisible(workspace().local().settings.isLocal());
     page_.address->setText(QString::fromStdString(state.links.page));
     embed_.address->setText(QString::fromStdString(state.links.embed));
     media_.address->setText(QString::fromStdString(state.links.media));

@@ -21,6 +21,7 @@ private:
         QPushButton* copy;
     };
     QLabel* summary_;
+    QLabel* localHint_;
     Link page_, embed_, media_, hls_, dash_;
     QPushButton* open_;
     QPushButton* another_;

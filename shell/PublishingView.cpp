@@ -113,9 +113,10 @@ void PublishingView::show(const app::PublishingState& state) {
         encodeSpeed_->setText(progress.encodeSpeed ? QString("%1\u00d7 realtime").arg(*progress.encodeSpeed, 0, 'f', 2)
                                                    : QString("\u2014"));
         uploadRate_->setText(progress.uploadRate ? format::rate(*progress.uploadRate) : QString("\u2014"));
-        uploaded_->setText(progress.uploadTotalBytes > 0
-                               ? QString("%1 of %2").arg(format::bytes(progress.uploadedBytes), format::bytes(progress.uploadTotalBytes))
-                               : QString("\u2014"));
+        if (progress.stage == app::JobStage::uploading && progress.uploadTotalBytes > 0)
+            uploaded_->setText(QString("%1 of %2").arg(format::bytes(progress.uploadedBytes), format::bytes(progress.uploadTotalBytes)));
+        else
+            uploaded_->setText("\u2014");
     }
     stopping_->setVisible(state.isStopping);
     stop_->setEnabled(!state.isStopping);

@@ -10,6 +10,7 @@
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSpacerItem>
 #include <QSpinBox>
 #include <QTabBar>
 #include <QTabWidget>
@@ -62,6 +63,7 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
     auto* form = new QFormLayout;
     form->setLabelAlignment(Qt::AlignRight | Qt::AlignVCenter);
     form->setHorizontalSpacing(14);
+    form->setVerticalSpacing(10);
     parallelUploads_ = new QComboBox;
     parallelUploads_->setAccessibleName("Parallel uploads");
     for (auto value : parallelOrder) parallelUploads_->addItem(QString::number(static_cast<int>(value)));
@@ -70,22 +72,18 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
     partSize_->setAccessibleName("Part size");
     for (auto value : partOrder) partSize_->addItem(QString("%1 MiB").arg(static_cast<int>(value)));
     form->addRow("Part size:", partSize_);
-    uploadsLayout->addLayout(form);
-    uploadsLayout->addWidget(wrapped(app::uploadTuningExplanation, "secondary"));
-    uploadsLayout->addSpacing(8);
-    auto* limitForm = new QFormLayout;
-    limitForm->setLabelAlignment(Qt::AlignRight | Qt::AlignVCenter);
-    limitForm->setHorizontalSpacing(14);
+    form->addRow(QString(), wrapped(app::uploadTuningExplanation, "secondary"));
+    form->addItem(new QSpacerItem(0, 10));
     limit_ = new QSpinBox;
     limit_->setRange(0, 100000);
     limit_->setSpecialValueText("Unlimited");
     limit_->setSuffix(" Mbit/s");
     limit_->setAccessibleName("Upload limit");
-    limitForm->addRow("Upload limit:", limit_);
-    uploadsLayout->addLayout(limitForm);
-    uploadsLayout->addWidget(wrapped(QString("The limit of the site %1. It applies when the site\u2019s window opens next.")
-                                         .arg(format::quoted(QString::fromStdString(site_.value))),
-                                     "secondary"));
+    form->addRow("Upload limit:", limit_);
+    form->addRow(QString(), wrapped(QString("The limit of the site %1. It applies when the site\u2019s window opens next.")
+                                        .arg(format::quoted(QString::fromStdString(site_.value))),
+                                    "secondary"));
+    uploadsLayout->addLayout(form);
     uploadsLayout->addStretch(1);
     tabs_->addTab(uploads, "Uploads");
 
@@ -95,6 +93,9 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
     sitesLayout->setSpacing(10);
     sites_ = new QListWidget;
     sites_->setAccessibleName("Sites on this computer");
+    sites_->setTextElideMode(Qt::ElideMiddle);
+    sites_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    sites_->setSpacing(3);
     sitesLayout->addWidget(sites_, 1);
     auto* siteButtons = new QHBoxLayout;
     auto* addLocal = plainButton("Add Local Site\u2026");
