@@ -2,14 +2,19 @@
 // over a loopback server that answers byte ranges, and ffmpeg over HTTP.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <set>
 #include <sstream>
 
 #include "core/base/Files.hpp"
 #include "core/base/Json.hpp"
 #include "core/publish/Packager.hpp"
 #include "core/publish/PackagedFiles.hpp"
+#include "core/publish/Publisher.hpp"
+#include "core/publish/SoftwareEncoder.hpp"
 #include "core/publish/ToolRunner.hpp"
+#include "testing/MediaClip.hpp"
 
 namespace vorlen {
 namespace {
@@ -93,6 +98,56 @@ TEST(PlaybackTest, AChunkedFolderPlaysInShakaPlayerAndDecodesInFFmpeg) {
     EXPECT_EQ(report["ffmpeg"]["code"], 0) << report["ffmpeg"]["stderr"];
     EXPECT_EQ(report["ffmpeg"]["stderr"], "");
     EXPECT_GT(report["ffmpeg"]["ranged"].get<int>(), 0);
+}
+
+TEST(PlaybackTest, SubtitleTracksOfABuiltFolderShowInShakaPlayer) {
+    fs::path chromium = std::getenv("VORLEN_CHROMIUM") ? std::getenv("VORLEN_CHROMIUM") : "/usr/bin/chromium";
+    if (!fs::exists(chromium)) GTEST_SKIP() << "no Chromium at " << chromium << " to play the folder in";
+    auto node = findInPath("node");
+    ASSERT_TRUE(node) << "node is needed to drive the player";
+
+    testing::ClipFolder clips;
+    auto source = clips.make("talk.mp4", testing::lavfiVideo(320, 180, 4) + " " + testing::lavfiTone(4) +
+                                             " -c:v libx264 -preset ultrafast -c:a aac -shortest");
+    // SubRip from an old editor (Windows-1252, font tags) and WebVTT with a byte-order mark.
+    writeFileAtomically(clips.path() / "talk.srt",
+                        "1\r\n00:00:00,500 --> 00:00:01,900\r\n<font color=\"#ffff00\">Caf\xE9</font>\r\n\r\n"
+                        "2\r\n00:00:02.000 --> 00:00:03.500\r\nAu revoir\r\n");
+    writeFileAtomically(clips.path() / "talk.vtt",
+                        "\xEF\xBB\xBFWEBVTT\n\n00:00.500 --> 00:01.900\nHello\n\n00:02.000 --> 00:03.500\n<i>Bye</i>\n");
+
+    Publisher publisher;
+    publisher.tools = Tools::locate();
+    publisher.encoder = std::make_shared<SoftwareEncoder>(EncodingSpeed::fast);
+    publisher.workRoot = clips.path() / "work";
+    auto built = publisher.build(publisher.inspect(source), {"Talk", std::nullopt, std::nullopt, VideoVisibility::publicVideo},
+                                 AudioLoudness::original, std::nullopt, {}, {},
+                                 {{clips.path() / "talk.srt", "fr", SubtitleTrack::Kind::subtitles},
+                                  {clips.path() / "talk.vtt", "en", SubtitleTrack::Kind::captions}});
+    auto folder = built->directory();
+    EXPECT_EQ(readFile(folder / "sub_fr.vtt"),
+              "WEBVTT\n\n00:00:00.500 --> 00:00:01.900\nCaf\u00e9\n\n00:00:02.000 --> 00:00:03.500\nAu revoir\n\n");
+    auto all = built->allFiles();
+    for (const char* file : {"sub_fr.vtt", "sub_fr.m3u8", "sub_en.vtt", "sub_en.m3u8"})
+        EXPECT_NE(std::find(all.begin(), all.end(), file), all.end()) << file;
+
+    auto output = ToolRunner::run("node", *node, {fs::path(VORLEN_SOURCE_DIR) / "testing/player/play.mjs",
+                                                  folder.string(), publisher.tools.ffmpeg.string()});
+    auto report = decodeJson(output.standardOutput);
+    for (const char* manifest : {"hls", "dash"}) {
+        SCOPED_TRACE(manifest);
+        const auto& result = report[manifest];
+        EXPECT_EQ(result["errors"], Json::array());
+        EXPECT_GT(result["currentTime"].get<double>(), 2.0);
+        std::set<std::pair<std::string, std::string>> tracks;
+        for (const auto& track : result["textTracks"])
+            tracks.emplace(track["language"].get<std::string>(), track["label"].get<std::string>());
+        EXPECT_EQ(tracks, (std::set<std::pair<std::string, std::string>>{{"fr", "French"}, {"en", "English"}}))
+            << result["textTracks"];
+        EXPECT_EQ(result["textCues"], 2) << "the shown track's cues were fetched and parsed";
+    }
+    EXPECT_EQ(report["ffmpeg"]["code"], 0) << report["ffmpeg"]["stderr"];
+    EXPECT_EQ(report["ffmpeg"]["stderr"], "");
 }
 
 }  // namespace
