@@ -2,11 +2,9 @@
 
 #include "app/SiteWorkspace.hpp"
 
-#include <fmt/format.h>
-
-#include "core/base/Files.hpp"
-#include "core/base/Text.hpp"
 #include "core/base/VorlenError.hpp"
+#include "core/publish/SubtitleDocument.hpp"
+#include "core/publish/SubtitleLanguage.hpp"
 #include "core/storage/FolderBucket.hpp"
 #include "core/storage/S3Bucket.hpp"
 
@@ -24,6 +22,13 @@ JobProgress jobProgress(const PublishProgress& progress) {
 
 std::string bucketIdentity(const SiteSummary& site) {
     return site.isLocal() ? "folder:" + site.localFolder->string() : "r2:" + site.accountID + "/" + site.bucket;
+}
+
+std::vector<SubtitleTrack> subtitleTracks(const std::vector<VideoSubtitle>& subtitles) {
+    std::vector<SubtitleTrack> tracks;
+    for (const auto& subtitle : subtitles)
+        tracks.push_back(SubtitleTrack{subtitle.file, subtitle.language, SubtitleTrack::Kind::subtitles});
+    return tracks;
 }
 
 }  // namespace
@@ -72,16 +77,10 @@ VideoInspection CorePublishService::inspect(const fs::path& file) {
 }
 
 VideoSubtitle CorePublishService::readSubtitle(const fs::path& file) {
-    std::string text = readFile(file);
-    if (!isValidUtf8(text))
-        throw VorlenError::source(fmt::format("\u201c{}\u201d is not a subtitle file. Vorlen reads WebVTT and SubRip files.",
-                                              file.filename().string()));
-    std::int64_t cues = 0;
-    for (std::size_t at = text.find("-->"); at != std::string::npos; at = text.find("-->", at + 3)) ++cues;
-    // "film.de.srt" names its language; otherwise English.
-    std::string language = "en";
-    if (auto inner = file.stem().extension().string(); inner.size() >= 3 && inner.size() <= 9) language = inner.substr(1);
-    return VideoSubtitle{file, language, cues};
+    auto document = SubtitleDocument::read(file);
+    // "film.de.srt" names its language; otherwise the person's own.
+    auto language = SubtitleLanguage::fromFileName(file).value_or(SubtitleLanguage::currentLanguage());
+    return VideoSubtitle{file, language, document.cueCount};
 }
 
 ResolvedFolder CorePublishService::resolveFolder(const std::string& name, const BucketAccess& access) {
@@ -103,7 +102,8 @@ PublishedVideo CorePublishService::publish(const PublishRequest& request, const 
         PosterReviewer reviewer{made.tools, std::nullopt, request.posterReviewTimeLimit,
                                 [&](const PosterReviewRequest& review) { onEvent(PublishEvent{PublishEvent::ReviewPoster{review}}); }};
         built = made.build(inspection, request.details, request.audioLoudness, std::nullopt, progress,
-                           [&](const PosterProposal& proposal) { return reviewer.review(proposal); });
+                           [&](const PosterProposal& proposal) { return reviewer.review(proposal); },
+                           subtitleTracks(request.subtitles));
         onEvent(PublishEvent{PublishEvent::Built{built}});
     } else {
         // A retry goes back to the folder that a failed clean-up left, when it is in this bucket.

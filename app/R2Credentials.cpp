@@ -1,6 +1,12 @@
 #include "app/R2Credentials.hpp"
 
+#include "core/base/Crypto.hpp"
+
 namespace vorlen::app {
+
+R2Credentials R2Credentials::fromToken(const std::string& tokenID, const std::string& value) {
+    return R2Credentials{tokenID, tokenID, sha256Hex(value), value};
+}
 
 Json R2Credentials::toJson() const {
     Json json = {{"tokenID", tokenID}, {"accessKeyID", accessKeyID}, {"secretAccessKey", secretAccessKey}};

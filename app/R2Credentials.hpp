@@ -14,6 +14,9 @@ struct R2Credentials {
     std::string secretAccessKey;
     std::optional<std::string> token;
 
+    // The S3 keys of an R2 API Token: its ID, and the SHA-256 of its value in lowercase hex.
+    static R2Credentials fromToken(const std::string& tokenID, const std::string& value);
+
     Json toJson() const;
     static std::optional<R2Credentials> fromJson(const Json& json);
     // For logs: the IDs only.

@@ -19,6 +19,18 @@ std::string PosterPrompt::describe(const std::optional<Poster>& poster) {
     return fmt::format("an image file ({})", size);
 }
 
+std::string PosterPrompt::countdownLine(bool hasPoster, int seconds) {
+    return fmt::format("{}{} s. Press Enter to choose. ",
+                       hasPoster ? "Vorlen uses this poster in " : "Vorlen publishes without a poster in ", seconds);
+}
+
+std::string PosterPrompt::menu(const std::vector<double>& sampleTimes) {
+    std::string text = "Frames:";
+    for (std::size_t i = 0; i < sampleTimes.size(); ++i) text += fmt::format(" {}) {:.1f} s", i + 1, sampleTimes[i]);
+    return text + "\nType a frame's number, the path of an image file, or \"none\" for no poster; "
+                  "an empty line publishes what is shown.\n";
+}
+
 void PosterPrompt::print(const std::string& text) {
     std::fputs(text.c_str(), output_);
     std::fflush(output_);
@@ -51,13 +63,12 @@ PosterPrompt::Read PosterPrompt::readLine(std::string& line) {
 // True when the person stopped the countdown while the review was still open.
 bool PosterPrompt::countDown(const PosterReviewRequest& request) {
     const auto& reply = *request.reply;
-    auto words = request.selection ? "Vorlen uses this poster in " : "Vorlen publishes without a poster in ";
     int shown = -1;
     while (reply.isOpen() && !isCancelled()) {
         auto left = std::chrono::duration<double>(reply.countdown().deadline - BootClock::now()).count();
         int seconds = std::max(0, int(std::ceil(left)));
         if (seconds != shown) {
-            print(fmt::format("\r{}{} s. Press Enter to choose. ", words, seconds));
+            print("\r" + countdownLine(request.selection.has_value(), seconds));
             shown = seconds;
         }
         std::string line;
@@ -74,10 +85,7 @@ bool PosterPrompt::countDown(const PosterReviewRequest& request) {
 void PosterPrompt::choose(const PosterReviewRequest& request) {
     std::optional<Poster> onScreen = request.selection ? request.selection : request.current;
     const auto& times = request.frames->sampleTimes();
-    std::string menu = "Frames:";
-    for (std::size_t i = 0; i < times.size(); ++i) menu += fmt::format(" {}) {:.1f} s", i + 1, times[i]);
-    print(menu + "\nType a frame's number, the path of an image file, or \"none\" for no poster; "
-                 "an empty line publishes what is shown.\n");
+    print(menu(times));
     for (;;) {
         print(fmt::format("Poster: {}\n> ", describe(onScreen)));
         std::string line;

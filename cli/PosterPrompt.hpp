@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "core/publish/PosterReviewer.hpp"
 
@@ -21,6 +22,10 @@ public:
     void operator()(const PosterReviewRequest& request);
 
     static std::string describe(const std::optional<Poster>& poster);
+    // "Vorlen uses this poster in 12 s. Press Enter to choose. "
+    static std::string countdownLine(bool hasPoster, int seconds);
+    // The sampled frames by number, and what a line can say.
+    static std::string menu(const std::vector<double>& sampleTimes);
 
 private:
     enum class Read { line, idle, end };

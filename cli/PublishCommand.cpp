@@ -8,6 +8,7 @@
 #include "cli/AppContext.hpp"
 #include "cli/Commands.hpp"
 #include "cli/Terminal.hpp"
+#include "cli/TerminalPosterReview.hpp"
 #include "core/base/VorlenError.hpp"
 
 namespace vorlen::cli {
@@ -108,7 +109,13 @@ int runPublish(const PublishOptions& options) {
     std::cerr << fmt::format("Publishing \u201c{}\u201d to the site \u201c{}\u201d\n", confirm.title, site.value);
     workspace->confirmPublish();
 
-    // Without a person at a terminal the review ends at once: the proposal, no poster, or the image file given.
+    // A person at a terminal reviews the poster; otherwise the review ends at once with
+    // the proposal, no poster, or the image file given.
+    std::optional<TerminalPosterReview> terminalReview;
+    if (options.poster == "auto" && ::isatty(STDIN_FILENO) && ::isatty(STDERR_FILENO)) {
+        terminalReview.emplace(*workspace, queue, STDIN_FILENO, stderr);
+        workspace->onChange([&] { terminalReview->update(); });
+    }
     bool reviewed = false;
     auto answerReview = [&] {
         auto* review = workspace->screen().as<app::PosterReviewState>();
@@ -130,9 +137,10 @@ int runPublish(const PublishOptions& options) {
         }
     };
     // Answered from the queue, not inside the workspace's own change.
-    workspace->onChange([&] {
-        if (workspace->screen().as<app::PosterReviewState>()) queue.post(answerReview);
-    });
+    if (!terminalReview)
+        workspace->onChange([&] {
+            if (workspace->screen().as<app::PosterReviewState>()) queue.post(answerReview);
+        });
     queue.runUntil([&] {
         const auto& screen = workspace->screen();
         return screen.as<app::PublishedState>() || screen.as<app::Failure>() || screen.as<app::Screen::Start>();

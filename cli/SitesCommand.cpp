@@ -5,6 +5,7 @@
 
 #include "cli/AppContext.hpp"
 #include "cli/Commands.hpp"
+#include "cli/Terminal.hpp"
 #include "core/base/VorlenError.hpp"
 #include "core/site/Hostname.hpp"
 
@@ -12,10 +13,26 @@ namespace vorlen::cli {
 
 namespace {
 
-std::string secretFromEnvironment(const char* name) {
+std::optional<std::string> fromEnvironment(const char* name) {
     const char* value = std::getenv(name);
-    if (!value || !*value) throw VorlenError::config(fmt::format("Set {} in the environment.", name));
-    return value;
+    if (!value || !*value) return std::nullopt;
+    return std::string(value);
+}
+
+// Secrets never come as arguments, which other users of the computer can see:
+// the token's value or the S3 keys come from the environment, else the token from the terminal.
+app::R2Credentials r2Credentials(const std::string& tokenID) {
+    auto accessKeyID = fromEnvironment("VORLEN_ACCESS_KEY_ID");
+    auto secretAccessKey = fromEnvironment("VORLEN_SECRET_ACCESS_KEY");
+    if (accessKeyID && secretAccessKey) return {tokenID, *accessKeyID, *secretAccessKey, std::nullopt};
+    auto token = fromEnvironment("VORLEN_R2_TOKEN");
+    if (!token) token = readSecretLine("The value of the R2 API Token: ");
+    if (!token || token->empty())
+        throw VorlenError::config(
+            "Give the value of the R2 API Token in VORLEN_R2_TOKEN or on the terminal, or its S3 keys in "
+            "VORLEN_ACCESS_KEY_ID and VORLEN_SECRET_ACCESS_KEY.");
+    if (tokenID.empty()) throw VorlenError::config("Give the ID of the R2 API Token with --token-id.");
+    return app::R2Credentials::fromToken(tokenID, *token);
 }
 
 void listSites(app::AppModel& model) {
@@ -66,7 +83,9 @@ void registerSitesCommand(CommandRegistry& registry) {
     };
     auto r2 = std::make_shared<R2Options>();
     auto* addR2 = command->add_subcommand(
-        "add-r2", "Add a site set up elsewhere. The S3 keys come from VORLEN_ACCESS_KEY_ID and VORLEN_SECRET_ACCESS_KEY.");
+        "add-r2",
+        "Add a site set up elsewhere. The R2 API Token's value comes from VORLEN_R2_TOKEN or the terminal; "
+        "S3 keys may come instead from VORLEN_ACCESS_KEY_ID and VORLEN_SECRET_ACCESS_KEY.");
     addR2->add_option("--account", r2->account, "the Cloudflare account ID")->required();
     addR2->add_option("--bucket", r2->bucket, "the R2 bucket")->required();
     addR2->add_option("--media-host", r2->mediaHost, "the bucket's hostname")->required();
@@ -84,8 +103,7 @@ void registerSitesCommand(CommandRegistry& registry) {
         site.folderPath = SiteFolder::normalisedPath(r2->path);
         site.pagePath = SiteFolder::normalisedPath(r2->pagePath);
         site.s3Endpoint = r2->endpoint;
-        app::R2Credentials credentials{r2->tokenID, secretFromEnvironment("VORLEN_ACCESS_KEY_ID"),
-                                       secretFromEnvironment("VORLEN_SECRET_ACCESS_KEY"), std::nullopt};
+        auto credentials = r2Credentials(r2->tokenID);
         AppContext context;
         auto id = context.model->addR2Site(site, credentials);
         std::cout << fmt::format("Added the site \u201c{}\u201d.\n", id.value);

@@ -1,10 +1,12 @@
 #include "cli/Terminal.hpp"
 
 #include <signal.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
+#include <iostream>
 #include <thread>
 
 #include <fmt/format.h>
@@ -78,6 +80,22 @@ void ProgressPrinter::operator()(const PublishProgress& progress) {
 void ProgressPrinter::finish() {
     if (terminal_ && lastLength_ > 0) std::fprintf(stderr, "\n");
     lastLength_ = 0;
+}
+
+std::optional<std::string> readSecretLine(const std::string& prompt) {
+    if (!::isatty(STDIN_FILENO)) return std::nullopt;
+    std::cerr << prompt << std::flush;
+    termios saved{};
+    ::tcgetattr(STDIN_FILENO, &saved);
+    termios quiet = saved;
+    quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    ::tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
+    std::string line;
+    bool read = static_cast<bool>(std::getline(std::cin, line));
+    ::tcsetattr(STDIN_FILENO, TCSANOW, &saved);
+    std::cerr << '\n';
+    if (!read) return std::nullopt;
+    return line;
 }
 
 }  // namespace vorlen::cli

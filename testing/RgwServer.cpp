@@ -69,27 +69,46 @@ RgwServer::~RgwServer() {
     std::filesystem::remove_all(dir_, ignored);
 }
 
-std::shared_ptr<S3Bucket> RgwServer::makeBucket(const std::string& endpoint, int connections,
-                                                std::chrono::seconds noProgressTimeout) {
-    const std::string name = "test-" + randomString(12, "abcdefghijklmnopqrstuvwxyz0123456789");
-    SigV4::Request signing{"PUT", "/" + name, {}, {}, "UNSIGNED-PAYLOAD"};
+HttpResponse RgwServer::sendSigned(const std::string& method, const std::string& bucket, QueryItems query,
+                                   std::chrono::seconds noProgressTimeout) const {
+    SigV4::Request signing{method, "/" + bucket, query, {}, "UNSIGNED-PAYLOAD"};
     signing.headers["host"] = *hostOfURL(endpoint_);
     signing.headers["x-amz-date"] =
         formatIso8601Basic(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
     signing.headers["x-amz-content-sha256"] = "UNSIGNED-PAYLOAD";
     HttpRequest request;
-    request.method = "PUT";
-    request.url = endpoint_ + "/" + name;
-    request.body = RequestBody::bytes("");
+    request.method = method;
+    request.url = endpoint_ + "/" + bucket;
+    if (!query.empty()) request.url += "?" + SigV4::canonicalQuery(query);
+    if (method == "PUT") request.body = RequestBody::bytes("");
     request.headers.emplace_back("authorization", SigV4::authorization(signing, credentials_, SigV4::Scope{}));
     request.headers.emplace_back("x-amz-date", signing.headers["x-amz-date"]);
     request.headers.emplace_back("x-amz-content-sha256", "UNSIGNED-PAYLOAD");
-    HttpClient client({1, noProgressTimeout});
-    auto response = client.send(request);
+    return HttpClient({1, noProgressTimeout}).send(request);
+}
+
+std::shared_ptr<S3Bucket> RgwServer::makeBucket(const std::string& endpoint, int connections,
+                                                std::chrono::seconds noProgressTimeout) {
+    const std::string name = "test-" + randomString(12, "abcdefghijklmnopqrstuvwxyz0123456789");
+    auto response = sendSigned("PUT", name, {}, noProgressTimeout);
     if (response.status != 200) throw std::runtime_error(fmt::format("creating a test bucket gave HTTP {}", response.status));
+    return client(name, endpoint, connections, noProgressTimeout);
+}
+
+std::shared_ptr<S3Bucket> RgwServer::client(const std::string& bucket, const std::string& endpoint, int connections,
+                                            std::chrono::seconds noProgressTimeout) const {
     Endpoints endpoints;
     endpoints.r2Storage = endpoint.empty() ? endpoint_ : endpoint;
-    return std::make_shared<S3Bucket>(BucketLocation{"test", name}, credentials_, endpoints, connections, noProgressTimeout);
+    return std::make_shared<S3Bucket>(BucketLocation{"test", bucket}, credentials_, endpoints, connections, noProgressTimeout);
+}
+
+std::size_t RgwServer::openUploads(const std::string& bucket) const {
+    auto response = sendSigned("GET", bucket, {{"uploads", std::nullopt}}, std::chrono::seconds(60));
+    if (response.status != 200) throw std::runtime_error(fmt::format("listing open uploads gave HTTP {}", response.status));
+    std::size_t count = 0;
+    for (auto at = response.body.find("<UploadId>"); at != std::string::npos; at = response.body.find("<UploadId>", at + 1))
+        ++count;
+    return count;
 }
 
 }  // namespace vorlen::testing

@@ -4,7 +4,9 @@
 #include <memory>
 #include <string>
 
+#include "core/net/HttpClient.hpp"
 #include "core/storage/S3Bucket.hpp"
+#include "core/storage/SigV4.hpp"
 
 namespace vorlen::testing {
 
@@ -25,9 +27,16 @@ public:
     // `endpoint` (the server itself unless a proxy stands between).
     std::shared_ptr<S3Bucket> makeBucket(const std::string& endpoint = {}, int connections = 8,
                                          std::chrono::seconds noProgressTimeout = std::chrono::seconds(60));
+    // Another client for a bucket that exists, e.g. one that bypasses a proxy.
+    std::shared_ptr<S3Bucket> client(const std::string& bucket, const std::string& endpoint = {}, int connections = 8,
+                                     std::chrono::seconds noProgressTimeout = std::chrono::seconds(60)) const;
+    // The multipart uploads of a bucket that are still open, asked of the server itself.
+    std::size_t openUploads(const std::string& bucket) const;
 
 private:
     RgwServer();
+    HttpResponse sendSigned(const std::string& method, const std::string& bucket, QueryItems query,
+                            std::chrono::seconds noProgressTimeout) const;
 
     std::filesystem::path dir_;
     std::string endpoint_;

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The command line's road on a fresh computer: the first publish makes the local
-# site, the folder decodes as HLS, a second publish of the same name takes the
+# site and carries a French subtitle track, the folder decodes as HLS, a second publish of the same name takes the
 # next free folder, and the site shows in the list.
 set -euo pipefail
 vorlen=$1
@@ -12,12 +12,16 @@ unset DBUS_SESSION_BUS_ADDRESS
 ffmpeg -loglevel error -f lavfi -i "testsrc2=size=320x180:rate=25:duration=4" -f lavfi -i "sine=frequency=440:duration=4" \
   -c:v libx264 -pix_fmt yuv420p -c:a aac -shortest "$home/Holiday Film 1080p.mp4"
 
-"$vorlen" publish "$home/Holiday Film 1080p.mp4" --poster none > "$home/out1"
+printf '1\r\n00:00:00,500 --> 00:00:02,000\r\n<font color="red">Bonjour</font>\r\n\r\n' > "$home/Holiday.fr.srt"
+
+"$vorlen" publish "$home/Holiday Film 1080p.mp4" --poster none --subtitles "$home/Holiday.fr.srt" > "$home/out1"
 grep -q '^Page:  http://localhost:8787/holiday-film$' "$home/out1"
 objects=$home/data/vorlen/local-site/objects
 test -f "$objects/_vorlen/site.json"
 test -f "$objects/holiday-film/master.m3u8"
 test ! -e "$objects/holiday-film/poster.jpg"
+grep -q '^#EXT-X-MEDIA:TYPE=SUBTITLES,.*LANGUAGE="fr",NAME="French"' "$objects/holiday-film/master.m3u8"
+grep -q 'lang="fr"' "$objects/holiday-film/manifest.mpd"
 ffmpeg -v error -i "$objects/holiday-film/master.m3u8" -map 0 -f null -
 
 "$vorlen" publish "$home/Holiday Film 1080p.mp4" --title "Second" --unlisted > "$home/out2"

@@ -109,11 +109,14 @@ TEST(TaskTest, CancellationHandlerRunsOnceAndNotAfterItsScope) {
     EXPECT_EQ(calls, 1);
 
     std::atomic<int> late{0};
+    std::atomic<bool> left{false};
     auto other = Task<void>::spawn([&] {
         { CancellationHandler handler([&] { ++late; }); }
+        left = true;
         waitForCancellation();
     });
-    sleepFor(10ms);
+    // Cancelled only once the handler's scope has ended: a handler made after a cancel runs at once.
+    while (!left) sleepFor(1ms);
     other.cancel();
     EXPECT_THROW(other.value(), Cancelled);
     EXPECT_EQ(late, 0);

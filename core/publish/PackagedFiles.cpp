@@ -1,9 +1,13 @@
 #include "core/publish/PackagedFiles.hpp"
 
+#include <algorithm>
+
 #include "core/base/Files.hpp"
 #include "core/base/Task.hpp"
 #include "core/publish/Chunker.hpp"
 #include "core/publish/DASHRewriter.hpp"
+#include "core/publish/DASHSubtitles.hpp"
+#include "core/publish/HLSMasterPlaylist.hpp"
 #include "core/publish/HLSRewriter.hpp"
 
 namespace vorlen {
@@ -29,6 +33,25 @@ PackagedFiles assemble(const std::vector<PackagedStream>& streams, const std::fi
     files.manifests.push_back("master.m3u8");
     files.manifests.push_back("manifest.mpd");
     return files;
+}
+
+void addSubtitles(PackagedFiles& files, const std::filesystem::path& publishDirectory,
+                  const std::vector<SubtitleStream>& streams, const std::vector<SubtitleDocument>& documents,
+                  double durationSeconds) {
+    if (streams.empty()) return;
+    auto master = std::find(files.manifests.begin(), files.manifests.end(), "master.m3u8");
+    for (std::size_t i = 0; i < streams.size(); ++i) {
+        checkCancellation();
+        const auto& base = streams[i].baseName;
+        writeFileAtomically(publishDirectory / (base + ".vtt"), documents.at(i).webVTT);
+        writeFileAtomically(publishDirectory / (base + ".m3u8"), SubtitleStream::mediaPlaylist(base, durationSeconds));
+        files.media.push_back(base + ".vtt");
+        master = std::next(files.manifests.insert(master, base + ".m3u8"));
+    }
+    writeFileAtomically(publishDirectory / "master.m3u8",
+                        HLSMasterPlaylist::withSubtitles(readFile(publishDirectory / "master.m3u8"), streams));
+    writeFileAtomically(publishDirectory / "manifest.mpd",
+                        DASHSubtitles::withSubtitles(readFile(publishDirectory / "manifest.mpd"), {}, streams));
 }
 
 }  // namespace vorlen

@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "core/publish/StreamLayout.hpp"
+#include "core/publish/SubtitleDocument.hpp"
+#include "core/publish/SubtitleStream.hpp"
 
 namespace vorlen {
 
@@ -22,5 +24,12 @@ struct PackagedFiles {
 // another, so the disk holds the media at most twice.
 PackagedFiles assemble(const std::vector<PackagedStream>& streams, const std::filesystem::path& packageDirectory,
                        const std::filesystem::path& publishDirectory, std::uint64_t maxChunkBytes);
+
+// Writes each subtitle stream's <base>.vtt and <base>.m3u8 into an assembled folder
+// and declares them in its master.m3u8 and manifest.mpd. The .vtt files join the
+// media and the playlists join the manifests ahead of the master.
+void addSubtitles(PackagedFiles& files, const std::filesystem::path& publishDirectory,
+                  const std::vector<SubtitleStream>& streams, const std::vector<SubtitleDocument>& documents,
+                  double durationSeconds);
 
 }  // namespace vorlen

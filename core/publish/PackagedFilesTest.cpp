@@ -6,6 +6,9 @@
 #include <sstream>
 
 #include "core/base/Files.hpp"
+#include "core/publish/HLSMasterPlaylist.hpp"
+#include "core/publish/DASHSubtitles.hpp"
+#include "core/storage/VideoFolderHeaders.hpp"
 
 namespace vorlen {
 namespace {
@@ -75,6 +78,36 @@ TEST(PackagedFilesTest, AssemblesAFolderWhoseRangesPointAtTheRightBytes) {
     auto mpd = readFile(fake.publish / "manifest.mpd");
     EXPECT_NE(mpd.find(R"(<SegmentURL media="a_stereo/002.mp4" mediaRange="3-6" />)"), std::string::npos) << mpd;
     EXPECT_FALSE(fs::exists(fake.publish / "v_180/1.m4s"));
+}
+
+TEST(PackagedFilesTest, SubtitleTracksJoinTheFolderAndBothManifests) {
+    FakePackage fake;
+    auto files = assemble({PackagedStream{"v_180"}, PackagedStream{"a_stereo"}}, fake.package, fake.publish, 1000);
+    std::vector<SubtitleStream> streams{
+        {"sub_en", "en", "English", SubtitleTrack::Kind::subtitles, 8, std::nullopt},
+        {"sub_fr", "fr", "French", SubtitleTrack::Kind::captions, 16, std::nullopt}};
+    addSubtitles(files, fake.publish, streams, {{"WEBVTT\n\nen", 1}, {"WEBVTT\n\nfr", 1}}, 18);
+
+    EXPECT_EQ(files.media, (std::vector<std::string>{"v_180/001.mp4", "a_stereo/001.mp4", "sub_en.vtt", "sub_fr.vtt"}));
+    EXPECT_EQ(files.manifests, (std::vector<std::string>{"v_180.m3u8", "a_stereo.m3u8", "sub_en.m3u8", "sub_fr.m3u8",
+                                                         "master.m3u8", "manifest.mpd"}));
+    EXPECT_EQ(readFile(fake.publish / "sub_fr.vtt"), "WEBVTT\n\nfr");
+    EXPECT_EQ(readFile(fake.publish / "sub_fr.m3u8"), SubtitleStream::mediaPlaylist("sub_fr", 18));
+    auto master = readFile(fake.publish / "master.m3u8");
+    EXPECT_EQ(HLSMasterPlaylist::subtitles(master).size(), 2u);
+    EXPECT_EQ(HLSMasterPlaylist::withSubtitles(master, {}), readFile(fake.package / "master.m3u8"));
+    EXPECT_EQ(DASHSubtitles::subtitles(readFile(fake.publish / "manifest.mpd")).size(), 2u);
+
+    // The tracks go up with the media, as immutable text, long before master.m3u8 names them.
+    std::vector<std::string> all = files.media;
+    all.insert(all.end(), files.manifests.begin(), files.manifests.end());
+    auto batches = videoFolderBatches(all);
+    ASSERT_EQ(batches.size(), 4u);
+    EXPECT_EQ(batches[0], files.media);
+    EXPECT_EQ(batches[1], (std::vector<std::string>{"v_180.m3u8", "a_stereo.m3u8", "sub_en.m3u8", "sub_fr.m3u8"}));
+    auto headers = videoFolderHeaders("sub_en.vtt");
+    EXPECT_EQ(headers.contentType, "text/vtt; charset=utf-8");
+    EXPECT_EQ(headers.cacheControl, "public, max-age=31536000, immutable");
 }
 
 }  // namespace

@@ -2,35 +2,25 @@
 // over a loopback server that answers byte ranges, and ffmpeg over HTTP.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <sstream>
+#include <algorithm>
+#include <set>
 
 #include "core/base/Files.hpp"
-#include "core/base/Json.hpp"
 #include "core/publish/Packager.hpp"
 #include "core/publish/PackagedFiles.hpp"
+#include "core/publish/Publisher.hpp"
+#include "core/publish/SoftwareEncoder.hpp"
 #include "core/publish/ToolRunner.hpp"
+#include "testing/MediaClip.hpp"
+#include "testing/PlayerCheck.hpp"
 
 namespace vorlen {
 namespace {
 
 namespace fs = std::filesystem;
 
-std::optional<fs::path> findInPath(const std::string& name) {
-    const char* path = std::getenv("PATH");
-    std::istringstream entries(path ? path : "");
-    std::string directory;
-    while (std::getline(entries, directory, ':')) {
-        if (!directory.empty() && fs::is_regular_file(fs::path(directory) / name)) return fs::path(directory) / name;
-    }
-    return std::nullopt;
-}
-
 TEST(PlaybackTest, AChunkedFolderPlaysInShakaPlayerAndDecodesInFFmpeg) {
-    fs::path chromium = std::getenv("VORLEN_CHROMIUM") ? std::getenv("VORLEN_CHROMIUM") : "/usr/bin/chromium";
-    if (!fs::exists(chromium)) GTEST_SKIP() << "no Chromium at " << chromium << " to play the folder in";
-    auto node = findInPath("node");
-    ASSERT_TRUE(node) << "node is needed to drive the player";
+    if (!fs::exists(testing::chromiumPath())) GTEST_SKIP() << "no Chromium at " << testing::chromiumPath();
     auto tools = Tools::locate();
 
     fs::path work = makeUniqueDirectory(fs::temp_directory_path(), "playback-test-");
@@ -76,23 +66,50 @@ TEST(PlaybackTest, AChunkedFolderPlaysInShakaPlayerAndDecodesInFFmpeg) {
     auto files = assemble(streams, work / "package", work / "publish", 120'000);
     EXPECT_GT(files.media.size(), streams.size()) << "some stream spans several chunks";
 
-    auto output = ToolRunner::run("node", *node, {fs::path(VORLEN_SOURCE_DIR) / "testing/player/play.mjs",
-                                                  (work / "publish").string(), tools.ffmpeg.string()});
-    auto report = decodeJson(output.standardOutput);
+    testing::expectPlayed(testing::playFolder(work / "publish", tools.ffmpeg));
+}
+
+TEST(PlaybackTest, SubtitleTracksOfABuiltFolderShowInShakaPlayer) {
+    if (!fs::exists(testing::chromiumPath())) GTEST_SKIP() << "no Chromium at " << testing::chromiumPath();
+
+    testing::ClipFolder clips;
+    auto source = clips.make("talk.mp4", testing::lavfiVideo(320, 180, 4) + " " + testing::lavfiTone(4) +
+                                             " -c:v libx264 -preset ultrafast -c:a aac -shortest");
+    // SubRip from an old editor (Windows-1252, font tags) and WebVTT with a byte-order mark.
+    writeFileAtomically(clips.path() / "talk.srt",
+                        "1\r\n00:00:00,500 --> 00:00:01,900\r\n<font color=\"#ffff00\">Caf\xE9</font>\r\n\r\n"
+                        "2\r\n00:00:02.000 --> 00:00:03.500\r\nAu revoir\r\n");
+    writeFileAtomically(clips.path() / "talk.vtt",
+                        "\xEF\xBB\xBFWEBVTT\n\n00:00.500 --> 00:01.900\nHello\n\n00:02.000 --> 00:03.500\n<i>Bye</i>\n");
+
+    Publisher publisher;
+    publisher.tools = Tools::locate();
+    publisher.encoder = std::make_shared<SoftwareEncoder>(EncodingSpeed::fast);
+    publisher.workRoot = clips.path() / "work";
+    auto built = publisher.build(publisher.inspect(source), {"Talk", std::nullopt, std::nullopt, VideoVisibility::publicVideo},
+                                 AudioLoudness::original, std::nullopt, {}, {},
+                                 {{clips.path() / "talk.srt", "fr", SubtitleTrack::Kind::subtitles},
+                                  {clips.path() / "talk.vtt", "en", SubtitleTrack::Kind::captions}});
+    auto folder = built->directory();
+    EXPECT_EQ(readFile(folder / "sub_fr.vtt"),
+              "WEBVTT\n\n00:00:00.500 --> 00:00:01.900\nCaf\u00e9\n\n00:00:02.000 --> 00:00:03.500\nAu revoir\n\n");
+    auto all = built->allFiles();
+    for (const char* file : {"sub_fr.vtt", "sub_fr.m3u8", "sub_en.vtt", "sub_en.m3u8"})
+        EXPECT_NE(std::find(all.begin(), all.end(), file), all.end()) << file;
+
+    // The seek to 7 s ends this 4 s clip.
+    auto report = testing::playFolder(folder, publisher.tools.ffmpeg);
+    testing::expectPlayed(report, 3.9);
     for (const char* manifest : {"hls", "dash"}) {
         SCOPED_TRACE(manifest);
         const auto& result = report[manifest];
-        EXPECT_EQ(result["errors"], Json::array());
-        EXPECT_GT(result["currentTime"].get<double>(), 2.0);
-        EXPECT_GE(result["afterSeek"].get<double>(), 7.5) << "playing on after a seek into a later chunk";
-        EXPECT_GT(result["audioBytes"].get<double>(), 0) << "audio was decoded";
-        EXPECT_EQ(result["audioCodec"], "mp4a.40.2");
-        EXPECT_EQ(result["videoCodec"].get<std::string>().substr(0, 4), "avc1") << "HEVC gave way to H.264";
-        EXPECT_GT(result["ranged"].get<int>(), 0) << "segments came as byte ranges answered with 206";
+        std::set<std::pair<std::string, std::string>> tracks;
+        for (const auto& track : result["textTracks"])
+            tracks.emplace(track["language"].get<std::string>(), track["label"].get<std::string>());
+        EXPECT_EQ(tracks, (std::set<std::pair<std::string, std::string>>{{"fr", "French"}, {"en", "English"}}))
+            << result["textTracks"];
+        EXPECT_EQ(result["textCues"], 2) << "the shown track's cues were fetched and parsed";
     }
-    EXPECT_EQ(report["ffmpeg"]["code"], 0) << report["ffmpeg"]["stderr"];
-    EXPECT_EQ(report["ffmpeg"]["stderr"], "");
-    EXPECT_GT(report["ffmpeg"]["ranged"].get<int>(), 0);
 }
 
 }  // namespace

@@ -58,7 +58,8 @@ std::uint64_t sizeOfFiles(const fs::path& folder, const std::vector<std::string>
 
 std::shared_ptr<BuiltFolder> Publisher::build(const Inspection& inspection, const VideoDetails& details,
                                               AudioLoudness audioLoudness, std::optional<SystemTime> created,
-                                              const ProgressHandler& onProgress, const PosterReview& review) const {
+                                              const ProgressHandler& onProgress, const PosterReview& review,
+                                              const std::vector<SubtitleTrack>& subtitles) const {
     auto report = [&](const PublishProgress& progress) {
         if (onProgress) onProgress(progress);
     };
@@ -69,6 +70,11 @@ std::shared_ptr<BuiltFolder> Publisher::build(const Inspection& inspection, cons
         progress.uploadTotalBytes = inspection.estimatedBytes;
         report(progress);
     };
+
+    checkCancellation();
+    std::vector<SubtitleDocument> documents;
+    for (const auto& track : subtitles) documents.push_back(SubtitleDocument::read(track.file));
+    auto subtitleStreams = SubtitleStream::make(subtitles, documents, inspection.info.durationSeconds);
 
     checkCancellation();
     WorkDirectory work{workDirectoryPath(workRoot, inspection.suggestedName)};
@@ -138,6 +144,7 @@ std::shared_ptr<BuiltFolder> Publisher::build(const Inspection& inspection, cons
             auto streams = Packager::package({videos, audios}, tools, packageDirectory, segmentSeconds);
             checkCancellation();
             packaged = assemble(streams, packageDirectory, publishDirectory, maxChunkBytes);
+            addSubtitles(packaged, publishDirectory, subtitleStreams, documents, info.durationSeconds);
         });
         group.spawn([&] {
             auto picture = inspectFile(tools, top.file);

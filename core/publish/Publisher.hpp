@@ -12,6 +12,7 @@
 #include "core/publish/PosterFrameScorer.hpp"
 #include "core/publish/PosterProposal.hpp"
 #include "core/publish/PublishProgress.hpp"
+#include "core/publish/SubtitleTrack.hpp"
 #include "core/publish/Tools.hpp"
 #include "core/publish/VideoDetails.hpp"
 #include "core/publish/VideoEncoder.hpp"
@@ -58,10 +59,12 @@ struct Publisher {
     // Encodes, packages, chooses a poster and writes video.json. With a review the
     // poster is whatever the review returns. Any failure or cancellation removes
     // the work directory before it reaches the caller; a poster that cannot be
-    // chosen is no failure.
+    // chosen is no failure. Subtitle files are read before anything is encoded, so
+    // a bad one fails at once; their tracks join the folder after packaging.
     std::shared_ptr<BuiltFolder> build(const Inspection& inspection, const VideoDetails& details,
                                        AudioLoudness audioLoudness, std::optional<SystemTime> created,
-                                       const ProgressHandler& onProgress, const PosterReview& review = {}) const;
+                                       const ProgressHandler& onProgress, const PosterReview& review = {},
+                                       const std::vector<SubtitleTrack>& subtitles = {}) const;
 
     Destination destination;
     std::shared_ptr<RateLimiter> limiter = std::make_shared<RateLimiter>();

@@ -7,12 +7,9 @@
 #include <fstream>
 #include <random>
 
-#include "core/base/Dates.hpp"
 #include "core/base/Files.hpp"
 #include "core/base/Task.hpp"
-#include "core/net/HttpClient.hpp"
 #include "core/storage/S3Bucket.hpp"
-#include "core/storage/SigV4.hpp"
 #include "testing/FaultProxy.hpp"
 #include "testing/RgwServer.hpp"
 
@@ -26,25 +23,7 @@ using testing::RgwServer;
 
 constexpr std::uint64_t mib = 1024 * 1024;
 
-// The multipart uploads of a bucket that are still open, asked of the server directly.
-std::size_t openUploads(const std::string& bucket) {
-    auto& server = RgwServer::shared();
-    SigV4::Request signing{"GET", "/" + bucket, {{"uploads", std::nullopt}}, {}, "UNSIGNED-PAYLOAD"};
-    signing.headers["host"] = *hostOfURL(server.endpoint());
-    signing.headers["x-amz-date"] = formatIso8601Basic(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
-    signing.headers["x-amz-content-sha256"] = "UNSIGNED-PAYLOAD";
-    HttpRequest request;
-    request.url = server.endpoint() + "/" + bucket + "?uploads=";
-    request.headers.emplace_back("authorization", SigV4::authorization(signing, server.credentials(), SigV4::Scope{}));
-    request.headers.emplace_back("x-amz-date", signing.headers["x-amz-date"]);
-    request.headers.emplace_back("x-amz-content-sha256", "UNSIGNED-PAYLOAD");
-    auto response = HttpClient().send(request);
-    EXPECT_EQ(response.status, 200) << response.body;
-    std::size_t count = 0;
-    for (auto at = response.body.find("<UploadId>"); at != std::string::npos; at = response.body.find("<UploadId>", at + 1))
-        ++count;
-    return count;
-}
+std::size_t openUploads(const std::string& bucket) { return RgwServer::shared().openUploads(bucket); }
 
 bool isStart(const ProxyRequest& request) {
     return request.method == "POST" && request.target.find("uploads") != std::string::npos &&

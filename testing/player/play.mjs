@@ -37,6 +37,7 @@ const stats = { ranged: 0, whole: 0 };
 function contentType(file) {
   if (file.endsWith('.m3u8')) return 'application/vnd.apple.mpegurl';
   if (file.endsWith('.mpd')) return 'application/dash+xml';
+  if (file.endsWith('.vtt')) return 'text/vtt; charset=utf-8';
   if (file.endsWith('.js')) return 'text/javascript';
   return 'video/mp4';
 }
@@ -111,6 +112,9 @@ async function play(browser, base, manifest) {
       player.addEventListener('error', (event) => errors.push(String(event.detail?.code)));
       try {
         await player.load(url);
+        // Shows the first subtitle track, so that its cues must load and parse.
+        const [firstText] = player.getTextTracks();
+        if (firstText) player.selectTextTrack(firstText);
         await video.play();
       } catch (error) {
         errors.push(String(error?.code ?? error));
@@ -137,6 +141,8 @@ async function play(browser, base, manifest) {
         audioCodec: active.audioCodec ?? null,
         height: active.height ?? null,
         variants: player.getVariantTracks().length,
+        textTracks: player.getTextTracks().map((track) => ({ language: track.language, label: track.label, kind: track.kind })),
+        textCues: Array.from(video.textTracks).reduce((count, track) => count + (track.cues?.length ?? 0), 0),
         errors,
       };
       await player.destroy();

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <atomic>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "app/MainQueue.hpp"
+#include "app/SiteWorkspace.hpp"
+
+namespace vorlen::cli {
+
+// The poster review of a publish, on a terminal, through the workspace's own
+// actions: the countdown runs on the line; any line typed stops it; then a
+// frame's number, the path of an image file or "none" changes the poster on
+// screen, and an empty line confirms it. Everything runs on the main queue; a
+// reader thread only hands over the lines typed and a tick for the countdown.
+class TerminalPosterReview {
+public:
+    TerminalPosterReview(app::SiteWorkspace& workspace, app::MainQueue& queue, int input, std::FILE* output);
+    ~TerminalPosterReview();
+    TerminalPosterReview(const TerminalPosterReview&) = delete;
+    TerminalPosterReview& operator=(const TerminalPosterReview&) = delete;
+
+    // Follows the workspace's screen; call it on each change.
+    void update();
+
+private:
+    void read();
+    void onLine(const std::string& line);
+    void onTick();
+    void print(const std::string& text);
+
+    app::SiteWorkspace& workspace_;
+    app::MainQueue& queue_;
+    int input_;
+    std::FILE* output_;
+    std::atomic<bool> reviewing_ = false;
+    std::atomic<bool> stopping_ = false;
+    bool menuShown_ = false;
+    int secondsShown_ = -1;
+    std::optional<std::string> posterShown_;
+    std::optional<std::string> failureShown_;
+    std::vector<std::string> deferred_;
+    std::thread reader_;
+};
+
+}  // namespace vorlen::cli
