@@ -130,15 +130,18 @@ inline void expectAccessibleNames(QWidget* top) {
 }
 
 // Saves the widget in the light and the dark scheme, as <name>-light.png and <name>-dark.png.
+// The light one is taken at once, so that a passing state is caught as it is.
 inline void screenshot(QWidget* widget, const QString& name) {
     QDir().mkpath(VORLEN_SCREENSHOT_DIR);
     auto& application = *static_cast<QApplication*>(QApplication::instance());
-    for (auto scheme : {ColorScheme::light, ColorScheme::dark}) {
-        applyAppearance(application, scheme);
-        QTest::qWait(30);
-        QString file = QString("%1/%2-%3.png").arg(VORLEN_SCREENSHOT_DIR, name, scheme == ColorScheme::light ? "light" : "dark");
+    auto save = [&](const char* scheme) {
+        QString file = QString("%1/%2-%3.png").arg(VORLEN_SCREENSHOT_DIR, name, scheme);
         EXPECT_TRUE(widget->grab().save(file)) << file.toStdString();
-    }
+    };
+    save("light");
+    applyAppearance(application, ColorScheme::dark);
+    QTest::qWait(30);
+    save("dark");
     applyAppearance(application, ColorScheme::light);
 }
 

@@ -46,6 +46,7 @@ FailedView::FailedView(QWidget* parent) : ScreenView(parent) {
     log_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     layout->addWidget(log_, 1);
     layout->addStretch(0);
+    layout->addSpacing(8);
 
     auto* buttons = new QHBoxLayout;
     done_ = button("Done");

@@ -23,7 +23,7 @@ InspectingView::InspectingView(QWidget* parent) : ScreenView(parent) {
     auto* busy = new QProgressBar(this);
     busy->setRange(0, 0);
     busy->setTextVisible(false);
-    busy->setMaximumWidth(360);
+    busy->setFixedWidth(320);
     busy->setAccessibleName("Reading the video");
     layout->addWidget(busy, 0, Qt::AlignHCenter);
     layout->addSpacing(16);

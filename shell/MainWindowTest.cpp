@@ -78,7 +78,11 @@ TEST(MainWindowTest, TheWholeRoadFromADropToTheLinks) {
     EXPECT_TRUE(QTest::qWaitFor([&] { return !desk.window->findChild<QFileDialog*>(); }));
     EXPECT_TRUE(QTest::qWaitForWindowActive(desk.window.get()));
 
-    dropAndWaitForConfirm(desk, clip, {subtitle});
+    dropOn(zone, {clip, subtitle});
+    ASSERT_TRUE(desk.screen().as<app::Screen::Inspecting>());
+    screenshot(desk.window.get(), "02-inspecting");
+    ASSERT_TRUE(desk.waitFor<app::ConfirmState>()) << desk.describe();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return isResolved(desk.screen()); }, 20000));
     auto* title = desk.find<QLineEdit>("Title");
     auto* name = desk.find<QLineEdit>("Folder name");
     ASSERT_TRUE(title && name);
@@ -102,7 +106,7 @@ TEST(MainWindowTest, TheWholeRoadFromADropToTheLinks) {
     EXPECT_EQ(confirm.name, "harbour-dawn");
     ASSERT_EQ(confirm.subtitleFiles.files.size(), 1u);
     EXPECT_TRUE(status->text().contains("is free"));
-    screenshot(desk.window.get(), "02-confirm");
+    screenshot(desk.window.get(), "03-confirm");
     expectAccessibleNames(desk.window.get());
 
     QTest::keyClick(name, Qt::Key_Return);
@@ -112,7 +116,7 @@ TEST(MainWindowTest, TheWholeRoadFromADropToTheLinks) {
         return !job || (job->progress && job->progress->stageFraction > 0.2);
     }, 60000));
     if (desk.screen().as<app::PublishingState>()) {
-        screenshot(desk.window.get(), "03-publishing");
+        screenshot(desk.window.get(), "04-publishing");
         expectAccessibleNames(desk.window.get());
     }
 
@@ -121,7 +125,7 @@ TEST(MainWindowTest, TheWholeRoadFromADropToTheLinks) {
     EXPECT_TRUE(review->isCountingDown);
     auto* countdown = desk.find<QLabel>("Countdown");
     EXPECT_TRUE(countdown->text().startsWith("Vorlen uses this poster in ")) << countdown->text().toStdString();
-    screenshot(desk.window.get(), "04-poster-countdown");
+    screenshot(desk.window.get(), "05-poster-countdown");
     desk.click("Stop the countdown, so that you have time to choose");
     review = desk.screen().as<app::PosterReviewState>();
     ASSERT_TRUE(review);
@@ -145,7 +149,7 @@ TEST(MainWindowTest, TheWholeRoadFromADropToTheLinks) {
                state->poster->time == eighth;
     }, 30000));
     EXPECT_TRUE(thumbnails[7]->isChecked());
-    screenshot(desk.window.get(), "05-poster-picked");
+    screenshot(desk.window.get(), "06-poster-picked");
     expectAccessibleNames(desk.window.get());
 
     desk.click("Confirm");
@@ -160,7 +164,7 @@ TEST(MainWindowTest, TheWholeRoadFromADropToTheLinks) {
     EXPECT_EQ(desk.find<QLineEdit>("DASH address")->text().toStdString(), published->links.dash);
     desk.click("Copy the page address");
     EXPECT_EQ(QApplication::clipboard()->text().toStdString(), published->links.page);
-    screenshot(desk.window.get(), "06-published");
+    screenshot(desk.window.get(), "07-published");
     expectAccessibleNames(desk.window.get());
 
     // Escape dismisses the result and the drop zone takes the keyboard again.
@@ -208,7 +212,7 @@ TEST(MainWindowTest, AFailedUploadShowsItsLogAndRetriesWithoutEncodingAgain) {
     EXPECT_TRUE(desk.find<QAbstractButton>("Retry")->hasFocus());
     desk.click("Copy the upload log");
     EXPECT_TRUE(QApplication::clipboard()->text().contains("upload started"));
-    screenshot(desk.window.get(), "07-failed");
+    screenshot(desk.window.get(), "08-failed");
     expectAccessibleNames(desk.window.get());
 
     fs::remove(desk.siteFolder);
@@ -242,7 +246,7 @@ TEST(MainWindowTest, AQuitDuringTheUploadWaitsForItsCleanUp) {
     EXPECT_TRUE(desk.model->isQuitting());
     EXPECT_TRUE(desk.window->isVisible());
     EXPECT_TRUE(desk.screen().as<app::PublishingState>()->isStopping);
-    screenshot(desk.window.get(), "08-stopping-to-quit");
+    screenshot(desk.window.get(), "09-stopping-to-quit");
     ASSERT_TRUE(QTest::qWaitFor([&] { return !desk.window->isVisible(); }, 60000));
     EXPECT_FALSE(desk.model->isJobRunning());
     EXPECT_FALSE(fs::exists(desk.object(folder)));

@@ -1,5 +1,7 @@
 #include "shell/PublishingView.hpp"
 
+#include <QFont>
+#include <QFontMetrics>
 #include <QFrame>
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -42,6 +44,10 @@ PublishingView::PublishingView(QWidget* parent) : ScreenView(parent) {
         if (index > 0) steps->addWidget(label("\u203a", "secondary"));
         steps_[index] = label(stepNames[index], "secondary");
         steps_[index]->setWordWrap(false);
+        // Room for the name in bold, so that the row stays put as the stage moves on.
+        QFont bold = font();
+        bold.setWeight(QFont::DemiBold);
+        steps_[index]->setFixedWidth(QFontMetrics(bold).horizontalAdvance(stepNames[index]) + 4);
         steps->addWidget(steps_[index]);
     }
     steps->addStretch(1);
@@ -63,6 +69,7 @@ PublishingView::PublishingView(QWidget* parent) : ScreenView(parent) {
     auto figure = [&](int column, const QString& name) {
         figures->addWidget(label(name, "secondary"), 0, column);
         auto* value = label("\u2014", "value");
+        value->setWordWrap(false);
         value->setAccessibleName(name);
         figures->addWidget(value, 1, column);
         return value;
@@ -98,7 +105,11 @@ void PublishingView::show(const app::PublishingState& state) {
     for (std::size_t index = 0; index < steps_.size(); ++index) {
         bool current = stage == stageOrder[index];
         bool done = stage && static_cast<int>(*stage) > static_cast<int>(stageOrder[index]);
-        setRole(steps_[index], current ? "subheading" : done ? "success" : "secondary");
+        setRole(steps_[index], current ? "" : done ? "success" : "secondary");
+        // A font set here, not by the stylesheet, so that the label's size follows the weight.
+        QFont weight = font();
+        weight.setWeight(current ? QFont::DemiBold : QFont::Normal);
+        steps_[index]->setFont(weight);
     }
     if (!state.progress) {
         stage_->setText(state.built ? "Starting the upload" : "Starting");
