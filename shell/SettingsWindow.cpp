@@ -191,7 +191,8 @@ void SettingsWindow::addR2Site() {
         site.mediaHost = Hostname::parse(values.mediaHost);
         site.pageHost = Hostname::parse(values.pageHost);
         site.folderPath = SiteFolder::normalisedPath(values.path);
-        model_.addR2Site(site, app::R2Credentials{values.tokenID, values.accessKeyID, values.secretAccessKey, std::nullopt});
+        site.pagePath = SiteFolder::normalisedPath(values.pagePath);
+        model_.addR2Site(site, app::R2Credentials::fromToken(values.tokenID, values.tokenValue));
         showSites();
         if (onSitesChanged) onSitesChanged();
     };

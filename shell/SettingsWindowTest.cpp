@@ -8,6 +8,8 @@
 #include <QSpinBox>
 #include <QTabWidget>
 
+#include "app/SiteStorage.hpp"
+#include "core/base/Json.hpp"
 #include "shell/DeskFixture.hpp"
 #include "shell/SiteDialog.hpp"
 #include "shell/StartView.hpp"
@@ -96,6 +98,34 @@ TEST(SettingsWindowTest, UploadTuningSitesAndThePicker) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return desk.model->settings().sites.size() == 1; }));
     EXPECT_EQ(desk.window->workspace()->id(), desk.site);
     EXPECT_FALSE(desk.find<QComboBox>("Site"));
+}
+
+TEST(SettingsWindowTest, AnR2SiteFromItsDialogKeepsItsTokenInTheSecretStore) {
+    Desk desk;
+    auto* settings = desk.window->openSettings();
+    settings->tabs()->setCurrentIndex(1);
+    desk.click("Add R2 Site\u2026", settings);
+    SiteDialog* dialog = nullptr;
+    ASSERT_TRUE(QTest::qWaitFor([&] { return (dialog = named<SiteDialog>(settings, "siteDialog")) && dialog->isVisible(); }));
+    expectAccessibleNames(dialog);
+    for (auto [field, value] : {std::pair{"Cloudflare account ID", "0123456789abcdef0123456789abcdef"}, {"R2 bucket", "films"},
+                                {"Media hostname", "media.example.com"}, {"Page hostname", "Watch.Example.com"},
+                                {"R2 API Token ID", "token-id"}, {"R2 API Token value", "the-token-value"}})
+        QTest::keyClicks(dialog->field(field), value);
+    EXPECT_EQ(dialog->field("R2 API Token value")->echoMode(), QLineEdit::Password);
+    screenshot(dialog, "14-add-r2-site");
+    QTest::keyClick(dialog->field("R2 bucket"), Qt::Key_Return);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !named<SiteDialog>(settings, "siteDialog"); }));
+
+    ASSERT_EQ(desk.model->settings().sites.size(), 2u);
+    const auto& site = desk.model->settings().sites.back();
+    EXPECT_EQ(site.settings.pageHost.name, "watch.example.com");
+    EXPECT_FALSE(site.settings.isLocal());
+    auto stored = app::FileSecretStore(desk.home / "secrets.json").read(app::SiteStorage(site.id).credentialsItem);
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(app::R2Credentials::fromJson(decodeJson(*stored)), app::R2Credentials::fromToken("token-id", "the-token-value"));
+    // The token's value is in no file but the secret store.
+    EXPECT_EQ(readFile(desk.home / "config" / "vorlen" / "settings.json").find("the-token-value"), std::string::npos);
 }
 
 }  // namespace vorlen::shell

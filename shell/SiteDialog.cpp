@@ -23,8 +23,8 @@ SiteDialog::SiteDialog(Kind kind, QWidget* parent) : QDialog(parent), kind_(kind
     auto* intro = new QLabel(kind == Kind::local
                                  ? "A local site keeps its videos in a folder on this computer. "
                                    "\u201cvorlen preview\u201d serves it in the browser."
-                                 : "A site set up elsewhere: its R2 bucket, its hostnames, and the keys of an R2 API Token "
-                                   "that can read and write the bucket.");
+                                 : "A site set up elsewhere: its R2 bucket, its hostnames, and an R2 API Token that can "
+                                   "read and write the bucket. Vorlen keeps the token in the secret store.");
     intro->setWordWrap(true);
     setRole(intro, "secondary");
     layout->addWidget(intro);
@@ -63,10 +63,10 @@ SiteDialog::SiteDialog(Kind kind, QWidget* parent) : QDialog(parent), kind_(kind
         mediaHost_ = field("Media hostname:", "Media hostname", "media.example.com");
         pageHost_ = field("Page hostname:", "Page hostname", "watch.example.com");
         path_ = field("Folder in the bucket:", "Folder in the bucket", "optional");
+        pagePath_ = field("Path of the pages:", "Path of the pages", "optional");
         tokenID_ = field("Token ID:", "R2 API Token ID");
-        accessKeyID_ = field("Access key ID:", "Access key ID");
-        secretAccessKey_ = field("Secret access key:", "Secret access key");
-        secretAccessKey_->setEchoMode(QLineEdit::Password);
+        tokenValue_ = field("Token value:", "R2 API Token value");
+        tokenValue_->setEchoMode(QLineEdit::Password);
     }
     layout->addLayout(form);
     problem_ = new QLabel(this);
@@ -100,13 +100,13 @@ void SiteDialog::save() {
     values.mediaHost = text(mediaHost_);
     values.pageHost = text(pageHost_);
     values.path = text(path_);
+    values.pagePath = text(pagePath_);
     values.tokenID = text(tokenID_);
-    values.accessKeyID = text(accessKeyID_);
-    values.secretAccessKey = secretAccessKey_ ? secretAccessKey_->text().toStdString() : std::string();
+    values.tokenValue = text(tokenValue_);
     bool complete = kind_ == Kind::local ? !values.name.empty() && !values.folder.empty()
                                          : !values.account.empty() && !values.bucket.empty() && !values.mediaHost.empty() &&
-                                               !values.pageHost.empty() && !values.accessKeyID.empty() &&
-                                               !values.secretAccessKey.empty();
+                                               !values.pageHost.empty() && !values.tokenID.empty() &&
+                                               !values.tokenValue.empty();
     if (!complete) {
         problem_->setText("Fill in every field that is not optional.");
         problem_->show();

@@ -12,14 +12,14 @@ class QPushButton;
 namespace vorlen::shell {
 
 // Asks for a site to add: a local one (a name and a folder) or an R2 one (the
-// bucket, its hostnames and the keys of its R2 API Token).
+// bucket, its hostnames and its R2 API Token).
 class SiteDialog : public QDialog {
 public:
     enum class Kind { local, r2 };
     struct Values {
         std::string name;
         std::string folder;
-        std::string account, bucket, mediaHost, pageHost, path, tokenID, accessKeyID, secretAccessKey;
+        std::string account, bucket, mediaHost, pageHost, path, pagePath, tokenID, tokenValue;
     };
 
     SiteDialog(Kind kind, QWidget* parent = nullptr);
@@ -40,9 +40,9 @@ private:
     QLineEdit* mediaHost_ = nullptr;
     QLineEdit* pageHost_ = nullptr;
     QLineEdit* path_ = nullptr;
+    QLineEdit* pagePath_ = nullptr;
     QLineEdit* tokenID_ = nullptr;
-    QLineEdit* accessKeyID_ = nullptr;
-    QLineEdit* secretAccessKey_ = nullptr;
+    QLineEdit* tokenValue_ = nullptr;
     QLabel* problem_;
     QPushButton* add_;
 };
