@@ -75,6 +75,8 @@ void FailedView::show(const app::Failure& failure) {
     title_->setText(QString::fromStdString(failure.title));
     message_->setText(QString::fromStdString(failure.message));
     retry_->setVisible(failure.retry.has_value());
+    // Without a retry, Done is the one way on.
+    setRole(done_, failure.retry ? "" : "primary");
     bool hasLog = !failure.uploadLog.empty();
     logTitle_->setVisible(hasLog);
     log_->setVisible(hasLog);

@@ -252,4 +252,33 @@ TEST(MainWindowTest, AQuitDuringTheUploadWaitsForItsCleanUp) {
     EXPECT_FALSE(fs::exists(desk.object(folder)));
 }
 
+TEST(MainWindowTest, RefusedDropsAndAFileThatIsNoVideo) {
+    Desk desk;
+    testing::ClipFolder clips;
+    auto* zone = named<DropZone>(desk.window.get(), "dropZone");
+
+    // Subtitles alone have no video to go with: nothing changes, and the window says why.
+    dropOn(zone, {writeSubtitle(clips.path())});
+    EXPECT_TRUE(desk.screen().as<app::Screen::Start>());
+    auto labels = desk.window->findChildren<QLabel*>();
+    EXPECT_TRUE(std::any_of(labels.begin(), labels.end(), [](QLabel* label) {
+        return label->isVisible() && label->text() == "Drop subtitle files together with their video.";
+    }));
+
+    fs::path notAVideo = clips.path() / "notes.mp4";
+    std::ofstream(notAVideo) << "these are notes, not a video";
+    dropOn(zone, {notAVideo});
+    auto* failure = desk.waitFor<app::Failure>(30);
+    ASSERT_TRUE(failure) << desk.describe();
+    EXPECT_EQ(failure->title, "Cannot Read the Video");
+    EXPECT_EQ(desk.find<QLabel>("Message")->text().toStdString(), failure->message);
+    EXPECT_FALSE(desk.find<QAbstractButton>("Retry"));
+    EXPECT_FALSE(desk.find<QAbstractButton>("Copy the upload log"));
+    EXPECT_TRUE(desk.find<QAbstractButton>("Done")->hasFocus());
+    screenshot(desk.window.get(), "10-cannot-read");
+    expectAccessibleNames(desk.window.get());
+    QTest::keyClick(desk.find<QAbstractButton>("Done"), Qt::Key_Return);
+    EXPECT_TRUE(desk.screen().as<app::Screen::Start>());
+}
+
 }  // namespace vorlen::shell

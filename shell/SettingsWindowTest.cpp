@@ -23,7 +23,7 @@ TEST(SettingsWindowTest, UploadTuningSitesAndThePicker) {
     QTest::keyClick(desk.window.get(), Qt::Key_Comma, Qt::ControlModifier);
     SettingsWindow* settings = nullptr;
     ASSERT_TRUE(QTest::qWaitFor([&] { return (settings = named<SettingsWindow>(desk.window.get(), "settings")) && settings->isVisible(); }));
-    screenshot(settings, "10-settings-uploads");
+    screenshot(settings, "11-settings-uploads");
     expectAccessibleNames(settings);
 
     // The keyboard changes the tuning, and the settings file has it at once.
@@ -52,12 +52,12 @@ TEST(SettingsWindowTest, UploadTuningSitesAndThePicker) {
     expectAccessibleNames(dialog);
     QTest::keyClicks(dialog->field("Site name"), "Drafts");
     QTest::keyClicks(dialog->field("Folder"), QString::fromStdString((desk.home / "drafts").string()));
-    screenshot(dialog, "11-add-local-site");
+    screenshot(dialog, "12-add-local-site");
     QTest::keyClick(dialog->field("Folder"), Qt::Key_Return);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !named<SiteDialog>(settings, "siteDialog"); }));
     ASSERT_EQ(desk.model->settings().sites.size(), 2u);
     EXPECT_EQ(settings->siteList()->count(), 2);
-    screenshot(settings, "12-settings-sites");
+    screenshot(settings, "13-settings-sites");
     expectAccessibleNames(settings);
 
     // The same folder twice is refused in the model's words, and the dialog stays.
@@ -84,7 +84,7 @@ TEST(SettingsWindowTest, UploadTuningSitesAndThePicker) {
     EXPECT_EQ(desk.window->workspace()->id().value, "drafts");
     EXPECT_EQ(desk.model->currentSite()->value, "drafts");
     EXPECT_TRUE(named<StartView>(desk.window.get(), "start")->isVisible());
-    screenshot(desk.window.get(), "13-start-with-site-picker");
+    screenshot(desk.window.get(), "14-start-with-site-picker");
     expectAccessibleNames(desk.window.get());
 
     // Removing the site on show asks first, then the window falls back to the other site.
@@ -113,7 +113,7 @@ TEST(SettingsWindowTest, AnR2SiteFromItsDialogKeepsItsTokenInTheSecretStore) {
                                 {"R2 API Token ID", "token-id"}, {"R2 API Token value", "the-token-value"}})
         QTest::keyClicks(dialog->field(field), value);
     EXPECT_EQ(dialog->field("R2 API Token value")->echoMode(), QLineEdit::Password);
-    screenshot(dialog, "14-add-r2-site");
+    screenshot(dialog, "15-add-r2-site");
     QTest::keyClick(dialog->field("R2 bucket"), Qt::Key_Return);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !named<SiteDialog>(settings, "siteDialog"); }));
 
