@@ -129,6 +129,9 @@ PosterReviewView::PosterReviewView(app::MainQueue& mainQueue, QWidget* parent) :
         });
     }
     right->addLayout(grid);
+    framesProblem_ = label("", "error");
+    framesProblem_->setMaximumWidth(340);
+    right->addWidget(framesProblem_);
     right->addStretch(1);
     body->addLayout(right);
     body->addStretch(1);
@@ -200,7 +203,9 @@ void PosterReviewView::showCountdown() {
 }
 
 void PosterReviewView::showThumbnails() {
+    framesProblem_->setVisible(chooser_ && chooser_->failure());
     if (!chooser_) return;
+    if (chooser_->failure()) framesProblem_->setText(QString::fromStdString(*chooser_->failure()));
     const auto& times = chooser_->sampleTimes();
     for (std::size_t index = 0; index < thumbnails_.size(); ++index) {
         auto* thumbnail = thumbnails_[index];
@@ -212,7 +217,10 @@ void PosterReviewView::showThumbnails() {
         thumbnail->setAccessibleName("Frame at " + time);
         auto found = chooser_->thumbnails().find(index);
         bool loaded = found != chooser_->thumbnails().end();
-        thumbnail->setToolTip(loaded ? "Use the frame at " + time : "Reading the frame at " + time);
+        if (loaded)
+            thumbnail->setToolTip("Use the frame at " + time);
+        else
+            thumbnail->setToolTip(chooser_->isLoading() ? "Reading the frame at " + time : "Vorlen could not read the frame at " + time);
         QPixmap picture = loaded ? pixmapOf(found->second) : QPixmap();
         thumbnail->setIcon(QIcon(framed(picture, thumbnailSize, "\u2026")));
         thumbnail->setChecked(posterTime_ && std::abs(*posterTime_ - times[index]) < 0.001);

@@ -44,6 +44,7 @@ private:
     QSlider* position_;
     QLabel* positionText_;
     std::array<QToolButton*, 12> thumbnails_{};
+    QLabel* framesProblem_;
     QPushButton* useCurrent_;
     QPushButton* withoutPoster_;
     QPushButton* chooseImage_;

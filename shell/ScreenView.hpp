@@ -24,7 +24,6 @@ public:
 
 protected:
     app::SiteWorkspace& workspace() { return *workspace_; }
-    bool isBound() const { return workspace_ != nullptr; }
 
     // Parts of the window's look, named for its stylesheet.
     static QLabel* label(const QString& text, const char* role = nullptr, QWidget* parent = nullptr);

@@ -14,7 +14,6 @@ public:
     explicit StartView(QWidget* parent = nullptr);
     void show(const app::LocalSite& site);
     QWidget* firstFocus() override;
-    DropZone* dropZone() const { return dropZone_; }
 
     // Opens the chooser for a video and its subtitle files.
     void chooseFiles();
