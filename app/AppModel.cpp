@@ -95,6 +95,7 @@ void AppModel::removeSite(const SiteID& id) {
     if (auto found = workspaces_.find(id); found != workspaces_.end()) {
         if (found->second->screen().isActive()) throw VorlenError::config(SettingsError::busy);
         workspaces_.erase(found);
+        limiters_.erase(id);
     }
     SiteStorage storage(id);
     services_.secrets->remove(storage.credentialsItem);
@@ -121,7 +122,8 @@ std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
     const LocalSite* site = settings_.site(id);
     if (!site) throw VorlenError::config(fmt::format("There is no site \u201c{}\u201d on this computer.", id.value));
     SiteWorkspace::Services services;
-    services.publish = services_.publishService(*site);
+    auto limiter = std::make_shared<RateLimiter>(site->uploadLimit.bytesPerSecond());
+    services.publish = services_.publishService(*site, limiter);
     if (!site->settings.isLocal())
         services.credentials = std::make_shared<CredentialStore>(services_.secrets, SiteStorage(id).credentialsItem);
     SiteWorkspace::Host host;
@@ -135,7 +137,17 @@ std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
     };
     auto made = SiteWorkspace::make(*site, services, host, mainQueue_, timing_);
     workspaces_[id] = made;
+    limiters_[id] = limiter;
     return made;
+}
+
+void AppModel::setUploadLimit(const SiteID& id, UploadLimit limit) {
+    changeSettings([&](LocalSettings& settings) {
+        for (auto& site : settings.sites)
+            if (site.id == id) site.uploadLimit = limit;
+    });
+    if (auto found = workspaces_.find(id); found != workspaces_.end()) found->second->setUploadLimit(limit);
+    if (auto found = limiters_.find(id); found != limiters_.end()) found->second->setBytesPerSecond(limit.bytesPerSecond());
 }
 
 void AppModel::quit() {

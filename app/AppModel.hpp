@@ -11,6 +11,7 @@
 #include "app/MainQueue.hpp"
 #include "app/SecretStore.hpp"
 #include "app/SiteWorkspace.hpp"
+#include "core/net/RateLimiter.hpp"
 
 namespace vorlen::app {
 
@@ -26,8 +27,8 @@ class AppModel {
 public:
     struct Services {
         std::shared_ptr<SecretStore> secrets;
-        // Makes the publish service of a site.
-        std::function<std::shared_ptr<PublishService>(const LocalSite&)> publishService;
+        // Makes the publish service of a site, whose uploads the site's limiter paces.
+        std::function<std::shared_ptr<PublishService>(const LocalSite&, std::shared_ptr<RateLimiter>)> publishService;
         std::string appVersion = VORLEN_VERSION;
     };
 
@@ -41,6 +42,8 @@ public:
     SiteID addLocalSite(const std::string& name, const std::filesystem::path& folder);
     SiteID addR2Site(const SiteSummary& site, const R2Credentials& credentials);
     void removeSite(const SiteID& id);
+    // Saved, and applied at once to the uploads of the site, a running one too.
+    void setUploadLimit(const SiteID& id, UploadLimit limit);
 
     // The site to use when none is named: the default one, else the only one.
     std::optional<SiteID> currentSite() const;
@@ -68,6 +71,8 @@ private:
     WorkspaceTiming timing_;
     LocalSettings settings_;
     std::map<SiteID, std::shared_ptr<SiteWorkspace>> workspaces_;
+    // One limiter for each site, as long as its workspace lives.
+    std::map<SiteID, std::shared_ptr<RateLimiter>> limiters_;
     bool isQuitting_ = false;
 };
 

@@ -49,7 +49,7 @@ struct Fixture {
 
     Fixture() { ::setenv("XDG_DATA_HOME", (folder / "data").c_str(), 1); }
     AppModel model() {
-        return AppModel(LocalSettingsStore(folder / "settings.json"), {secrets, [](const LocalSite&) { return nullptr; }}, queue);
+        return AppModel(LocalSettingsStore(folder / "settings.json"), {secrets, [](const LocalSite&, std::shared_ptr<RateLimiter>) { return nullptr; }}, queue);
     }
 };
 
@@ -100,7 +100,7 @@ TEST(AppModelTest, QuitStopsARunningPublishAndWaitsForItsCleanUp) {
     Fixture fixture;
     auto service = std::make_shared<StoppablePublish>();
     AppModel model(LocalSettingsStore(fixture.folder / "settings.json"),
-                   {fixture.secrets, [&](const LocalSite&) { return service; }}, fixture.queue);
+                   {fixture.secrets, [&](const LocalSite&, std::shared_ptr<RateLimiter>) { return service; }}, fixture.queue);
     EXPECT_FALSE(model.isSetupRunning());
     auto workspace = model.workspace(model.ensureSite());
     EXPECT_FALSE(model.isJobRunning());
@@ -116,4 +116,29 @@ TEST(AppModelTest, QuitStopsARunningPublishAndWaitsForItsCleanUp) {
     fixture.queue.runUntil([&] { return !model.isJobRunning(); });
     EXPECT_TRUE(service->cleanedUp);
     EXPECT_TRUE(workspace->screen().as<Screen::Start>());
+}
+
+TEST(AppModelTest, ANewUploadLimitReachesTheSiteLimiterAndOutlivesASaveOfTheSite) {
+    Fixture fixture;
+    auto service = std::make_shared<StoppablePublish>();
+    std::shared_ptr<RateLimiter> limiter;
+    AppModel model(LocalSettingsStore(fixture.folder / "settings.json"),
+                   {fixture.secrets,
+                    [&](const LocalSite&, std::shared_ptr<RateLimiter> given) {
+                        limiter = given;
+                        return service;
+                    }},
+                   fixture.queue);
+    SiteID id = model.ensureSite();
+    model.setUploadLimit(id, UploadLimit::megabits(8));
+    auto workspace = model.workspace(id);
+    ASSERT_TRUE(limiter);
+    EXPECT_EQ(limiter->bytesPerSecond(), 1000000u);
+
+    model.setUploadLimit(id, UploadLimit::megabits(16));
+    EXPECT_EQ(limiter->bytesPerSecond(), 2000000u);
+    EXPECT_EQ(workspace->local().uploadLimit, UploadLimit::megabits(16));
+    model.setUploadLimit(id, UploadLimit::unlimited());
+    EXPECT_EQ(limiter->bytesPerSecond(), 0u);
+    EXPECT_EQ(LocalSettingsStore(fixture.folder / "settings.json").load().site(id)->uploadLimit, UploadLimit::unlimited());
 }

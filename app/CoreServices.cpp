@@ -9,9 +9,9 @@ namespace vorlen::app {
 AppModel::Services coreServices(const LocalSettingsStore& store) {
     auto secrets = SecretStore::makeDefault(userDataFolder() / "secrets.json");
     auto speed = store.load().encodingSpeed;
-    return AppModel::Services{secrets, [speed](const LocalSite& site) {
+    return AppModel::Services{secrets, [speed](const LocalSite&, std::shared_ptr<RateLimiter> limiter) {
                                   CorePipeline pipeline;
-                                  pipeline.limiter->setBytesPerSecond(site.uploadLimit.bytesPerSecond());
+                                  pipeline.limiter = std::move(limiter);
                                   pipeline.encoder = std::make_shared<SoftwareEncoder>(speed);
                                   return std::make_shared<CorePublishService>(pipeline);
                               }};

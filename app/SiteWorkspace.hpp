@@ -57,6 +57,8 @@ public:
     void onChange(std::function<void()> observer) { observers_.push_back(std::move(observer)); }
 
     bool canStartVideo() const { return !screen_.isActive(); }
+    // The workspace's copy of the site follows a new limit, so that saving the site keeps it.
+    void setUploadLimit(UploadLimit limit) { local_.uploadLimit = limit; }
     // True from a drop until the inspection or the publish has ended, clean-up included.
     bool isJobRunning() const;
     // Returns false when the drop is refused and nothing changed.

@@ -80,7 +80,7 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
     limit_->setSuffix(" Mbit/s");
     limit_->setAccessibleName("Upload limit");
     form->addRow("Upload limit:", limit_);
-    form->addRow(QString(), wrapped(QString("The limit of the site %1. It applies when the site\u2019s window opens next.")
+    form->addRow(QString(), wrapped(QString("The limit of the site %1. It applies at once, to an upload that is running too.")
                                         .arg(format::quoted(QString::fromStdString(site_.value))),
                                     "secondary"));
     uploadsLayout->addLayout(form);
@@ -124,11 +124,7 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
         model_.changeSettings([index](app::LocalSettings& s) { s.uploadTuning.partSize = partOrder[index]; });
     });
     QObject::connect(limit_, &QSpinBox::valueChanged, this, [this](int megabits) {
-        auto limit = megabits == 0 ? app::UploadLimit::unlimited() : app::UploadLimit::megabits(megabits);
-        model_.changeSettings([&](app::LocalSettings& s) {
-            for (auto& each : s.sites)
-                if (each.id == site_) each.uploadLimit = limit;
-        });
+        model_.setUploadLimit(site_, megabits == 0 ? app::UploadLimit::unlimited() : app::UploadLimit::megabits(megabits));
     });
     QObject::connect(sites_, &QListWidget::currentRowChanged, this, [this](int row) { remove_->setEnabled(row >= 0); });
     QObject::connect(addLocal, &QPushButton::clicked, this, [this] { addLocalSite(); });
