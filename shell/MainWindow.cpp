@@ -102,7 +102,10 @@ MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_
 
 void MainWindow::showSite(const app::SiteID& id) {
     workspace_ = model_.workspace(id);
-    if (observed_.insert(workspace_.get()).second) {
+    std::erase_if(observed_, [](const auto& observed) { return observed.expired(); });
+    bool isObserved = std::any_of(observed_.begin(), observed_.end(), [&](const auto& observed) { return observed.lock() == workspace_; });
+    if (!isObserved) {
+        observed_.push_back(workspace_);
         QPointer<MainWindow> window(this);
         workspace_->onChange([window] {
             if (window) window->workspaceChanged();

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <memory>
-#include <set>
+#include <vector>
 
 #include <QMainWindow>
 
@@ -50,7 +50,8 @@ private:
 
     app::AppModel& model_;
     std::shared_ptr<app::SiteWorkspace> workspace_;
-    std::set<app::SiteWorkspace*> observed_;
+    // Workspaces this window observes; a weak hold, so that a removed site's workspace can go.
+    std::vector<std::weak_ptr<app::SiteWorkspace>> observed_;
     bool isWaitingToQuit_ = false;
     ScreenView* shownView_ = nullptr;
 
