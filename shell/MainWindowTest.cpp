@@ -8,6 +8,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMimeData>
+#include <QSlider>
 #include <QToolButton>
 #include <QUrl>
 
@@ -151,6 +152,17 @@ TEST(MainWindowTest, TheWholeRoadFromADropToTheLinks) {
     EXPECT_TRUE(thumbnails[7]->isChecked());
     screenshot(desk.window.get(), "06-poster-picked");
     expectAccessibleNames(desk.window.get());
+
+    // The slider moves by keys; only where it comes to rest is read.
+    auto* slider = desk.find<QSlider>("Position of the poster frame");
+    ASSERT_TRUE(slider);
+    slider->setFocus();
+    for (int step = 0; step < 5; ++step) QTest::keyClick(slider, Qt::Key_Left);
+    double rest = slider->value() / 10.0;
+    ASSERT_TRUE(QTest::qWaitFor([&] {
+        auto* state = desk.screen().as<app::PosterReviewState>();
+        return state && state->poster && state->poster->time && std::abs(*state->poster->time - rest) < 1e-9;
+    }, 30000));
 
     desk.click("Confirm");
     auto* published = desk.waitFor<app::PublishedState>(120);
