@@ -3,7 +3,6 @@
 
 #include "cli/Commands.hpp"
 #include "core/base/VorlenError.hpp"
-#include "core/publish/Vips.hpp"
 #include "shell/DesktopApp.hpp"
 
 namespace vorlen::cli {
@@ -20,8 +19,6 @@ void registerCommands(CommandRegistry& registry);
 
 int main(int argc, char** argv) {
     using namespace vorlen::cli;
-    // libvips sets an environment variable as it starts; started later, that races with the tools that other threads spawn.
-    vorlen::startVips();
     CLI::App app{"Vorlen publishes your videos into your own Cloudflare account.", "vorlen"};
     app.set_version_flag("--version", std::string("vorlen ") + VORLEN_VERSION);
     app.require_subcommand(0, 1);

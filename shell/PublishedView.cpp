@@ -44,6 +44,8 @@ PublishedView::PublishedView(QWidget* parent) : ScreenView(parent) {
         grid->addWidget(address, row, 1);
         auto* copy = button("Copy");
         copy->setAccessibleName("Copy the " + what + " address");
+        // Wide enough for "Copied", so that the word never clips and the column never jumps.
+        copy->setMinimumWidth(copy->fontMetrics().horizontalAdvance("Copied") + 40);
         grid->addWidget(copy, row, 2);
         QObject::connect(copy, &QPushButton::clicked, this, [address, copy] {
             QApplication::clipboard()->setText(address->text());

@@ -5,6 +5,9 @@
 
 #include <random>
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include "core/base/Files.hpp"
 #include "core/base/Task.hpp"
 #include "core/publish/Publisher.hpp"
@@ -129,7 +132,8 @@ TEST_F(PublisherRgwTest, aStopAtARandomMomentLeavesNothingBehind) {
         } catch (const Cancelled&) {
         }
         if (direct->object("videos/" + folder + "/master.m3u8")) continue;  // finished before the stop
-        EXPECT_EQ(direct->listKeys("videos/" + folder + "/"), std::vector<std::string>{});
+        EXPECT_EQ(direct->listKeys("videos/" + folder + "/"), std::vector<std::string>{})
+            << fmt::format("{}", fmt::join(journal.entries(), "\n"));
         EXPECT_EQ(openUploads(), 0u);
         EXPECT_FALSE(built->leftovers());
     }

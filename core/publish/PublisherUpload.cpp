@@ -19,9 +19,12 @@ namespace {
 
 constexpr auto tickInterval = std::chrono::milliseconds(250);
 constexpr std::size_t deleteGroupSize = 1000;
+constexpr std::chrono::milliseconds lateWritePause{1000};
 
-// Deletes every key, in the order given, in groups of at most 1000. Returns
-// whether all are gone; each failure goes to the journal.
+// Deletes every key, in the order given, in groups of at most 1000. A key that
+// the server refuses alone (a write of it may still be settling) is tried again
+// as often as a request would be. Returns whether all are gone; each failure
+// goes to the journal.
 bool deleteAll(Bucket& bucket, const std::vector<std::string>& keys, const UploadOptions& options, UploadJournal& journal) {
     RetryPolicy retry{options.maxRetries, options.retryDelay};
     bool allGone = true;
@@ -29,10 +32,18 @@ bool deleteAll(Bucket& bucket, const std::vector<std::string>& keys, const Uploa
         std::vector<std::string> group(keys.begin() + static_cast<std::ptrdiff_t>(start),
                                        keys.begin() + static_cast<std::ptrdiff_t>(std::min(keys.size(), start + deleteGroupSize)));
         try {
-            auto failures = retry.run([&](std::int64_t) { return bucket.deleteObjects(group); });
-            for (const auto& failure : failures) {
-                journal.log(fmt::format("cleanup delete of {} failed: {} {}", failure.key, failure.code, failure.message));
-                allGone = false;
+            for (std::int64_t attempt = 0; !group.empty(); ++attempt) {
+                if (attempt > 0) sleepFor(std::chrono::duration_cast<std::chrono::nanoseconds>(options.retryDelay));
+                auto failures = retry.run([&](std::int64_t) { return bucket.deleteObjects(group); });
+                group.clear();
+                for (const auto& failure : failures) {
+                    journal.log(fmt::format("cleanup delete of {} failed: {} {}", failure.key, failure.code, failure.message));
+                    group.push_back(failure.key);
+                }
+                if (!group.empty() && attempt == options.maxRetries) {
+                    allGone = false;
+                    break;
+                }
             }
         } catch (const std::exception& error) {
             journal.log(fmt::format("cleanup delete failed: {}", error.what()));
@@ -40,6 +51,32 @@ bool deleteAll(Bucket& bucket, const std::vector<std::string>& keys, const Uploa
         }
     }
     return allGone;
+}
+
+// A write that a stop cut off on this side may still be committed by the server
+// after its delete went through. So the clean-up looks again, at once and after
+// a pause, and deletes what came back, in the same order.
+bool deleteLateWrites(Bucket& bucket, const std::string& folderPrefix, const std::vector<std::string>& keys,
+                      const UploadOptions& options, UploadJournal& journal) {
+    for (auto pause : {std::chrono::milliseconds(0), lateWritePause}) {
+        sleepFor(pause);
+        std::vector<std::string> found;
+        try {
+            found = bucket.listKeys(folderPrefix);
+        } catch (const std::exception& error) {
+            journal.log(fmt::format("cleanup listing failed: {}", error.what()));
+            return false;
+        }
+        if (found.empty()) continue;
+        std::vector<std::string> again;
+        for (const auto& key : keys)
+            if (std::find(found.begin(), found.end(), key) != found.end()) again.push_back(key);
+        for (const auto& key : found)
+            if (std::find(keys.begin(), keys.end(), key) == keys.end()) again.insert(again.begin(), key);
+        journal.log(fmt::format("{} files came back after their delete", again.size()));
+        if (!deleteAll(bucket, again, options, journal)) return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -133,7 +170,10 @@ Published Publisher::publish(BuiltFolder& built, const std::string& folder, Uplo
             keys.push_back(folderPrefix + "video.json");
         auto bucket = destination.bucket;
         auto options = upload;
-        bool allGone = Task<bool>::detached([&, bucket, options] { return deleteAll(*bucket, keys, options, journal); }).value();
+        bool allGone = Task<bool>::detached([&, bucket, options] {
+                           return deleteAll(*bucket, keys, options, journal) &&
+                                  deleteLateWrites(*bucket, folderPrefix, keys, options, journal);
+                       }).value();
         if (!allGone) {
             journal.log("the cleanup did not delete every file");
             built.setLeftovers(UploadLeftovers{destination.bucketIdentity, destination.prefix, folder});

@@ -118,6 +118,11 @@ std::string ToolRunner::failureDetail(const std::string& termination, const std:
     return detail;
 }
 
+std::shared_mutex& environmentLock() {
+    static std::shared_mutex lock;
+    return lock;
+}
+
 ToolOutput ToolRunner::run(const std::string& tool, const std::filesystem::path& program,
                            const std::vector<std::string>& arguments, const OutputLineHandler& onOutputLine) {
     log().info("running {}", joinedForLog(program, arguments));
@@ -164,6 +169,7 @@ ToolOutput ToolRunner::run(const std::string& tool, const std::filesystem::path&
     {
         std::lock_guard lock(state->mutex);
         if (!state->cancelled) {
+            std::shared_lock environment(environmentLock());
             pid_t pid = -1;
             spawnError = posix_spawn(&pid, program.c_str(), &actions, &attributes, argv.data(), environ);
             if (spawnError == 0) {

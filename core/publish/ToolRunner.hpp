@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -36,5 +37,9 @@ public:
     // "exit status: <n>" or "signal: <n>", a line feed, and the last 20 lines of standard error.
     static std::string failureDetail(const std::string& termination, const std::string& standardError);
 };
+
+// Spawning a tool reads the environment. Whatever changes it (libvips does as it
+// starts) holds this lock exclusively, so that no spawn reads it half-changed.
+std::shared_mutex& environmentLock();
 
 }  // namespace vorlen
