@@ -1,7 +1,6 @@
 #include "shell/ConfirmView.hpp"
 
 #include <QComboBox>
-#include <QFileDialog>
 #include <QFormLayout>
 #include <QFrame>
 #include <QHBoxLayout>
@@ -184,16 +183,7 @@ void ConfirmView::publish() {
 }
 
 void ConfirmView::chooseSubtitles() {
-    auto* dialog = new QFileDialog(this, "Add Subtitles");
-    dialog->setFileMode(QFileDialog::ExistingFiles);
-    dialog->setNameFilters({"Subtitles (*.srt *.vtt)", "All files (*)"});
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    QObject::connect(dialog, &QFileDialog::filesSelected, this, [this](const QStringList& chosen) {
-        std::vector<std::filesystem::path> files;
-        for (const auto& file : chosen) files.emplace_back(file.toStdString());
-        if (onFiles) onFiles(files);
-    });
-    dialog->open();
+    ScreenView::chooseFiles("Add Subtitles", {"Subtitles (*.srt *.vtt)", "All files (*)"});
 }
 
 void ConfirmView::show(const app::ConfirmState& state) {

@@ -18,7 +18,6 @@ public:
     void show(const app::ConfirmState& state);
     QWidget* firstFocus() override;
 
-    std::function<void(const std::vector<std::filesystem::path>&)> onFiles;
 
 private:
     void publish();

@@ -1,5 +1,6 @@
 #include "shell/ScreenView.hpp"
 
+#include <QFileDialog>
 #include <QLabel>
 #include <QPushButton>
 #include <QShortcut>
@@ -29,6 +30,19 @@ void ScreenView::onEscape(std::function<void()> action) {
     auto* shortcut = new QShortcut(QKeySequence(Qt::Key_Escape), this);
     shortcut->setContext(Qt::WidgetWithChildrenShortcut);
     QObject::connect(shortcut, &QShortcut::activated, this, [action = std::move(action)] { action(); });
+}
+
+void ScreenView::chooseFiles(const QString& title, const QStringList& nameFilters) {
+    auto* dialog = new QFileDialog(this, title);
+    dialog->setFileMode(QFileDialog::ExistingFiles);
+    dialog->setNameFilters(nameFilters);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(dialog, &QFileDialog::filesSelected, this, [this](const QStringList& chosen) {
+        std::vector<std::filesystem::path> files;
+        for (const auto& file : chosen) files.emplace_back(file.toStdString());
+        if (onFiles) onFiles(files);
+    });
+    dialog->open();
 }
 
 }  // namespace vorlen::shell

@@ -29,8 +29,13 @@ protected:
     static QLabel* label(const QString& text, const char* role = nullptr, QWidget* parent = nullptr);
     // A button that Enter presses when it has the focus.
     static QPushButton* button(const QString& text, const char* role = nullptr, QWidget* parent = nullptr);
+    // Opens a chooser of existing files over this screen; chosen files go to onFiles.
+    void chooseFiles(const QString& title, const QStringList& nameFilters);
     // Runs action on Escape anywhere on this screen.
     void onEscape(std::function<void()> action);
+
+public:
+    std::function<void(const std::vector<std::filesystem::path>&)> onFiles;
 
 private:
     std::shared_ptr<app::SiteWorkspace> workspace_;

@@ -1,6 +1,5 @@
 #include "shell/StartView.hpp"
 
-#include <QFileDialog>
 #include <QLabel>
 #include <QVBoxLayout>
 
@@ -40,17 +39,9 @@ void StartView::show(const app::LocalSite& site) {
 }
 
 void StartView::chooseFiles() {
-    auto* dialog = new QFileDialog(this, "Choose a Video");
-    dialog->setFileMode(QFileDialog::ExistingFiles);
-    dialog->setNameFilters({"Videos and subtitles (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mts *.m2ts *.mxf *.srt *.vtt)",
-                            "All files (*)"});
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    QObject::connect(dialog, &QFileDialog::filesSelected, this, [this](const QStringList& chosen) {
-        std::vector<std::filesystem::path> files;
-        for (const auto& file : chosen) files.emplace_back(file.toStdString());
-        if (onFiles) onFiles(files);
-    });
-    dialog->open();
+    ScreenView::chooseFiles("Choose a Video",
+                            {"Videos and subtitles (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mts *.m2ts *.mxf *.srt *.vtt)",
+                             "All files (*)"});
 }
 
 }  // namespace vorlen::shell

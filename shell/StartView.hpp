@@ -17,7 +17,6 @@ public:
 
     // Opens the chooser for a video and its subtitle files.
     void chooseFiles();
-    std::function<void(const std::vector<std::filesystem::path>&)> onFiles;
 
 private:
     DropZone* dropZone_;
