@@ -150,6 +150,14 @@ void AppModel::setUploadLimit(const SiteID& id, UploadLimit limit) {
     if (auto found = limiters_.find(id); found != limiters_.end()) found->second->setBytesPerSecond(limit.bytesPerSecond());
 }
 
+std::optional<std::string> AppModel::secretStoreNotice() const {
+    try {
+        return services_.secrets->notice();
+    } catch (const std::exception& error) {
+        return std::string(error.what());
+    }
+}
+
 void AppModel::quit() {
     isQuitting_ = true;
     for (auto& [id, workspace] : workspaces_) workspace->stop();

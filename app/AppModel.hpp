@@ -52,6 +52,10 @@ public:
 
     std::shared_ptr<SiteWorkspace> workspace(const SiteID& id);
 
+    // Where this computer keeps its secrets, in a sentence, when it is not the
+    // desktop's own store; the store's words when it fails.
+    std::optional<std::string> secretStoreNotice() const;
+
     // The quit guard. Only a running setup asks the person before a quit; this
     // computer's model runs no setup yet, so nothing asks.
     bool isSetupRunning() const { return false; }

@@ -6,8 +6,8 @@
 
 namespace vorlen::app {
 
-AppModel::Services coreServices(const LocalSettingsStore& store) {
-    auto secrets = SecretStore::makeDefault(userDataFolder() / "secrets.json");
+AppModel::Services coreServices(const LocalSettingsStore& store, std::function<void(const std::string&)> onSecretNotice) {
+    auto secrets = std::make_shared<SystemSecretStore>(userDataFolder() / "secrets.json", std::move(onSecretNotice));
     auto speed = store.load().encodingSpeed;
     return AppModel::Services{secrets, [speed](const LocalSite&, std::shared_ptr<RateLimiter> limiter) {
                                   CorePipeline pipeline;

@@ -67,22 +67,46 @@ void writeSecretFile(const std::filesystem::path& file, const Json& json) {
 
 }  // namespace
 
-std::shared_ptr<LibsecretStore> LibsecretStore::connect() {
+bool LibsecretStore::isAvailable() {
+    // Without a session bus libsecret would try to start one; a server has none to offer.
+    const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    if (!address || !*address) return false;
     GError* error = nullptr;
-    SecretService* service = secret_service_get_sync(SECRET_SERVICE_OPEN_SESSION, nullptr, &error);
-    if (!service) {
-        if (error) g_error_free(error);
-        return nullptr;
+    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
+    if (!bus) fail("The secret store cannot reach the session bus", error);
+    auto ask = [&](const char* method, GVariant* parameters) {
+        GVariant* reply = g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                      "org.freedesktop.DBus", method, parameters, nullptr,
+                                                      G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, &error);
+        if (!reply) {
+            g_object_unref(bus);
+            fail("The session bus did not answer the secret store", error);
+        }
+        return reply;
+    };
+    constexpr const char* serviceName = "org.freedesktop.secrets";
+    GVariant* owned = ask("NameHasOwner", g_variant_new("(s)", serviceName));
+    gboolean available = FALSE;
+    g_variant_get(owned, "(b)", &available);
+    g_variant_unref(owned);
+    if (!available) {
+        GVariant* activatable = ask("ListActivatableNames", nullptr);
+        GVariantIter* names = nullptr;
+        g_variant_get(activatable, "(as)", &names);
+        const gchar* name = nullptr;
+        while (!available && g_variant_iter_loop(names, "&s", &name)) available = g_strcmp0(name, serviceName) == 0;
+        g_variant_iter_free(names);
+        g_variant_unref(activatable);
     }
-    g_object_unref(service);
-    return std::make_shared<LibsecretStore>();
+    g_object_unref(bus);
+    return available;
 }
 
 std::optional<std::string> LibsecretStore::read(const SecretItem& item) {
     GError* error = nullptr;
     gchar* secret = secret_password_lookup_sync(schema(), nullptr, &error, "service", item.service.c_str(), "account",
                                                 item.account.c_str(), nullptr);
-    if (error) fail("The Secret Service did not answer", error);
+    if (error) fail("The secret store did not answer", error);
     if (!secret) return std::nullopt;
     std::string value(secret);
     secret_password_free(secret);
@@ -95,14 +119,14 @@ void LibsecretStore::write(const SecretItem& item, std::string_view secret) {
     std::string label = "Vorlen (" + item.account + ")";
     if (!secret_password_store_sync(schema(), SECRET_COLLECTION_DEFAULT, label.c_str(), value.c_str(), nullptr, &error,
                                     "service", item.service.c_str(), "account", item.account.c_str(), nullptr))
-        fail("The Secret Service did not store the secret", error);
+        fail("The secret store did not keep the secret", error);
 }
 
 bool LibsecretStore::remove(const SecretItem& item) {
     GError* error = nullptr;
     gboolean removed = secret_password_clear_sync(schema(), nullptr, &error, "service", item.service.c_str(), "account",
                                                   item.account.c_str(), nullptr);
-    if (error) fail("The Secret Service did not remove the secret", error);
+    if (error) fail("The secret store did not remove the secret", error);
     return removed;
 }
 
@@ -126,11 +150,20 @@ bool FileSecretStore::remove(const SecretItem& item) {
     return true;
 }
 
-std::shared_ptr<SecretStore> SecretStore::makeDefault(const std::filesystem::path& fallbackFile) {
-    // Without a session bus libsecret would try to start one; a server has none to offer.
-    if (std::getenv("DBUS_SESSION_BUS_ADDRESS"))
-        if (auto store = LibsecretStore::connect()) return store;
-    return std::make_shared<FileSecretStore>(fallbackFile);
+std::optional<std::string> FileSecretStore::notice() { return fallbackNotice; }
+
+SecretStore& SystemSecretStore::chosen() {
+    std::lock_guard lock(mutex_);
+    if (!chosen_) {
+        if (LibsecretStore::isAvailable()) {
+            chosen_ = std::make_unique<LibsecretStore>();
+        } else {
+            chosen_ = std::make_unique<FileSecretStore>(fallbackFile_);
+            log().info("No Secret Service on the session bus: secrets go to {}.", fallbackFile_.string());
+            if (onFallback_) onFallback_(FileSecretStore::fallbackNotice);
+        }
+    }
+    return *chosen_;
 }
 
 }  // namespace vorlen::app

@@ -55,11 +55,54 @@ TEST(SecretStoreTest, FileStoreKeepsItemsApartAndIsPrivate) {
 // Never against the person's own keyring: app/test/secret_service.sh starts a private one.
 TEST(SecretStoreTest, SecretServiceKeepsItemsApart) {
     if (!std::getenv("VORLEN_PRIVATE_SECRET_SERVICE")) GTEST_SKIP() << "runs on a private Secret Service only";
-    auto store = LibsecretStore::connect();
-    ASSERT_NE(store, nullptr) << "no Secret Service answered";
-    auto reopened = LibsecretStore::connect();
-    expectItemsKeptApart(*store, *reopened);
-    EXPECT_NE(std::dynamic_pointer_cast<LibsecretStore>(SecretStore::makeDefault("/nonexistent/secrets.json")), nullptr);
+    ASSERT_TRUE(LibsecretStore::isAvailable()) << "no Secret Service on the session bus";
+    LibsecretStore store, reopened;
+    expectItemsKeptApart(store, reopened);
+
+    int fallbacks = 0;
+    SystemSecretStore system("/nonexistent/secrets.json", [&](const std::string&) { ++fallbacks; });
+    system.write(SiteStorage(SiteID{"one"}).credentialsItem, "in the keyring");
+    EXPECT_EQ(store.read(SiteStorage(SiteID{"one"}).credentialsItem), "in the keyring");
+    EXPECT_EQ(system.notice(), std::nullopt);
+    EXPECT_EQ(fallbacks, 0);
+    EXPECT_TRUE(system.remove(SiteStorage(SiteID{"one"}).credentialsItem));
+}
+
+// The private file only where no session bus runs, said once; a bus that does
+// not answer is a failure in the store's words, never a silent move to the file.
+TEST(SecretStoreTest, SystemStoreFallsBackOnlyWithoutASessionBus) {
+    TemporaryFolder folder;
+    const char* before = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    std::optional<std::string> saved = before ? std::optional<std::string>(before) : std::nullopt;
+    struct Restore {
+        std::optional<std::string>& saved;
+        ~Restore() {
+            if (saved) ::setenv("DBUS_SESSION_BUS_ADDRESS", saved->c_str(), 1);
+            else ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
+        }
+    } restore{saved};
+    const auto item = SiteStorage(SiteID{"one"}).credentialsItem;
+
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (folder.path / "no-bus").string()).c_str(), 1);
+    std::vector<std::string> notices;
+    SystemSecretStore broken(folder.path / "broken.json", [&](const std::string& text) { notices.push_back(text); });
+    try {
+        broken.write(item, "secret");
+        FAIL() << "a bus that does not answer must fail";
+    } catch (const std::runtime_error& error) {
+        EXPECT_TRUE(std::string(error.what()).starts_with("The secret store cannot reach the session bus: ")) << error.what();
+    }
+    EXPECT_THROW(broken.read(item), std::runtime_error);
+    EXPECT_FALSE(fs::exists(folder.path / "broken.json"));
+    EXPECT_TRUE(notices.empty());
+
+    ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
+    SystemSecretStore store(folder.path / "secrets.json", [&](const std::string& text) { notices.push_back(text); });
+    store.write(item, "secret");
+    EXPECT_EQ(store.read(item), "secret");
+    EXPECT_EQ(notices, std::vector<std::string>{"Secrets are kept in a private file, since this desktop has no Secret Service."});
+    EXPECT_EQ(store.notice(), notices.front());
+    EXPECT_TRUE(fs::exists(folder.path / "secrets.json"));
 }
 
 TEST(SecretStoreTest, CredentialsRoundTripAndRedactTheSecret) {

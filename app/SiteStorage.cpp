@@ -19,6 +19,7 @@ std::filesystem::path xdgFolder(const char* variable, const char* fallback) {
 std::filesystem::path userCacheFolder() { return xdgFolder("XDG_CACHE_HOME", ".cache"); }
 std::filesystem::path userConfigFolder() { return xdgFolder("XDG_CONFIG_HOME", ".config"); }
 std::filesystem::path userDataFolder() { return xdgFolder("XDG_DATA_HOME", ".local/share"); }
+std::filesystem::path userStateFolder() { return xdgFolder("XDG_STATE_HOME", ".local/state"); }
 
 SiteID SiteID::make() { return SiteID{randomString(12, "abcdefghijklmnopqrstuvwxyz0123456789")}; }
 

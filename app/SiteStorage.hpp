@@ -32,9 +32,11 @@ private:
     SiteStorage() = default;
 };
 
-// $XDG_CACHE_HOME/vorlen (or ~/.cache/vorlen), $XDG_CONFIG_HOME/vorlen, $XDG_DATA_HOME/vorlen.
+// $XDG_CACHE_HOME/vorlen (or ~/.cache/vorlen), $XDG_CONFIG_HOME/vorlen, $XDG_DATA_HOME/vorlen,
+// $XDG_STATE_HOME/vorlen (or ~/.local/state/vorlen, where the log file lives).
 std::filesystem::path userCacheFolder();
 std::filesystem::path userConfigFolder();
 std::filesystem::path userDataFolder();
+std::filesystem::path userStateFolder();
 
 }  // namespace vorlen::app

@@ -158,18 +158,18 @@ void SiteWorkspace::beginNameCheck() {
         changed();
         return;
     }
+    auto access = readAccess();
+    if (!access) return;
     confirm->nameStatus = ConfirmState::Checking{};
     changed();
     auto service = services_.publish;
-    BucketAccess access{local_.settings, std::nullopt};
-    if (services_.credentials) access.credentials = services_.credentials->read();
     auto delay = timing_.nameCheckDelay;
     nameCheck_.emplace(Task<void>::spawn([this, generation, folder, service, access, delay] {
         // Typing does not query the bucket on every key: only a name left alone for the delay is checked.
         sleepFor(delay);
         ConfirmState::NameStatus status;
         try {
-            status = ConfirmState::Resolved{service->resolveFolder(folder, access)};
+            status = ConfirmState::Resolved{service->resolveFolder(folder, *access)};
         } catch (const Cancelled&) {
             return;
         } catch (const std::exception& error) {
@@ -185,6 +185,19 @@ void SiteWorkspace::beginNameCheck() {
     }));
 }
 
+std::optional<BucketAccess> SiteWorkspace::readAccess() {
+    BucketAccess access{local_.settings, std::nullopt};
+    if (local_.settings.isLocal() || !services_.credentials) return access;
+    try {
+        access.credentials = services_.credentials->read();
+    } catch (const std::exception& error) {
+        // The secret store's own words, on the screen rather than out of the main loop.
+        setScreen(Failure{ScreenTitles::cannotPublish, error.what(), std::nullopt, {}});
+        return std::nullopt;
+    }
+    return access;
+}
+
 void SiteWorkspace::confirmPublish() {
     auto* confirm = screen_.as<ConfirmState>();
     if (!confirm) return;
@@ -194,25 +207,18 @@ void SiteWorkspace::confirmPublish() {
         setScreen(Failure{ScreenTitles::cannotPublish, Naming::invalidNameMessage(folder), std::nullopt, {}});
         return;
     }
-    BucketAccess access{local_.settings, std::nullopt};
-    if (!local_.settings.isLocal()) {
-        try {
-            access.credentials = services_.credentials ? services_.credentials->read() : std::nullopt;
-        } catch (const std::exception& error) {
-            setScreen(Failure{ScreenTitles::cannotPublish, error.what(), std::nullopt, {}});
-            return;
-        }
-        if (!access.credentials) {
-            setScreen(Failure{ScreenTitles::cannotPublish, SettingsError::missingToken, std::nullopt, {}});
-            return;
-        }
+    auto access = readAccess();
+    if (!access) return;
+    if (!local_.settings.isLocal() && !access->credentials) {
+        setScreen(Failure{ScreenTitles::cannotPublish, SettingsError::missingToken, std::nullopt, {}});
+        return;
     }
     PublishRequest request;
     request.source = confirm->inspection.source;
     request.name = folder;
     request.details = VideoDetails(confirm->title, nonEmpty(confirm->reference), nonEmpty(confirm->description), confirm->visibility);
     request.audioLoudness = confirm->audioLoudness.selection;
-    request.access = std::move(access);
+    request.access = std::move(*access);
     request.expectedUploadRate = host_.macSettings ? host_.macSettings().lastUploadRate : std::nullopt;
     request.posterReviewTimeLimit = timing_.posterReviewTimeLimit;
     request.uploadTuning = host_.macSettings ? host_.macSettings().uploadTuning : UploadTuning{};

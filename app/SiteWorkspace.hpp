@@ -89,6 +89,8 @@ private:
     void startInspection(const std::filesystem::path& file, std::vector<std::filesystem::path> subtitles);
     void addSubtitles(const std::vector<std::filesystem::path>& files);
     void beginNameCheck();
+    // The site's bucket access; a secret store that fails leaves the failure screen and nothing.
+    std::optional<BucketAccess> readAccess();
     void startJob(PublishRequest request);
     void apply(std::uint64_t job, const PublishEvent& event);
     void finish(std::uint64_t job, std::optional<PublishedVideo> video, std::exception_ptr error);

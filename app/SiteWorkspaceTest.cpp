@@ -54,16 +54,17 @@ struct Fixture {
     std::optional<double> recordedRate;
     std::shared_ptr<SiteWorkspace> workspace;
 
-    explicit Fixture(std::chrono::nanoseconds nameCheckDelay = 1ms) {
+    // A local site, or with credentials an R2 site that keeps them there.
+    explicit Fixture(std::chrono::nanoseconds nameCheckDelay = 1ms, std::shared_ptr<CredentialStore> credentials = nullptr) {
         SiteSummary site;
         site.accountID = "local";
         site.bucket = "local";
         site.mediaHost = Hostname::parse("media.localhost");
         site.pageHost = Hostname::parse("localhost");
-        site.localFolder = "/tmp/unused";
+        if (!credentials) site.localFolder = "/tmp/unused";
         LocalSite local{SiteID{"local"}, site, VideoVisibility::publicVideo, std::nullopt, UploadLimit{}};
         SiteWorkspace::Host host{[] { return LocalSettings{}; }, [this](double rate) { recordedRate = rate; }, nullptr};
-        workspace = SiteWorkspace::make(local, {service, nullptr}, host, queue, {nameCheckDelay, 20s});
+        workspace = SiteWorkspace::make(local, {service, credentials}, host, queue, {nameCheckDelay, 20s});
     }
 
     template <class State>
@@ -77,6 +78,14 @@ struct Fixture {
             return confirm && !std::holds_alternative<ConfirmState::Checking>(confirm->nameStatus);
         });
     }
+};
+
+// A secret store whose bus has gone away.
+class FailingSecretStore final : public SecretStore {
+public:
+    std::optional<std::string> read(const SecretItem&) override { throw std::runtime_error("The secret store did not answer: no bus"); }
+    void write(const SecretItem&, std::string_view) override { throw std::runtime_error("unused"); }
+    bool remove(const SecretItem&) override { throw std::runtime_error("unused"); }
 };
 
 }  // namespace
@@ -227,4 +236,15 @@ TEST(SiteWorkspaceTest, PosterReviewHoldsTheCountdownAndTheAnswerReachesThePubli
     fixture.waitFor<PublishedState>();
     ASSERT_TRUE(decided);
     EXPECT_FALSE(decided->poster);
+}
+
+TEST(SiteWorkspaceTest, AFailingSecretStoreEndsOnTheFailureScreenWithItsWords) {
+    auto credentials = std::make_shared<CredentialStore>(std::make_shared<FailingSecretStore>(), SecretItem{"vorlen", "r2"});
+    Fixture fixture(1ms, credentials);
+    ASSERT_TRUE(fixture.workspace->drop({"/videos/holiday.mp4"}));
+    auto& failure = fixture.waitFor<Failure>();
+    EXPECT_EQ(failure.title, "Cannot Publish");
+    EXPECT_EQ(failure.message, "The secret store did not answer: no bus");
+    EXPECT_FALSE(failure.retry);
+    EXPECT_TRUE(fixture.service->resolvedNames.empty());
 }

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "app/Interrupts.hpp"
 #include "cli/Commands.hpp"
 #include "cli/PosterPrompt.hpp"
 #include "cli/Terminal.hpp"
@@ -98,7 +99,7 @@ void registerBuildCommand(CommandRegistry& registry) {
         auto loudness = *audioLoudnessFromRawValue(options->loudness);
         ProgressPrinter printer;
         auto review = posterReview(options->poster, publisher.tools, printer);
-        runInterruptibly([&] {
+        app::Interrupts::run([&] {
             auto inspection = publisher.inspect(options->file);
             VideoDetails details(options->title ? *options->title : trimmed(inspection.suggestedTitle), std::nullopt,
                                  std::nullopt, VideoVisibility::publicVideo);

@@ -4,6 +4,7 @@
 
 #include "app/AppModel.hpp"
 #include "cli/AppContext.hpp"
+#include "app/Interrupts.hpp"
 #include "cli/Commands.hpp"
 #include "cli/Terminal.hpp"
 #include "core/base/Json.hpp"
@@ -58,7 +59,7 @@ void registerPreviewCommand(CommandRegistry& registry) {
                                                   site->settings.pageHost.name));
         FolderBucket bucket(*site->settings.localFolder);
         fs::path server = app::bundledWorkerDirectory() / "dev" / "serve.mjs";
-        runInterruptibly([&] {
+        app::Interrupts::run([&] {
             ToolRunner::run("node", nodeProgram(),
                             {server.string(), site->settings.localFolder->string(), "--port", std::to_string(options->port)},
                             [&](const std::string& line) {

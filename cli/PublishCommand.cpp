@@ -1,10 +1,9 @@
-#include <csignal>
 #include <iostream>
-#include <thread>
 #include <unistd.h>
 
 #include <fmt/format.h>
 
+#include "app/Interrupts.hpp"
 #include "cli/AppContext.hpp"
 #include "cli/Commands.hpp"
 #include "cli/Terminal.hpp"
@@ -35,27 +34,6 @@ PublishProgress publishProgress(const app::JobProgress& job) {
                            job.encodeSpeed, job.uploadedBytes, job.uploadTotalBytes, job.uploadRate};
 }
 
-// Ctrl-C and SIGTERM become the person's stop, delivered on the main queue.
-class StopSignals {
-public:
-    explicit StopSignals(std::function<void()> onStop) {
-        sigemptyset(&signals_);
-        sigaddset(&signals_, SIGINT);
-        sigaddset(&signals_, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
-        thread_ = std::thread([this, onStop = std::move(onStop)] {
-            int received = 0;
-            sigwait(&signals_, &received);
-            if (received == SIGINT || received == SIGTERM) onStop();
-        });
-        thread_.detach();
-    }
-
-private:
-    sigset_t signals_{};
-    std::thread thread_;
-};
-
 int runPublish(const PublishOptions& options) {
     AppContext context;
     auto& model = *context.model;
@@ -63,7 +41,8 @@ int runPublish(const PublishOptions& options) {
     auto workspace = model.workspace(site);
     auto& queue = context.queue;
     bool stopped = false;
-    StopSignals signals([&] {
+    // Ctrl-C and SIGTERM are the person's stop, delivered on the main queue.
+    app::Interrupts::Listener interrupts([&] {
         queue.post([&] {
             stopped = true;
             workspace->stop();
@@ -72,8 +51,11 @@ int runPublish(const PublishOptions& options) {
 
     ProgressPrinter printer;
     workspace->onChange([&] {
-        if (auto* job = workspace->screen().as<app::PublishingState>(); job && job->progress)
-            printer(publishProgress(*job->progress));
+        auto* job = workspace->screen().as<app::PublishingState>();
+        if (!job || !job->progress) return;
+        printer(publishProgress(*job->progress));
+        // From the first upload on, a stop has the bucket to clean up.
+        if (job->progress->stage == app::JobStage::uploading) interrupts.setCleanupHint(app::Interrupts::bucketCleanupHint);
     });
 
     std::vector<fs::path> dropped{options.file};

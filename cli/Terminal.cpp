@@ -1,49 +1,17 @@
 #include "cli/Terminal.hpp"
 
-#include <signal.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
 #include <iostream>
-#include <thread>
 
 #include <fmt/format.h>
 
-#include "core/base/Task.hpp"
+#include "app/Interrupts.hpp"
 
 namespace vorlen::cli {
-
-void runInterruptibly(const std::function<void()>& work) {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigset_t previous;
-    // Blocked before any task starts, so only the waiter below takes them.
-    pthread_sigmask(SIG_BLOCK, &signals, &previous);
-    {
-        auto task = Task<void>::spawn(work);
-        std::thread waiter([&] {
-            int received = 0;
-            sigwait(&signals, &received);
-            if (received == SIGINT || received == SIGTERM) task.cancel();
-        });
-        try {
-            task.value();
-        } catch (...) {
-            // Wake the waiter with a signal of its own kind, then let it go.
-            pthread_kill(waiter.native_handle(), SIGTERM);
-            waiter.join();
-            pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-            throw;
-        }
-        pthread_kill(waiter.native_handle(), SIGTERM);
-        waiter.join();
-    }
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-}
 
 std::string clockText(double seconds) {
     auto total = static_cast<long long>(std::llround(std::max(0.0, seconds)));
@@ -91,7 +59,15 @@ std::optional<std::string> readSecretLine(const std::string& prompt) {
     quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     ::tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
     std::string line;
-    bool read = static_cast<bool>(std::getline(std::cin, line));
+    bool read = false;
+    {
+        // Ctrl-C gives the terminal its echo back before the process ends.
+        app::Interrupts::Listener interrupted([saved] {
+            ::tcsetattr(STDIN_FILENO, TCSANOW, &saved);
+            ::_exit(130);
+        });
+        read = static_cast<bool>(std::getline(std::cin, line));
+    }
     ::tcsetattr(STDIN_FILENO, TCSANOW, &saved);
     std::cerr << '\n';
     if (!read) return std::nullopt;

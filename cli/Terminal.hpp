@@ -8,10 +8,6 @@
 
 namespace vorlen::cli {
 
-// Runs work on a task that Ctrl-C (SIGINT) or SIGTERM cancels; rethrows its
-// failure, so an interrupted job ends in Cancelled after its clean-up.
-void runInterruptibly(const std::function<void()>& work);
-
 // Asks on the terminal for a line that is not echoed; absent without a terminal or at end of input.
 std::optional<std::string> readSecretLine(const std::string& prompt);
 

@@ -1,15 +1,12 @@
-#include <pthread.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
-#include <thread>
 
 #include <fmt/format.h>
 
+#include "app/Interrupts.hpp"
 #include "cli/Commands.hpp"
 #include "core/base/Files.hpp"
 #include "core/base/Log.hpp"
@@ -53,36 +50,6 @@ std::shared_ptr<Bucket> openBucket(const UploadArguments& arguments) {
                                       static_cast<int>(arguments.concurrency));
 }
 
-// Turns Ctrl-C and SIGTERM into a cancellation of `scope` while it lives, so that
-// the upload stops with its clean-up instead of leaving parts behind.
-class InterruptWatcher {
-public:
-    explicit InterruptWatcher(ScopePtr scope) : scope_(std::move(scope)) {
-        sigemptyset(&signals_);
-        sigaddset(&signals_, SIGINT);
-        sigaddset(&signals_, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &signals_, &previous_);
-        thread_ = std::thread([this] {
-            timespec tick{0, 100'000'000};
-            while (!done_) {
-                if (sigtimedwait(&signals_, nullptr, &tick) > 0) scope_->cancel();
-            }
-        });
-    }
-    ~InterruptWatcher() {
-        done_ = true;
-        thread_.join();
-        pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
-    }
-
-private:
-    ScopePtr scope_;
-    sigset_t signals_{};
-    sigset_t previous_{};
-    std::atomic<bool> done_ = false;
-    std::thread thread_;
-};
-
 std::string mebibytes(double bytes) { return fmt::format("{:.1f} MiB", bytes / 1048576.0); }
 
 int runUpload(const UploadArguments& arguments) {
@@ -115,10 +82,8 @@ int runUpload(const UploadArguments& arguments) {
     UploadTicks ticks(totalBytes, *journal);
     std::uint64_t finished = 0;  // bytes of the batches already done
     double lastShown = -1;
-    auto scope = CancellationScope::makeRoot();
     try {
-        InterruptWatcher watcher(scope);
-        ScopeBinding binding(scope);
+        app::Interrupts::run([&] {
         for (auto& batch : videoFolderBatches(paths)) {
             std::vector<UploadFile> files;
             std::uint64_t batchBytes = 0;
@@ -140,6 +105,7 @@ int runUpload(const UploadArguments& arguments) {
             });
             finished += batchBytes;
         }
+        }, app::Interrupts::bucketCleanupHint);
     } catch (...) {
         journal->logStop(std::current_exception());
         if (interactive) std::cerr << '\n';

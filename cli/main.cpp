@@ -1,6 +1,9 @@
 #include <cstdio>
 #include <iostream>
 
+#include "app/Interrupts.hpp"
+#include "app/SiteStorage.hpp"
+#include "core/base/Log.hpp"
 #include "cli/Commands.hpp"
 #include "core/base/VorlenError.hpp"
 #include "shell/DesktopApp.hpp"
@@ -19,6 +22,9 @@ void registerCommands(CommandRegistry& registry);
 
 int main(int argc, char** argv) {
     using namespace vorlen::cli;
+    // Before any thread starts, so that every thread inherits the blocked interrupts.
+    vorlen::app::Interrupts::install();
+    vorlen::logToFile(vorlen::app::userStateFolder() / "vorlen.log");
     CLI::App app{"Vorlen publishes your videos into your own Cloudflare account.", "vorlen"};
     app.set_version_flag("--version", std::string("vorlen ") + VORLEN_VERSION);
     app.require_subcommand(0, 1);

@@ -107,6 +107,11 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
     siteButtons->addStretch(1);
     siteButtons->addWidget(remove_);
     sitesLayout->addLayout(siteButtons);
+    if (auto notice = model_.secretStoreNotice()) {
+        auto* secrets = wrapped(QString::fromStdString(*notice), "secondary");
+        secrets->setObjectName("secretStoreNotice");
+        sitesLayout->addWidget(secrets);
+    }
     tabs_->addTab(sitesPage, "Sites");
 
     auto* close = new QDialogButtonBox(QDialogButtonBox::Close, this);

@@ -36,7 +36,7 @@ inline Json playFolder(const std::filesystem::path& folder, const std::filesyste
     auto node = findInPath("node");
     if (!node) throw std::runtime_error("node is needed to drive the player");
     auto output = ToolRunner::run("node", *node, {std::string(VORLEN_SOURCE_DIR) + "/testing/player/play.mjs",
-                                                  folder.string(), ffmpeg.string()});
+                                                  folder.string(), ffmpeg.string(), chromiumPath().string()});
     return decodeJson(output.standardOutput);
 }
 

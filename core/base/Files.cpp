@@ -1,6 +1,7 @@
 #include "core/base/Files.hpp"
 
 #include <algorithm>
+#include <utility>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -23,8 +24,22 @@ FileHandle::FileHandle(const fs::path& path, int flags, unsigned mode)
     if (fd_ < 0) throwErrno("cannot open", path);
 }
 
-FileHandle::~FileHandle() {
+FileHandle::~FileHandle() { reset(); }
+
+FileHandle::FileHandle(FileHandle&& other) noexcept : path_(std::move(other.path_)), fd_(std::exchange(other.fd_, -1)) {}
+
+FileHandle& FileHandle::operator=(FileHandle&& other) noexcept {
+    if (this != &other) {
+        reset();
+        path_ = std::move(other.path_);
+        fd_ = std::exchange(other.fd_, -1);
+    }
+    return *this;
+}
+
+void FileHandle::reset() {
     if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
 }
 
 void FileHandle::close() {
@@ -33,10 +48,10 @@ void FileHandle::close() {
     if (::close(fd) != 0) throwErrno("cannot close", path_);
 }
 
-void writeFileAtomically(const fs::path& path, std::string_view bytes) {
+void writeFileAtomically(const fs::path& path, std::string_view bytes, unsigned mode) {
     fs::path folder = path.parent_path().empty() ? fs::path(".") : path.parent_path();
     fs::path temporary = folder / ("." + path.filename().string() + "." + randomString(12, "abcdefghijklmnopqrstuvwxyz0123456789") + ".tmp");
-    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, static_cast<mode_t>(mode));
     if (fd < 0) throwErrno("cannot create", temporary);
     std::size_t written = 0;
     while (written < bytes.size()) {

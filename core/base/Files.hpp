@@ -13,7 +13,8 @@ namespace fs = std::filesystem;
 
 // Writes through a temporary file in the same folder, flushed to disk, then
 // renamed over the target: a reader sees the old file or the new one, never half.
-void writeFileAtomically(const fs::path& path, std::string_view bytes);
+// The file has `mode` from its first byte on (0600 for a file of secrets).
+void writeFileAtomically(const fs::path& path, std::string_view bytes, unsigned mode = 0644);
 
 std::string readFile(const fs::path& path);
 
@@ -33,12 +34,16 @@ fs::path makeUniqueDirectory(const fs::path& parent, std::string_view prefix);
 class FileHandle {
 public:
     FileHandle(const fs::path& path, int flags, unsigned mode = 0644);
+    // Owns a descriptor opened elsewhere (a pipe's end, a pidfd); -1 owns nothing.
+    explicit FileHandle(int fd = -1) : fd_(fd) {}
     ~FileHandle();
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
+    FileHandle(FileHandle&& other) noexcept;
+    FileHandle& operator=(FileHandle&& other) noexcept;
 
     int fd() const { return fd_; }
     void close();
+    // Closes the descriptor now, without a word of failure (a pipe's end handed to a child).
+    void reset();
 
 private:
     fs::path path_;

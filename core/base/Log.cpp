@@ -1,7 +1,7 @@
 #include "core/base/Log.hpp"
 
 #include <mutex>
-#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/sinks/syslog_sink.h>
 #include <syslog.h>
@@ -34,9 +34,14 @@ Logger& shared() {
 spdlog::logger& log() { return *shared().logger; }
 
 void logToFile(const std::filesystem::path& path) {
-    auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(path.string());
-    sink->set_level(spdlog::level::debug);
-    shared().logger->sinks().push_back(sink);
+    try {
+        std::filesystem::create_directories(path.parent_path());
+        auto sink = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path.string(), 5 * 1024 * 1024, 3);
+        sink->set_level(spdlog::level::debug);
+        shared().logger->sinks().push_back(sink);
+    } catch (const std::exception& error) {
+        log().warn("No log file at {}: {}", path.string(), error.what());
+    }
 }
 
 void setStandardErrorLevel(spdlog::level::level_enum level) { shared().standardError->set_level(level); }

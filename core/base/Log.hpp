@@ -10,7 +10,8 @@ namespace vorlen {
 // journal through syslog. Never give it a secret.
 spdlog::logger& log();
 
-// Adds a log file beside the other sinks (the desktop window keeps one).
+// Adds a log file beside the other sinks, kept to three files of 5 MiB. A folder
+// that cannot hold it costs the file, never the program.
 void logToFile(const std::filesystem::path& path);
 
 // Quiet standard error (the command line's progress owns the terminal).

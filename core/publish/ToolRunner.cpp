@@ -17,6 +17,7 @@
 
 #include <fmt/format.h>
 
+#include "core/base/Files.hpp"
 #include "core/base/Log.hpp"
 #include "core/base/Task.hpp"
 #include "core/base/Text.hpp"
@@ -37,36 +38,15 @@ struct RunState {
     pid_t pid = -1;
 };
 
-class FileDescriptor {
-public:
-    FileDescriptor() = default;
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor() { reset(); }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    int get() const { return fd_; }
-    void reset(int fd = -1) {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = fd;
-    }
-
-private:
-    int fd_ = -1;
-};
-
 struct Pipe {
-    FileDescriptor read;
-    FileDescriptor write;
+    FileHandle read;
+    FileHandle write;
 };
 
 Pipe makePipe() {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
-    Pipe pipe;
-    pipe.read.reset(fds[0]);
-    pipe.write.reset(fds[1]);
-    return pipe;
+    return Pipe{FileHandle(fds[0]), FileHandle(fds[1])};
 }
 
 // Splits complete lines off the front of buffer and hands each one over.
@@ -118,6 +98,27 @@ std::string ToolRunner::failureDetail(const std::string& termination, const std:
     return detail;
 }
 
+std::vector<std::string> ToolRunner::childEnvironment() {
+    // Names, or name prefixes ending in "_": what a tool needs to find its way and speak
+    // the person's language. Everything else (tokens, S3 keys, Vorlen's own settings) stays here.
+    static constexpr std::string_view allowed[] = {"PATH", "HOME", "USER", "LOGNAME", "TMPDIR", "TZ", "LANG", "LANGUAGE",
+                                                   "LC_", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME",
+                                                   "XDG_RUNTIME_DIR"};
+    std::vector<std::string> kept;
+    std::shared_lock environment(environmentLock());
+    for (char** entry = environ; *entry; ++entry) {
+        std::string_view variable(*entry);
+        std::string_view name = variable.substr(0, variable.find('='));
+        for (auto each : allowed) {
+            if (each.ends_with('_') ? name.starts_with(each) : name == each) {
+                kept.emplace_back(variable);
+                break;
+            }
+        }
+    }
+    return kept;
+}
+
 std::shared_mutex& environmentLock() {
     static std::shared_mutex lock;
     return lock;
@@ -133,8 +134,8 @@ ToolOutput ToolRunner::run(const std::string& tool, const std::filesystem::path&
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, output.write.get(), 1);
-    posix_spawn_file_actions_adddup2(&actions, error.write.get(), 2);
+    posix_spawn_file_actions_adddup2(&actions, output.write.fd(), 1);
+    posix_spawn_file_actions_adddup2(&actions, error.write.fd(), 2);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     // A group of its own, so that signal 9 reaches whatever the tool started too.
@@ -158,6 +159,11 @@ ToolOutput ToolRunner::run(const std::string& tool, const std::filesystem::path&
     for (auto& argument : argvStrings) argv.push_back(argument.data());
     argv.push_back(nullptr);
 
+    std::vector<std::string> environmentStrings = childEnvironment();
+    std::vector<char*> environment;
+    for (auto& variable : environmentStrings) environment.push_back(variable.data());
+    environment.push_back(nullptr);
+
     auto state = std::make_shared<RunState>();
     CancellationHandler onCancel([state] {
         std::lock_guard lock(state->mutex);
@@ -169,9 +175,8 @@ ToolOutput ToolRunner::run(const std::string& tool, const std::filesystem::path&
     {
         std::lock_guard lock(state->mutex);
         if (!state->cancelled) {
-            std::shared_lock environment(environmentLock());
             pid_t pid = -1;
-            spawnError = posix_spawn(&pid, program.c_str(), &actions, &attributes, argv.data(), environ);
+            spawnError = posix_spawn(&pid, program.c_str(), &actions, &attributes, argv.data(), environment.data());
             if (spawnError == 0) {
                 state->pid = pid;
                 state->launched = true;
@@ -187,7 +192,7 @@ ToolOutput ToolRunner::run(const std::string& tool, const std::filesystem::path&
     output.write.reset();
     error.write.reset();
 
-    FileDescriptor processFd(static_cast<int>(::syscall(SYS_pidfd_open, state->pid, 0)));
+    FileHandle processFd(static_cast<int>(::syscall(SYS_pidfd_open, state->pid, 0)));
 
     std::string outputBytes;
     std::string errorBytes;
@@ -215,15 +220,15 @@ ToolOutput ToolRunner::run(const std::string& tool, const std::filesystem::path&
         int outputSlot = -1, errorSlot = -1, processSlot = -1;
         if (outputOpen) {
             outputSlot = static_cast<int>(count);
-            fds[count++] = {output.read.get(), POLLIN, 0};
+            fds[count++] = {output.read.fd(), POLLIN, 0};
         }
         if (errorOpen) {
             errorSlot = static_cast<int>(count);
-            fds[count++] = {error.read.get(), POLLIN, 0};
+            fds[count++] = {error.read.fd(), POLLIN, 0};
         }
-        if (!termination && processFd.get() >= 0) {
+        if (!termination && processFd.fd() >= 0) {
             processSlot = static_cast<int>(count);
-            fds[count++] = {processFd.get(), POLLIN, 0};
+            fds[count++] = {processFd.fd(), POLLIN, 0};
         }
         if (count == 0) {
             // Without a process descriptor the end of the process is polled for.
@@ -231,15 +236,15 @@ ToolOutput ToolRunner::run(const std::string& tool, const std::filesystem::path&
             reap();
             continue;
         }
-        int timeout = (!termination && processFd.get() < 0) ? 100 : -1;
+        int timeout = (!termination && processFd.fd() < 0) ? 100 : -1;
         int ready = ::poll(fds, count, timeout);
         if (ready < 0) {
             if (errno == EINTR) continue;
             throw std::system_error(errno, std::generic_category(), "poll");
         }
-        auto readInto = [&](int slot, const FileDescriptor& fd, std::string& into, bool& open) {
+        auto readInto = [&](int slot, const FileHandle& fd, std::string& into, bool& open) {
             if (slot < 0 || fds[slot].revents == 0) return false;
-            ssize_t got = ::read(fd.get(), buffer, sizeof buffer);
+            ssize_t got = ::read(fd.fd(), buffer, sizeof buffer);
             if (got < 0 && errno == EINTR) return false;
             if (got <= 0) {
                 open = false;

@@ -36,10 +36,14 @@ public:
 
     // "exit status: <n>" or "signal: <n>", a line feed, and the last 20 lines of standard error.
     static std::string failureDetail(const std::string& termination, const std::string& standardError);
+
+    // The environment a child gets: this process's own, cut to an allow-list, so
+    // that no token or key reaches a tool.
+    static std::vector<std::string> childEnvironment();
 };
 
-// Spawning a tool reads the environment. Whatever changes it (libvips does as it
-// starts) holds this lock exclusively, so that no spawn reads it half-changed.
+// Reading the environment for a child races with whatever changes it (libvips does
+// as it starts): that holds this lock exclusively, so that no read sees it half-changed.
 std::shared_mutex& environmentLock();
 
 }  // namespace vorlen

@@ -52,6 +52,23 @@ TEST(ToolRunner, CollectsBothStreamsAndStripsLineEnds) {
     EXPECT_EQ(shell("cat; echo done").standardOutput, "done\n");
 }
 
+// A tool sees the way to programs, the home and the language, and no token, key or setting of Vorlen's.
+TEST(ToolRunner, AChildGetsNoSecretFromTheEnvironment) {
+    const std::vector<std::pair<const char*, const char*>> secrets = {
+        {"VORLEN_R2_TOKEN", "r2-token-value"}, {"VORLEN_SECRET_ACCESS_KEY", "s3-secret"},
+        {"AWS_SECRET_ACCESS_KEY", "aws-secret"}, {"CLOUDFLARE_API_TOKEN", "cf-token"}};
+    for (auto [name, value] : secrets) ::setenv(name, value, 1);
+    ::setenv("LC_TIME", "en_GB.UTF-8", 1);
+    auto seen = ToolRunner::run("env", "/usr/bin/env", {}).standardOutput;
+    for (auto [name, value] : secrets) {
+        ::unsetenv(name);
+        EXPECT_EQ(seen.find(value), std::string::npos) << name;
+    }
+    ::unsetenv("LC_TIME");
+    EXPECT_NE(seen.find("PATH="), std::string::npos);
+    EXPECT_NE(seen.find("LC_TIME=en_GB.UTF-8"), std::string::npos);
+}
+
 TEST(ToolRunner, FailureKeepsTheLastTwentyLinesOfALargeStandardError) {
     auto text = toolFailure("i=0; while [ $i -lt 30000 ]; do echo \"line $i of noise to pass a megabyte\" >&2; i=$((i+1)); done; exit 3");
     std::string expected = "sh failed: exit status: 3\n";

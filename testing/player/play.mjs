@@ -3,7 +3,7 @@
 // master.m3u8 and manifest.mpd in Shaka Player inside headless Chromium, and
 // decodes the byte-range HLS with ffmpeg over the same server.
 //
-//   node play.mjs <folder> <ffmpeg>
+//   node play.mjs <folder> <ffmpeg> [<chromium>]
 //
 // Prints one JSON object on standard output; the caller judges it.
 import { spawn } from 'node:child_process';
@@ -20,7 +20,7 @@ const require = createRequire(path.join(modules, 'noop.js'));
 const { chromium } = require('playwright-core');
 const shakaScript = path.join(modules, 'shaka-player/dist/shaka-player.compiled.js');
 
-const [folder, ffmpeg] = process.argv.slice(2);
+const [folder, ffmpeg, chromiumPath = '/usr/bin/chromium'] = process.argv.slice(2);
 if (!folder || !ffmpeg) {
   console.error('usage: node play.mjs <folder> <ffmpeg>');
   process.exit(2);
@@ -183,7 +183,7 @@ try {
   await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
   const base = `http://127.0.0.1:${server.address().port}`;
   browser = await chromium.launch({
-    executablePath: process.env.VORLEN_CHROMIUM ?? '/usr/bin/chromium',
+    executablePath: chromiumPath,
     headless: true,
     env: { ...process.env, XDG_CONFIG_HOME: profile, XDG_CACHE_HOME: profile },
     args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
