@@ -12,7 +12,7 @@ namespace vorlen::app {
 
 namespace SiteListError {
 std::string alreadyOnThisMac(const std::string& name) {
-    return fmt::format("This Mac already has the site \u201c{}\u201d.", name);
+    return fmt::format("This computer already has the site \u201c{}\u201d.", name);
 }
 }  // namespace SiteListError
 
@@ -79,7 +79,15 @@ SiteID AppModel::addLocalSite(const std::string& name, const std::filesystem::pa
     return id;
 }
 
-SiteID AppModel::addR2Site(const SiteSummary& site, const R2Credentials& credentials) {
+SiteID AppModel::addR2Site(const R2SiteForm& form, const R2Credentials& credentials) {
+    SiteSummary site;
+    site.accountID = form.accountID;
+    site.bucket = form.bucket;
+    site.mediaHost = Hostname::parse(form.mediaHost);
+    site.pageHost = Hostname::parse(form.pageHost);
+    site.folderPath = SiteFolder::normalisedPath(form.path);
+    site.pagePath = SiteFolder::normalisedPath(form.pagePath);
+    site.s3Endpoint = form.s3Endpoint;
     for (const auto& existing : settings_.sites)
         if (existing.settings.accountID == site.accountID && existing.settings.bucket == site.bucket)
             throw VorlenError::config(SiteListError::alreadyOnThisMac(site.bucket));
@@ -91,7 +99,7 @@ SiteID AppModel::addR2Site(const SiteSummary& site, const R2Credentials& credent
 }
 
 void AppModel::removeSite(const SiteID& id) {
-    if (!settings_.site(id)) throw VorlenError::config(fmt::format("There is no site \u201c{}\u201d on this computer.", id.value));
+    site(id);
     if (auto found = workspaces_.find(id); found != workspaces_.end()) {
         if (found->second->screen().isActive()) throw VorlenError::config(SettingsError::busy);
         workspaces_.erase(found);
@@ -104,6 +112,11 @@ void AppModel::removeSite(const SiteID& id) {
     std::erase_if(settings_.sites, [&](const LocalSite& site) { return site.id == id; });
     if (settings_.defaultSite == id) settings_.defaultSite.reset();
     save();
+}
+
+const LocalSite& AppModel::site(const SiteID& id) const {
+    if (const LocalSite* found = settings_.site(id)) return *found;
+    throw VorlenError::config(fmt::format("There is no site \u201c{}\u201d on this computer.", id.value));
 }
 
 std::optional<SiteID> AppModel::currentSite() const {
@@ -119,8 +132,7 @@ SiteID AppModel::ensureSite() {
 
 std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
     if (auto found = workspaces_.find(id); found != workspaces_.end()) return found->second;
-    const LocalSite* site = settings_.site(id);
-    if (!site) throw VorlenError::config(fmt::format("There is no site \u201c{}\u201d on this computer.", id.value));
+    const LocalSite* site = &this->site(id);
     SiteWorkspace::Services services;
     auto limiter = std::make_shared<RateLimiter>(site->uploadLimit.bytesPerSecond());
     services.publish = services_.publishService(*site, limiter);
@@ -142,6 +154,7 @@ std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
 }
 
 void AppModel::setUploadLimit(const SiteID& id, UploadLimit limit) {
+    site(id);
     changeSettings([&](LocalSettings& settings) {
         for (auto& site : settings.sites)
             if (site.id == id) site.uploadLimit = limit;

@@ -17,9 +17,20 @@ namespace vorlen::app {
 
 // The words of the site list's failures.
 namespace SiteListError {
-// "This Mac already has the site “<name>”." for a site added twice.
+// "This computer already has the site “<name>”." for a site added twice.
 std::string alreadyOnThisMac(const std::string& name);
 }
+
+// A site set up elsewhere, as a person gives it, field by field.
+struct R2SiteForm {
+    std::string accountID;
+    std::string bucket;
+    std::string mediaHost;
+    std::string pageHost;
+    std::string path;      // the folder of the videos in the bucket, may be empty
+    std::string pagePath;  // the path of the pages on their host, may be empty
+    std::optional<std::string> s3Endpoint;  // another S3 service in place of R2
+};
 
 // The process's one model: this computer's settings, written through on every
 // change, and one workspace for each site.
@@ -40,11 +51,14 @@ public:
     // A site whose bucket is a folder on this computer. Its settings file is
     // written when the folder has none, with the bundled Worker's name and version.
     SiteID addLocalSite(const std::string& name, const std::filesystem::path& folder);
-    SiteID addR2Site(const SiteSummary& site, const R2Credentials& credentials);
+    // The hostnames and paths are checked as a site's settings file checks them.
+    SiteID addR2Site(const R2SiteForm& form, const R2Credentials& credentials);
     void removeSite(const SiteID& id);
     // Saved, and applied at once to the uploads of the site, a running one too.
     void setUploadLimit(const SiteID& id, UploadLimit limit);
 
+    // The site of this id; a failure that says there is none.
+    const LocalSite& site(const SiteID& id) const;
     // The site to use when none is named: the default one, else the only one.
     std::optional<SiteID> currentSite() const;
     // With no site at all, the local site "local" under the data folder.

@@ -81,11 +81,7 @@ TEST(AppModelTest, FirstUseMakesTheLocalSiteWithASettingsFileTheWorkerCanRead) {
 TEST(AppModelTest, RemovingASiteForgetsItsSecretsAndDefault) {
     Fixture fixture;
     auto model = fixture.model();
-    SiteSummary site;
-    site.accountID = "0123456789abcdef";
-    site.bucket = "films";
-    site.mediaHost = Hostname::parse("media.example.com");
-    site.pageHost = Hostname::parse("watch.example.com");
+    R2SiteForm site{"0123456789abcdef", "films", "media.example.com", "watch.example.com", "", "", std::nullopt};
     SiteID id = model.addR2Site(site, R2Credentials{"t", "AK", "SK", std::nullopt});
     EXPECT_THROW(model.addR2Site(site, R2Credentials{"t", "AK", "SK", std::nullopt}), VorlenError);
     model.changeSettings([&](LocalSettings& s) { s.defaultSite = id; });

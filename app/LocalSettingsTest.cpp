@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fmt/format.h>
+
 #include "core/base/Files.hpp"
+#include "core/base/VorlenError.hpp"
 
 using namespace vorlen;
 using namespace vorlen::app;
@@ -77,4 +80,20 @@ TEST(LocalSettingsTest, UploadLimitsInBytesAndWords) {
     EXPECT_EQ(UploadLimit::unlimited().bytesPerSecond(), 0u);
     EXPECT_EQ(UploadLimit::unlimited().text(), "Unlimited");
     EXPECT_EQ((UploadTuning{ParallelUploads::eight, UploadPartSize::mib5}).partBytes(), 5242880u);
+}
+
+TEST(LocalSettingsTest, ATypedLimitIsAWholeNumberOrUnlimited) {
+    EXPECT_EQ(UploadLimit::parse("10"), UploadLimit::megabits(10));
+    EXPECT_EQ(UploadLimit::parse(" 250 "), UploadLimit::megabits(250));
+    EXPECT_EQ(UploadLimit::parse("Unlimited"), UploadLimit::unlimited());
+    for (const char* typed : {"10abc", "", "0", "-5", "1e3", "2.5", "100001", "99999999999", "ten"}) {
+        try {
+            UploadLimit::parse(typed);
+            ADD_FAILURE() << typed << " was taken";
+        } catch (const VorlenError& error) {
+            EXPECT_EQ(error.text(), fmt::format("\u201c{}\u201d is not an upload limit: give a whole number of Mbit/s "
+                                                "from 1 to 100000, or \u201cunlimited\u201d.",
+                                                typed));
+        }
+    }
 }

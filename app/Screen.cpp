@@ -14,11 +14,10 @@ namespace {
 std::string withSlash(const std::string& path) { return path.empty() ? "" : path + "/"; }
 }  // namespace
 
-VideoLinks linksFor(const SiteSummary& site, const std::string& folderName) {
-    // A local site is served by `vorlen preview` on loopback.
-    std::string pageBase = site.isLocal() ? "http://" + site.pageHost.name + ":" + std::to_string(localPreviewPort)
+VideoLinks linksFor(const SiteSummary& site, const std::string& folderName, int previewPort) {
+    std::string pageBase = site.isLocal() ? "http://" + site.pageHost.name + ":" + std::to_string(previewPort)
                                           : "https://" + site.pageHost.name;
-    std::string mediaBase = site.isLocal() ? "http://" + site.mediaHost.name + ":" + std::to_string(localPreviewPort)
+    std::string mediaBase = site.isLocal() ? "http://" + site.mediaHost.name + ":" + std::to_string(previewPort)
                                            : "https://" + site.mediaHost.name;
     VideoLinks links;
     links.page = pageBase + "/" + withSlash(site.pagePath) + folderName;

@@ -101,7 +101,8 @@ struct Screen {
 };
 
 // The addresses of a video: its page and embed on the page host, its folder on the media host.
-VideoLinks linksFor(const SiteSummary& site, const std::string& folderName);
+// A local site's links point at `vorlen preview` on previewPort.
+VideoLinks linksFor(const SiteSummary& site, const std::string& folderName, int previewPort = localPreviewPort);
 
 // Subtitle files are known by their extension: .vtt and .srt, in any case.
 bool isSubtitleFile(const std::filesystem::path& file);

@@ -1,16 +1,13 @@
 #include "app/SecretStore.hpp"
 
-#include <fcntl.h>
 #include <libsecret/secret.h>
 #include <mutex>
 #include <stdexcept>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "core/base/Files.hpp"
 #include "core/base/Json.hpp"
 #include "core/base/Log.hpp"
-#include "core/base/Random.hpp"
 
 namespace vorlen::app {
 
@@ -52,17 +49,7 @@ Json readSecretFile(const std::filesystem::path& file) {
 void writeSecretFile(const std::filesystem::path& file, const Json& json) {
     std::filesystem::create_directories(file.parent_path());
     ::chmod(file.parent_path().c_str(), 0700);
-    std::filesystem::path temporary = file.parent_path() / ("." + file.filename().string() + "." + randomString(8, "abcdefghij") + ".tmp");
-    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd < 0) throw std::runtime_error("cannot write the secret file " + file.string());
-    std::string text = encodeJson(json);
-    bool written = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    written = ::fsync(fd) == 0 && written;
-    ::close(fd);
-    if (!written || ::rename(temporary.c_str(), file.c_str()) != 0) {
-        ::unlink(temporary.c_str());
-        throw std::runtime_error("cannot write the secret file " + file.string());
-    }
+    writeFileAtomically(file, encodeJson(json), 0600);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 
 namespace vorlen::app {
 
-// Where one secret stands: a service name and an account, as in a keychain.
+// Where one secret stands: a service name and an account.
 struct SecretItem {
     std::string service;
     std::string account;

@@ -12,7 +12,7 @@ std::string reason(SetupTokenPurpose purpose) {
         case SetupTokenPurpose::invite: return "use the Cloudflare Account API Token to make an invite";
         case SetupTokenPurpose::listTokens: return "use the Cloudflare Account API Token to list the Vorlen tokens";
         case SetupTokenPurpose::revokeToken: return "use the Cloudflare Account API Token to revoke a token";
-        case SetupTokenPurpose::removeMac: return "use the Cloudflare Account API Token to revoke the token of this Mac";
+        case SetupTokenPurpose::removeMac: return "use the Cloudflare Account API Token to revoke the token of this computer";
         case SetupTokenPurpose::purgeCache:
             return "use the Cloudflare Account API Token to remove old video files from the cache";
         case SetupTokenPurpose::changeOtherSites:

@@ -18,9 +18,9 @@ namespace vorlen::app {
 
 // The words of the settings' failures.
 namespace SettingsError {
-inline constexpr const char* notSetUp = "Set up Vorlen on this Mac first.";
+inline constexpr const char* notSetUp = "Set up Vorlen on this computer first.";
 inline constexpr const char* missingToken =
-    "Vorlen cannot find the R2 API Token of this site in the keychain. Set up the site again.";
+    "Vorlen cannot find the R2 API Token of this site in the secret store. Set up the site again.";
 inline constexpr const char* busy = "Wait until the current video is published, then try again.";
 }  // namespace SettingsError
 

@@ -1,6 +1,11 @@
 #include "app/UploadSettings.hpp"
 
+#include <charconv>
+
 #include <fmt/format.h>
+
+#include "core/base/Text.hpp"
+#include "core/base/VorlenError.hpp"
 
 namespace vorlen::app {
 
@@ -11,6 +16,18 @@ std::string UploadLimit::text() const {
 std::uint64_t UploadLimit::bytesPerSecond() const {
     if (!megabitsPerSecond || *megabitsPerSecond <= 0) return 0;
     return static_cast<std::uint64_t>(double(*megabitsPerSecond) * 1000000.0 * 0.125);
+}
+
+UploadLimit UploadLimit::parse(std::string_view text) {
+    std::string given = trimmedAsciiWhitespace(text);
+    if (asciiLowercased(given) == "unlimited") return unlimited();
+    int value = 0;
+    auto [end, error] = std::from_chars(given.data(), given.data() + given.size(), value);
+    if (given.empty() || error != std::errc() || end != given.data() + given.size() || value < 1 || value > largestMegabits)
+        throw VorlenError::config(fmt::format(
+            "\u201c{}\u201d is not an upload limit: give a whole number of Mbit/s from 1 to {}, or \u201cunlimited\u201d.",
+            text, largestMegabits));
+    return megabits(value);
 }
 
 Json UploadLimit::toJson() const {

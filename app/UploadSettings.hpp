@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 
 #include "core/base/Json.hpp"
@@ -15,6 +16,10 @@ struct UploadLimit {
 
     static UploadLimit unlimited() { return {}; }
     static UploadLimit megabits(int value) { return {value}; }
+    // What a person typed: a whole number of Mbit/s, or "unlimited". Anything
+    // else ("10abc", "0", "1e3") fails with a sentence that says what to give.
+    static UploadLimit parse(std::string_view text);
+    static constexpr int largestMegabits = 100000;
     std::string text() const;             // "<n> Mbit/s" or "Unlimited"
     std::uint64_t bytesPerSecond() const;  // 0 means no limit
     Json toJson() const;

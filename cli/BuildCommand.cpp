@@ -6,11 +6,11 @@
 #include <fmt/format.h>
 
 #include "app/Interrupts.hpp"
+#include "app/LocalSettings.hpp"
 #include "cli/Commands.hpp"
 #include "cli/PosterPrompt.hpp"
 #include "cli/Terminal.hpp"
 #include "core/base/Files.hpp"
-#include "core/base/Json.hpp"
 #include "core/base/Text.hpp"
 #include "core/base/VorlenError.hpp"
 #include "core/publish/Publisher.hpp"
@@ -21,18 +21,6 @@ namespace vorlen::cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-// This computer's choice, from its settings file; balanced when it says nothing.
-EncodingSpeed settingsEncodingSpeed() {
-    const char* config = std::getenv("XDG_CONFIG_HOME");
-    const char* home = std::getenv("HOME");
-    fs::path folder = config && *config ? fs::path(config) : fs::path(home ? home : "") / ".config";
-    try {
-        return encodingSpeedFromSettings(decodeJson(readFile(folder / "vorlen" / "settings.json")));
-    } catch (const std::exception&) {
-        return EncodingSpeed::balanced;
-    }
-}
 
 // Moves the finished folder to its place, across file systems if need be.
 void moveFolder(const fs::path& from, const fs::path& to) {
@@ -91,7 +79,7 @@ void registerBuildCommand(CommandRegistry& registry) {
         if (fs::exists(out) && !(fs::is_directory(out) && fs::is_empty(out)))
             throw VorlenError::config(fmt::format("“{}” already exists and is not an empty folder", out.string()));
 
-        auto speed = options->speed ? *encodingSpeedFromRawValue(*options->speed) : settingsEncodingSpeed();
+        auto speed = options->speed ? *encodingSpeedFromRawValue(*options->speed) : app::LocalSettingsStore::standard().load().encodingSpeed;
         Publisher publisher;
         publisher.tools = Tools::locate();
         publisher.encoder = std::make_shared<SoftwareEncoder>(speed);

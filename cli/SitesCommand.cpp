@@ -7,7 +7,6 @@
 #include "cli/Commands.hpp"
 #include "cli/Terminal.hpp"
 #include "core/base/VorlenError.hpp"
-#include "core/site/Hostname.hpp"
 
 namespace vorlen::cli {
 
@@ -72,40 +71,26 @@ void registerSitesCommand(CommandRegistry& registry) {
     });
 
     struct R2Options {
-        std::string account;
-        std::string bucket;
-        std::string mediaHost;
-        std::string pageHost;
-        std::string path;
-        std::string pagePath;
+        app::R2SiteForm site;
         std::string tokenID;
-        std::optional<std::string> endpoint;
     };
     auto r2 = std::make_shared<R2Options>();
     auto* addR2 = command->add_subcommand(
         "add-r2",
         "Add a site set up elsewhere. The R2 API Token's value comes from VORLEN_R2_TOKEN or the terminal; "
         "S3 keys may come instead from VORLEN_ACCESS_KEY_ID and VORLEN_SECRET_ACCESS_KEY.");
-    addR2->add_option("--account", r2->account, "the Cloudflare account ID")->required();
-    addR2->add_option("--bucket", r2->bucket, "the R2 bucket")->required();
-    addR2->add_option("--media-host", r2->mediaHost, "the bucket's hostname")->required();
-    addR2->add_option("--page-host", r2->pageHost, "the pages' hostname")->required();
-    addR2->add_option("--path", r2->path, "the folder of the videos in the bucket");
-    addR2->add_option("--page-path", r2->pagePath, "the path of the pages on their host");
+    addR2->add_option("--account", r2->site.accountID, "the Cloudflare account ID")->required();
+    addR2->add_option("--bucket", r2->site.bucket, "the R2 bucket")->required();
+    addR2->add_option("--media-host", r2->site.mediaHost, "the bucket's hostname")->required();
+    addR2->add_option("--page-host", r2->site.pageHost, "the pages' hostname")->required();
+    addR2->add_option("--path", r2->site.path, "the folder of the videos in the bucket");
+    addR2->add_option("--page-path", r2->site.pagePath, "the path of the pages on their host");
     addR2->add_option("--token-id", r2->tokenID, "the ID of the R2 API Token");
-    addR2->add_option("--endpoint", r2->endpoint, "another S3 service in place of R2");
+    addR2->add_option("--endpoint", r2->site.s3Endpoint, "another S3 service in place of R2");
     registry.add(addR2, [r2] {
-        app::SiteSummary site;
-        site.accountID = r2->account;
-        site.bucket = r2->bucket;
-        site.mediaHost = Hostname::parse(r2->mediaHost);
-        site.pageHost = Hostname::parse(r2->pageHost);
-        site.folderPath = SiteFolder::normalisedPath(r2->path);
-        site.pagePath = SiteFolder::normalisedPath(r2->pagePath);
-        site.s3Endpoint = r2->endpoint;
         auto credentials = r2Credentials(r2->tokenID);
         AppContext context;
-        auto id = context.model->addR2Site(site, credentials);
+        auto id = context.model->addR2Site(r2->site, credentials);
         std::cout << fmt::format("Added the site \u201c{}\u201d.\n", id.value);
         return 0;
     });
@@ -145,29 +130,17 @@ void registerSettingsCommand(CommandRegistry& registry) {
         AppContext context;
         auto& model = *context.model;
         std::optional<app::UploadLimit> limit;
-        if (options->limit) {
-            if (*options->limit == "unlimited") {
-                limit = app::UploadLimit::unlimited();
-            } else {
-                int megabits = std::atoi(options->limit->c_str());
-                if (megabits < 1) throw VorlenError::config(fmt::format("\u201c{}\u201d is not a limit in Mbit/s.", *options->limit));
-                limit = app::UploadLimit::megabits(megabits);
-            }
-        }
+        if (options->limit) limit = app::UploadLimit::parse(*options->limit);
         std::optional<app::SiteID> limitSite = options->site ? app::SiteID{*options->site} : model.currentSite();
-        if (limit && (!limitSite || !model.settings().site(*limitSite)))
-            throw VorlenError::config("There is no site to set the limit of.");
-        if (options->defaultSite && !model.settings().site(app::SiteID{*options->defaultSite}))
-            throw VorlenError::config(fmt::format("There is no site \u201c{}\u201d on this computer.", *options->defaultSite));
+        if (limit && !limitSite) throw VorlenError::config("There is no site to set the limit of.");
+        if (options->defaultSite) model.site(app::SiteID{*options->defaultSite});
         model.changeSettings([&](app::LocalSettings& settings) {
             if (options->parallelUploads) settings.uploadTuning.parallelUploads = static_cast<app::ParallelUploads>(*options->parallelUploads);
             if (options->partSize) settings.uploadTuning.partSize = static_cast<app::UploadPartSize>(*options->partSize);
             if (options->encodingSpeed) settings.encodingSpeed = *encodingSpeedFromRawValue(*options->encodingSpeed);
             if (options->defaultSite) settings.defaultSite = app::SiteID{*options->defaultSite};
-            if (limit)
-                for (auto& site : settings.sites)
-                    if (site.id == *limitSite) site.uploadLimit = *limit;
         });
+        if (limit) model.setUploadLimit(*limitSite, *limit);
         const auto& settings = model.settings();
         std::cout << fmt::format("Parallel uploads: {}\nPart size:        {} MiB\nEncoding speed:   {}\nDefault site:     {}\n",
                                  settings.uploadTuning.concurrency(), static_cast<int>(settings.uploadTuning.partSize),

@@ -186,13 +186,8 @@ void SettingsWindow::addR2Site() {
     auto* dialog = new SiteDialog(SiteDialog::Kind::r2, this);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->onAccept = [this](const SiteDialog::Values& values) {
-        app::SiteSummary site;
-        site.accountID = values.account;
-        site.bucket = values.bucket;
-        site.mediaHost = Hostname::parse(values.mediaHost);
-        site.pageHost = Hostname::parse(values.pageHost);
-        site.folderPath = SiteFolder::normalisedPath(values.path);
-        site.pagePath = SiteFolder::normalisedPath(values.pagePath);
+        app::R2SiteForm site{values.account, values.bucket, values.mediaHost, values.pageHost, values.path, values.pagePath,
+                             std::nullopt};
         model_.addR2Site(site, app::R2Credentials::fromToken(values.tokenID, values.tokenValue));
         showSites();
         if (onSitesChanged) onSitesChanged();

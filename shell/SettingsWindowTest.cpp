@@ -69,7 +69,7 @@ TEST(SettingsWindowTest, UploadTuningSitesAndThePicker) {
     EXPECT_TRUE(dialog->isVisible());
     auto labels = dialog->findChildren<QLabel*>();
     EXPECT_TRUE(std::any_of(labels.begin(), labels.end(), [](QLabel* label) {
-        return label->isVisible() && label->text().startsWith("This Mac already has the site");
+        return label->isVisible() && label->text().startsWith("This computer already has the site");
     }));
     QTest::keyClick(dialog, Qt::Key_Escape);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !named<SiteDialog>(settings, "siteDialog"); }));

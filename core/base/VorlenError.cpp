@@ -44,12 +44,12 @@ struct TextOf {
     }
     std::string operator()(const failure::BatchRunInProgress& f) const {
         return fmt::format("\u201c{}\u201d is running a {} on this site. Start this run when that run ends. "
-                           "If that Mac stopped, you can start this run after about 5 minutes.",
+                           "If that computer stopped, you can start this run after about 5 minutes.",
                            f.computerName, displayName(f.kind));
     }
     std::string operator()(const failure::BatchRunLost&) const {
         return "Another run started on this site while this run could not report to the bucket, for example "
-               "while this Mac was asleep. So this run stopped. A later run continues with the videos that are left.";
+               "while this computer was asleep. So this run stopped. A later run continues with the videos that are left.";
     }
 };
 

@@ -16,7 +16,7 @@ TEST(VorlenErrorTest, CasesCarryTheirOwnWords) {
                  "the download from vimeo.example got 10 bytes, and the server announced 20");
     EXPECT_STREQ(VorlenError::batchRunInProgress(BatchRunKind::vimeoSync, "Studio").what(),
                  "\u201cStudio\u201d is running a Vimeo sync on this site. Start this run when that run ends. If that "
-                 "Mac stopped, you can start this run after about 5 minutes.");
+                 "computer stopped, you can start this run after about 5 minutes.");
     auto error = VorlenError::integrity("k", "BadDigest");
     ASSERT_NE(error.as<failure::Integrity>(), nullptr);
     EXPECT_EQ(error.as<failure::Integrity>()->key, "k");
