@@ -62,7 +62,8 @@ std::string placeholderBytes(VideoMetadata metadata) {
 // A conflict after an attempt whose answer was lost may meet that attempt's own
 // write: it counts as the upload's when the object carries the upload's ID.
 bool writePlaceholder(Bucket& bucket, const std::string& key, const std::string& bytes, const std::string& uploadID,
-                      const WriteCondition& condition, const RetryPolicy& retry) {
+                      const WriteCondition& condition, const UploadOptions& options) {
+    RetryPolicy retry{options.maxRetries, options.retryDelay};
     return retry.run([&](std::int64_t attempt) {
         try {
             bucket.put(key, RequestBody::bytes(bytes), videoJSONHeaders(uploadID), condition);
@@ -178,6 +179,39 @@ std::optional<std::string> ownETag(Bucket& bucket, const std::string& key, const
     return std::nullopt;
 }
 
+// Claims a folder with the placeholder, which makes the name count as taken for
+// every other computer: the folder resolved before the build or, when another
+// upload took it meanwhile, the next free one (never for a typed name). `folder`
+// and `hold` tell at every moment where the claim stands, so that a failure
+// knows what is the upload's to clean up.
+void claimFolder(const Publisher& publisher, BuiltFolder& built, const UploadFolder& target, const std::string& uploadID,
+                 std::string& folder, FolderHold& hold, UploadJournal& journal, const FolderHandler& onFolderChange) {
+    const Destination& destination = publisher.destination;
+    const std::string placeholder = placeholderBytes(built.built().metadata);
+    std::vector<std::string> lost;
+    for (;;) {
+        hold = FolderHold::claiming;
+        const std::string key = destination.prefix + folder + "/video.json";
+        auto leftovers = publisher.leftoversHere(built);
+        bool intoLeftovers = leftovers && leftovers->folder == folder;
+        auto condition = intoLeftovers && leftovers->placeholderETag ? WriteCondition::unchanged(*leftovers->placeholderETag)
+                                                                     : WriteCondition::absent();
+        if (writePlaceholder(*destination.bucket, key, placeholder, uploadID, condition, publisher.upload)) {
+            hold = FolderHold::own;
+            return;
+        }
+        hold = FolderHold::lost;
+        // Another upload has the folder now, with whatever this build left there.
+        if (intoLeftovers) built.setLeftovers(std::nullopt);
+        if (target.isTyped) throw VorlenError::conflict(key);
+        lost.push_back(folder);
+        std::string next = publisher.resolveFolder(target.requestedName, lost);
+        journal.log(fmt::format("{} belongs to another upload: the video goes to {}{}/", key, destination.prefix, next));
+        folder = next;
+        if (onFolderChange) onFolderChange(folder);
+    }
+}
+
 }  // namespace
 
 std::string Publisher::resolveFolder(const std::string& name, const std::vector<std::string>& taken) const {
@@ -207,7 +241,6 @@ Published Publisher::publish(BuiltFolder& built, const UploadFolder& target, Upl
     journal.logStart(files.size(), totalBytes, upload, limiter->bytesPerSecond());
 
     Uploader uploader{destination.bucket, limiter, upload, std::shared_ptr<UploadJournal>(&journal, [](UploadJournal*) {})};
-    RetryPolicy retry{upload.maxRetries, upload.retryDelay};
     std::atomic<std::uint64_t> storedBytes{0};  // bytes of the batches that are done
     std::atomic<std::uint64_t> batchBytes{0};   // bytes given so far in the running batch
     auto started = BootClock::now();
@@ -235,29 +268,7 @@ Published Publisher::publish(BuiltFolder& built, const UploadFolder& target, Upl
     std::string folder = target.name;
     FolderHold hold = FolderHold::claiming;
     try {
-        // The placeholder makes the name count as taken for every other computer from now on.
-        const std::string placeholder = placeholderBytes(built.built().metadata);
-        std::vector<std::string> lost;
-        for (;;) {
-            hold = FolderHold::claiming;
-            const std::string key = destination.prefix + folder + "/video.json";
-            auto leftovers = leftoversHere(built);
-            bool intoLeftovers = leftovers && leftovers->folder == folder;
-            auto condition = intoLeftovers && leftovers->placeholderETag
-                                 ? WriteCondition::unchanged(*leftovers->placeholderETag)
-                                 : WriteCondition::absent();
-            if (writePlaceholder(*destination.bucket, key, placeholder, uploadID, condition, retry)) break;
-            hold = FolderHold::lost;
-            // Another upload has the folder now, with whatever this build left there.
-            if (intoLeftovers) built.setLeftovers(std::nullopt);
-            if (target.isTyped) throw VorlenError::conflict(key);
-            lost.push_back(folder);
-            std::string next = resolveFolder(target.requestedName, lost);
-            journal.log(fmt::format("{} belongs to another upload: the video goes to {}{}/", key, destination.prefix, next));
-            folder = next;
-            if (onFolderChange) onFolderChange(folder);
-        }
-        hold = FolderHold::own;
+        claimFolder(*this, built, target, uploadID, folder, hold, journal, onFolderChange);
 
         const std::string folderPrefix = destination.prefix + folder + "/";
         auto ticker = Task<void>::spawn([&] {
