@@ -93,11 +93,15 @@ PublishedVideo CorePublishService::publish(const PublishRequest& request, const 
     auto made = publisher(request.access, request.uploadTuning, request.expectedUploadRate);
     auto progress = [&](const PublishProgress& p) { onEvent(PublishEvent{PublishEvent::Progress{jobProgress(p)}}); };
 
+    auto announce = [&](const std::string& folder) {
+        onEvent(PublishEvent{PublishEvent::Folder{{request.name, folder, made.destination.prefix + folder + "/"}}});
+    };
+
     std::shared_ptr<BuiltFolder> built = request.built;
     std::string folder;
     if (!built) {
         folder = made.resolveFolder(request.name);
-        onEvent(PublishEvent{PublishEvent::Folder{{request.name, folder, made.destination.prefix + folder + "/"}}});
+        announce(folder);
         Inspection inspection = vorlen::inspect(made.tools, *pipeline_.encoder, request.source);
         PosterReviewer reviewer{made.tools, std::nullopt, request.posterReviewTimeLimit,
                                 [&](const PosterReviewRequest& review) { onEvent(PublishEvent{PublishEvent::ReviewPoster{review}}); }};
@@ -107,18 +111,14 @@ PublishedVideo CorePublishService::publish(const PublishRequest& request, const 
         onEvent(PublishEvent{PublishEvent::Built{built}});
     } else {
         // A retry goes back to the folder that a failed clean-up left, when it is in this bucket.
-        auto leftovers = built->leftovers();
-        if (leftovers && leftovers->bucketIdentity == made.destination.bucketIdentity &&
-            leftovers->folderPrefix == made.destination.prefix)
-            folder = leftovers->folder;
-        else
-            folder = made.resolveFolder(request.name);
-        onEvent(PublishEvent{PublishEvent::Folder{{request.name, folder, made.destination.prefix + folder + "/"}}});
+        auto leftovers = made.leftoversHere(*built);
+        folder = leftovers ? leftovers->folder : made.resolveFolder(request.name);
+        announce(folder);
     }
 
     UploadJournal journal;
     try {
-        Published published = made.publish(*built, folder, journal, progress);
+        Published published = made.publish(*built, UploadFolder{request.name, folder, request.isNameTyped}, journal, progress, announce);
         onEvent(PublishEvent{PublishEvent::UploadLog{journal.entries()}});
         return PublishedVideo{published.folderPrefix, published.hlsKey,        published.dashKey,
                               published.fileCount,    published.uploadedBytes, published.uploadRate};

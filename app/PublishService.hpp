@@ -81,6 +81,9 @@ struct JobProgress {
 struct PublishRequest {
     fs::path source;
     std::string name;
+    // The person chose the name rather than taking the suggestion: when another
+    // computer takes the folder first, the publish fails instead of moving on.
+    bool isNameTyped = false;
     VideoDetails details{"", std::nullopt, std::nullopt, VideoVisibility::publicVideo};
     AudioLoudness audioLoudness = AudioLoudness::broadcast;
     BucketAccess access;

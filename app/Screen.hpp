@@ -29,6 +29,7 @@ struct ConfirmState {
 
     VideoInspection inspection;
     std::string name;
+    bool isNameTyped = false;  // the person chose the name rather than taking the suggestion
     NameStatus nameStatus = Checking{};
     std::string title;
     std::string reference;

@@ -138,8 +138,10 @@ void SiteWorkspace::addSubtitles(const std::vector<std::filesystem::path>& files
 void SiteWorkspace::editConfirm(const std::function<void(ConfirmState&)>& change) {
     auto* confirm = screen_.as<ConfirmState>();
     if (!confirm) return;
+    std::string nameBefore = confirm->name;
     std::string folderBefore = confirm->folderName();
     change(*confirm);
+    if (confirm->name != nameBefore) confirm->isNameTyped = true;
     if (confirm->folderName() != folderBefore) {
         beginNameCheck();
     } else {
@@ -216,6 +218,7 @@ void SiteWorkspace::confirmPublish() {
     PublishRequest request;
     request.source = confirm->inspection.source;
     request.name = folder;
+    request.isNameTyped = confirm->isNameTyped;
     request.details = VideoDetails(confirm->title, nonEmpty(confirm->reference), nonEmpty(confirm->description), confirm->visibility);
     request.audioLoudness = confirm->audioLoudness.selection;
     request.access = std::move(*access);

@@ -4,7 +4,11 @@
 #include <gtest/gtest.h>
 #include <mutex>
 
+#include "app/CorePublishService.hpp"
 #include "core/base/VorlenError.hpp"
+#include "core/publish/SoftwareEncoder.hpp"
+#include "core/storage/FolderBucket.hpp"
+#include "testing/MediaClip.hpp"
 
 using namespace vorlen;
 using namespace vorlen::app;
@@ -54,17 +58,19 @@ struct Fixture {
     std::optional<double> recordedRate;
     std::shared_ptr<SiteWorkspace> workspace;
 
-    // A local site, or with credentials an R2 site that keeps them there.
-    explicit Fixture(std::chrono::nanoseconds nameCheckDelay = 1ms, std::shared_ptr<CredentialStore> credentials = nullptr) {
+    // A local site in siteFolder, or with credentials an R2 site that keeps them there;
+    // its publishes go to `publish`, else to the fake service.
+    explicit Fixture(std::chrono::nanoseconds nameCheckDelay = 1ms, std::shared_ptr<PublishService> publish = nullptr,
+                     fs::path siteFolder = "/tmp/unused", std::shared_ptr<CredentialStore> credentials = nullptr) {
         SiteSummary site;
         site.accountID = "local";
         site.bucket = "local";
         site.mediaHost = Hostname::parse("media.localhost");
         site.pageHost = Hostname::parse("localhost");
-        if (!credentials) site.localFolder = "/tmp/unused";
+        if (!credentials) site.localFolder = siteFolder;
         LocalSite local{SiteID{"local"}, site, VideoVisibility::publicVideo, std::nullopt, UploadLimit{}};
         SiteWorkspace::Host host{[] { return LocalSettings{}; }, [this](double rate) { recordedRate = rate; }, nullptr};
-        workspace = SiteWorkspace::make(local, {service, credentials}, host, queue, {nameCheckDelay, 20s});
+        workspace = SiteWorkspace::make(local, {publish ? publish : service, credentials}, host, queue, {nameCheckDelay, 20s});
     }
 
     template <class State>
@@ -240,11 +246,57 @@ TEST(SiteWorkspaceTest, PosterReviewHoldsTheCountdownAndTheAnswerReachesThePubli
 
 TEST(SiteWorkspaceTest, AFailingSecretStoreEndsOnTheFailureScreenWithItsWords) {
     auto credentials = std::make_shared<CredentialStore>(std::make_shared<FailingSecretStore>(), SecretItem{"vorlen", "r2"});
-    Fixture fixture(1ms, credentials);
+    Fixture fixture(1ms, nullptr, "/tmp/unused", credentials);
     ASSERT_TRUE(fixture.workspace->drop({"/videos/holiday.mp4"}));
     auto& failure = fixture.waitFor<Failure>();
     EXPECT_EQ(failure.title, "Cannot Publish");
     EXPECT_EQ(failure.message, "The secret store did not answer: no bus");
     EXPECT_FALSE(failure.retry);
     EXPECT_TRUE(fixture.service->resolvedNames.empty());
+}
+
+TEST(SiteWorkspaceTest, ATypedNameTakenDuringTheBuildFailsWithTheConflictAndTheRetryKeepsTheBuild) {
+    vorlen::testing::ClipFolder clips;
+    auto source = clips.make("Harbour walk.mp4", vorlen::testing::lavfiVideo(320, 180, 2) + " " + vorlen::testing::lavfiTone(2) +
+                                                     " -c:v libx264 -preset ultrafast -c:a aac -shortest");
+    fs::path siteFolder = clips.path() / "site";
+    CorePipeline pipeline;
+    pipeline.encoder = std::make_shared<SoftwareEncoder>(EncodingSpeed::fast);
+    pipeline.workRoot = clips.path() / "work";
+    Fixture fixture(1ms, std::make_shared<CorePublishService>(pipeline), siteFolder);
+    auto settled = [&] {
+        const auto& screen = fixture.workspace->screen();
+        return screen.as<PosterReviewState>() || screen.as<Failure>() || screen.as<PublishedState>();
+    };
+
+    fixture.workspace->drop({source});
+    fixture.waitFor<ConfirmState>();
+    fixture.workspace->editConfirm([](ConfirmState& confirm) { confirm.name = "harbour"; });
+    fixture.waitForNameStatus();
+    fixture.workspace->confirmPublish();
+    fixture.queue.runUntil(settled);
+    ASSERT_TRUE(fixture.workspace->screen().as<PosterReviewState>()) << "the build waits for the poster review";
+    fixture.workspace->holdCountdown();
+
+    // Meanwhile another computer publishes under the same name.
+    FolderBucket other(siteFolder);
+    other.put("harbour/video.json", RequestBody::bytes("theirs"), {}, WriteCondition::absent());
+    fixture.workspace->confirmPoster();
+    fixture.queue.runUntil(settled);
+    auto* failure = fixture.workspace->screen().as<Failure>();
+    ASSERT_TRUE(failure) << "the publish went into the other computer's folder";
+    EXPECT_EQ(failure->title, "Publishing Failed");
+    EXPECT_EQ(failure->message, "harbour/video.json changed after it was read, or it exists already");
+    ASSERT_TRUE(failure->retry);
+    auto build = failure->retry->built;
+    ASSERT_TRUE(build);
+    EXPECT_EQ(other.listKeys(""), std::vector<std::string>{"harbour/video.json"});
+
+    fixture.workspace->retry();
+    EXPECT_EQ(fixture.workspace->screen().as<PublishingState>()->built, build);
+    fixture.queue.runUntil(settled);
+    auto* published = fixture.workspace->screen().as<PublishedState>();
+    ASSERT_TRUE(published);
+    EXPECT_EQ(published->links.page, "http://localhost:8787/harbour-1");
+    EXPECT_EQ(other.object("harbour/video.json"), "theirs");
 }

@@ -71,7 +71,10 @@ int runPublish(const PublishOptions& options) {
     if (workspace->screen().as<app::Screen::Start>()) return 130;
 
     workspace->editConfirm([&](app::ConfirmState& confirm) {
-        if (options.name) confirm.name = *options.name;
+        if (options.name) {
+            confirm.name = *options.name;
+            confirm.isNameTyped = true;
+        }
         if (options.title) confirm.title = *options.title;
         if (options.reference) confirm.reference = *options.reference;
         if (options.description) confirm.description = *options.description;

@@ -28,6 +28,9 @@ struct UploadLeftovers {
     std::string bucketIdentity;
     std::string folderPrefix;
     std::string folder;
+    // The ETag of the video.json that the upload left, with which a retry takes the
+    // folder back; absent when it is gone or could not be read.
+    std::optional<std::string> placeholderETag;
 };
 
 struct WorkDirectory {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -42,6 +43,17 @@ struct Published {
     VideoMetadata metadata;
 };
 
+// The folder an upload goes to, as resolved before the build.
+struct UploadFolder {
+    std::string requestedName;  // what was asked for: further candidates are numbered from it
+    std::string name;           // the folder found free for it
+    // The person chose the name: when another computer takes the folder first, the
+    // publish fails instead of moving on to the next free name.
+    bool isTyped = false;
+};
+
+using FolderHandler = std::function<void(const std::string& folder)>;
+
 // Turns a source file into a finished video folder on the local disk, and a
 // finished folder into a video folder in the bucket.
 struct Publisher {
@@ -74,11 +86,19 @@ struct Publisher {
     // Names in `taken` are skipped without asking the bucket.
     std::string resolveFolder(const std::string& name, const std::vector<std::string>& taken = {}) const;
 
-    // Uploads a finished folder under <prefix><folder>/, master.m3u8 last. A failure
-    // or cancellation deletes what went up, master.m3u8 first and video.json last,
-    // in a clean-up that cancellation does not reach, and then passes on.
-    Published publish(BuiltFolder& built, const std::string& folder, UploadJournal& journal,
-                      const ProgressHandler& onProgress) const;
+    // The leftovers of an earlier upload of this build, when they lie in this destination.
+    std::optional<UploadLeftovers> leftoversHere(const BuiltFolder& built) const;
+
+    // Uploads a finished folder under <prefix><folder>/, master.m3u8 last. A
+    // placeholder video.json claims the folder first, written only where no object
+    // is (or over the leftovers of this build). When another computer has claimed
+    // the folder, the upload moves to the next free name and tells onFolderChange,
+    // or fails with the conflict for a typed name. A failure or cancellation
+    // deletes what went up, master.m3u8 first and video.json last, in a clean-up
+    // that cancellation does not reach, and then passes on; it never deletes in a
+    // folder that this upload did not claim.
+    Published publish(BuiltFolder& built, const UploadFolder& folder, UploadJournal& journal,
+                      const ProgressHandler& onProgress, const FolderHandler& onFolderChange = {}) const;
 };
 
 // $TMPDIR/vorlen, or /tmp/vorlen.

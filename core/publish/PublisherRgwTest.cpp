@@ -1,9 +1,12 @@
 // Publishing end to end against a real S3 server with a fault proxy between:
 // what the bucket holds after a publish through faults, after a stop at a random
-// moment, and after a death late in the upload whose clean-up fails too.
+// moment, after a death late in the upload whose clean-up fails too, and when two
+// computers publish under the same name.
 #include <gtest/gtest.h>
 
+#include <latch>
 #include <random>
+#include <set>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -33,19 +36,26 @@ bool isMultipartStart(const ProxyRequest& request) {
 
 class PublisherRgwTest : public ::testing::Test {
 protected:
-    // One real build serves every test: a 10 s clip, so that a seek crosses chunks.
+    // One real build serves most tests: a 10 s clip, so that a seek crosses chunks.
+    // A second, shorter one is the other computer's video when two publish at once.
     static void SetUpTestSuite() {
         clips = new testing::ClipFolder;
-        auto source = clips->make("Harbour.mp4", testing::lavfiVideo(320, 180, 10) + " " + testing::lavfiTone(10) +
-                                                     " -c:v libx264 -preset ultrafast -c:a aac -shortest");
-        Publisher builder = basePublisher();
-        built = builder.build(builder.inspect(source), VideoDetails("Harbour", std::nullopt, std::nullopt,
-                                                                     VideoVisibility::publicVideo),
-                              AudioLoudness::web, std::nullopt, nullptr);
+        built = buildClip("Harbour", 10);
+        otherBuilt = buildClip("Lighthouse", 4);
     }
     static void TearDownTestSuite() {
         built.reset();
+        otherBuilt.reset();
         delete clips;
+    }
+
+    static std::shared_ptr<BuiltFolder> buildClip(const std::string& title, double seconds) {
+        auto source = clips->make(title + ".mp4", testing::lavfiVideo(320, 180, seconds) + " " + testing::lavfiTone(seconds) +
+                                                      " -c:v libx264 -preset ultrafast -c:a aac -shortest");
+        Publisher builder = basePublisher();
+        return builder.build(builder.inspect(source),
+                             VideoDetails(title, std::nullopt, std::nullopt, VideoVisibility::publicVideo),
+                             AudioLoudness::web, std::nullopt, nullptr);
     }
 
     static Publisher basePublisher() {
@@ -76,8 +86,20 @@ protected:
 
     std::size_t openUploads() const { return RgwServer::shared().openUploads(direct->location().bucket); }
 
+    // The folder under folderPrefix holds the build's files and nothing else, byte for byte.
+    void expectFolderIs(const std::string& folderPrefix, const BuiltFolder& folder) const {
+        auto files = folder.allFiles();
+        EXPECT_EQ(direct->listKeys(folderPrefix).size(), files.size()) << folderPrefix;
+        for (const auto& file : files) {
+            auto stored = direct->object(folderPrefix + file);
+            ASSERT_TRUE(stored) << folderPrefix << file;
+            ASSERT_TRUE(*stored == readFile(folder.directory() / file)) << folderPrefix << file << " differs from the built file";
+        }
+    }
+
     static inline testing::ClipFolder* clips = nullptr;
     static inline std::shared_ptr<BuiltFolder> built;
+    static inline std::shared_ptr<BuiltFolder> otherBuilt;
     std::unique_ptr<FaultProxy> proxy;
     std::shared_ptr<S3Bucket> direct;  // the same bucket, without the proxy
     UploadJournal journal;
@@ -90,23 +112,18 @@ TEST_F(PublisherRgwTest, aPublishThroughTransientFaultsArrivesWholeAndPlaysWhenR
         Fault fault = faults(request);
         return isMultipartStart(request) && fault.kind == Fault::Kind::loseAnswer ? Fault::respond(503) : fault;
     });
-    auto published = publisher().publish(*built, "harbour", journal, nullptr);
+    auto published = publisher().publish(*built, {"harbour", "harbour"}, journal, nullptr);
     proxy->setPolicy(nullptr);
     EXPECT_GT(proxy->faultsInjected(), 0u);
     auto requests = proxy->requests();
     EXPECT_TRUE(std::any_of(requests.begin(), requests.end(), isMultipartStart)) << "larger chunks went in parts";
     EXPECT_EQ(published.hlsKey, "videos/harbour/master.m3u8");
 
-    auto files = built->allFiles();
-    auto keys = direct->listKeys("videos/harbour/");
-    EXPECT_EQ(keys.size(), files.size());
+    expectFolderIs("videos/harbour/", *built);
     fs::path readBack = clips->path() / "read-back";
-    for (const auto& file : files) {
-        auto stored = direct->object("videos/harbour/" + file);
-        ASSERT_TRUE(stored) << file;
-        ASSERT_TRUE(*stored == readFile(built->directory() / file)) << file << " differs from the built file";
+    for (const auto& file : built->allFiles()) {
         fs::create_directories((readBack / file).parent_path());
-        writeFileAtomically(readBack / file, *stored);
+        writeFileAtomically(readBack / file, *direct->object("videos/harbour/" + file));
     }
     EXPECT_EQ(openUploads(), 0u);
 
@@ -123,7 +140,7 @@ TEST_F(PublisherRgwTest, aStopAtARandomMomentLeavesNothingBehind) {
         auto requestsBefore = proxy->requests().size();
         auto stopAfter = std::uniform_int_distribution<std::size_t>(1, 30)(random);
         std::string folder = "harbour-" + std::to_string(round);
-        auto job = Task<void>::spawn([&] { publisher().publish(*built, folder, journal, nullptr); });
+        auto job = Task<void>::spawn([&] { publisher().publish(*built, {folder, folder}, journal, nullptr); });
         while (proxy->requests().size() - requestsBefore < stopAfter && !job.isFinished())
             sleepFor(std::chrono::milliseconds(2));
         job.cancel();
@@ -145,12 +162,60 @@ TEST_F(PublisherRgwTest, aDeathAtManifestMpdLeavesNoMasterEvenWhenTheCleanupFail
         bool deletion = request.method == "DELETE" || (request.method == "POST" && request.target.find("delete") != std::string::npos);
         return mpd || deletion ? Fault::respond(403, "<Error><Code>AccessDenied</Code></Error>") : Fault::none();
     });
-    EXPECT_THROW(publisher().publish(*built, "harbour", journal, nullptr), VorlenError);
+    EXPECT_THROW(publisher().publish(*built, {"harbour", "harbour"}, journal, nullptr), VorlenError);
     EXPECT_FALSE(direct->object("videos/harbour/master.m3u8"));
     EXPECT_TRUE(direct->object("videos/harbour/video.json")) << "the failed clean-up left the placeholder";
     ASSERT_TRUE(built->leftovers());
     EXPECT_EQ(built->leftovers()->folder, "harbour");
     built->setLeftovers(std::nullopt);
+}
+
+TEST_F(PublisherRgwTest, twoComputersPublishingTheSameNameAtOnceEachEndWithTheirOwnFolder) {
+    std::latch start(2);
+    UploadJournal otherJournal;
+    auto publishAtOnce = [&](BuiltFolder* folder, UploadJournal* log) {
+        return Task<Published>::spawn([this, &start, folder, log] {
+            start.arrive_and_wait();
+            return publisher().publish(*folder, {"regatta", "regatta"}, *log, nullptr);
+        });
+    };
+    auto first = publishAtOnce(built.get(), &journal);
+    auto second = publishAtOnce(otherBuilt.get(), &otherJournal);
+    Published firstPublished = first.value();
+    Published secondPublished = second.value();
+    EXPECT_EQ((std::set<std::string>{firstPublished.folderPrefix, secondPublished.folderPrefix}),
+              (std::set<std::string>{"videos/regatta/", "videos/regatta-1/"}));
+    expectFolderIs(firstPublished.folderPrefix, *built);
+    expectFolderIs(secondPublished.folderPrefix, *otherBuilt);
+}
+
+TEST_F(PublisherRgwTest, aPublishStoppedAfterLosingItsNameNeverRemovesTheOthersObjects) {
+    publisher().publish(*built, {"quay", "quay"}, journal, nullptr);
+    // The second computer resolved "quay" before the first took it; slow bodies keep its upload in flight.
+    proxy->setPolicy([](const ProxyRequest&) { return Fault::slowBody(std::chrono::milliseconds(3)); });
+    auto requestsBefore = proxy->requests().size();
+    std::atomic<bool> moved{false};
+    UploadJournal loserJournal;
+    auto loser = Task<void>::spawn([&] {
+        publisher().publish(*otherBuilt, {"quay", "quay"}, loserJournal, nullptr, [&](const std::string&) { moved = true; });
+    });
+    auto mediaSent = [&] {
+        auto requests = proxy->requests();
+        return std::any_of(requests.begin() + static_cast<std::ptrdiff_t>(requestsBefore), requests.end(),
+                           [](const ProxyRequest& request) { return request.method == "PUT" && request.target.find("/v_") != std::string::npos; });
+    };
+    while (!mediaSent() && !loser.isFinished()) sleepFor(std::chrono::milliseconds(2));
+    loser.cancel();
+    try {
+        loser.value();
+    } catch (const Cancelled&) {
+    }
+    EXPECT_TRUE(moved);
+    expectFolderIs("videos/quay/", *built);
+    if (!direct->object("videos/quay-1/master.m3u8")) {  // else it finished before the stop
+        EXPECT_EQ(direct->listKeys("videos/quay-1/"), std::vector<std::string>{})
+            << fmt::format("{}", fmt::join(loserJournal.entries(), "\n"));
+    }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "core/base/Clock.hpp"
 #include "core/base/Log.hpp"
+#include "core/base/Random.hpp"
 #include "core/base/Task.hpp"
 #include "core/base/VorlenError.hpp"
 #include "core/net/RetryPolicy.hpp"
@@ -20,6 +21,59 @@ namespace {
 constexpr auto tickInterval = std::chrono::milliseconds(250);
 constexpr std::size_t deleteGroupSize = 1000;
 constexpr std::chrono::milliseconds lateWritePause{1000};
+// User metadata of video.json that names the upload which wrote it. Two computers
+// can build byte-identical placeholders in the same second: only this tells an
+// upload its own write from another's.
+constexpr const char* uploadIDField = "vorlen-upload";
+
+// How an upload stands with its folder.
+enum class FolderHold {
+    claiming,  // its placeholder is on the way, or failed unanswered: it may have landed
+    own,       // its placeholder won, so everything in the folder is the upload's
+    lost,      // another upload's video.json stands there
+};
+
+enum class Writer { nobody, thisUpload, another };
+
+Writer writerOf(Bucket& bucket, const std::string& key, const std::string& uploadID) {
+    auto info = bucket.info(key);
+    if (!info) return Writer::nobody;
+    auto found = info->metadata.find(uploadIDField);
+    return found != info->metadata.end() && found->second == uploadID ? Writer::thisUpload : Writer::another;
+}
+
+ObjectHeaders videoJSONHeaders(const std::string& uploadID) {
+    ObjectHeaders headers = videoFolderHeaders("video.json");
+    headers.metadata[uploadIDField] = uploadID;
+    return headers;
+}
+
+// video.json with only what is known before the media: no poster, duration, size or audio.
+std::string placeholderBytes(VideoMetadata metadata) {
+    metadata.poster.reset();
+    metadata.duration.reset();
+    metadata.size.reset();
+    metadata.audio.reset();
+    metadata.unknownAudioLoudness.reset();
+    return metadata.encoded();
+}
+
+// Writes the placeholder under the upload's retry rule; returns whether it stands.
+// A conflict after an attempt whose answer was lost may meet that attempt's own
+// write: it counts as the upload's when the object carries the upload's ID.
+bool writePlaceholder(Bucket& bucket, const std::string& key, const std::string& bytes, const std::string& uploadID,
+                      const WriteCondition& condition, const UploadOptions& options) {
+    RetryPolicy retry{options.maxRetries, options.retryDelay};
+    return retry.run([&](std::int64_t attempt) {
+        try {
+            bucket.put(key, RequestBody::bytes(bytes), videoJSONHeaders(uploadID), condition);
+            return true;
+        } catch (const VorlenError& error) {
+            if (!error.is<failure::Conflict>()) throw;
+            return attempt > 1 && writerOf(bucket, key, uploadID) == Writer::thisUpload;
+        }
+    });
+}
 
 // Deletes every key, in the order given, in groups of at most 1000. A key that
 // the server refuses alone (a write of it may still be settling) is tried again
@@ -55,9 +109,10 @@ bool deleteAll(Bucket& bucket, const std::vector<std::string>& keys, const Uploa
 
 // A write that a stop cut off on this side may still be committed by the server
 // after its delete went through. So the clean-up looks again, at once and after
-// a pause, and deletes what came back, in the same order.
+// a pause, and deletes what came back, in the same order. The placeholder stays
+// meanwhile: while it stands, no other upload takes the folder.
 bool deleteLateWrites(Bucket& bucket, const std::string& folderPrefix, const std::vector<std::string>& keys,
-                      const UploadOptions& options, UploadJournal& journal) {
+                      const std::string& placeholderKey, const UploadOptions& options, UploadJournal& journal) {
     for (auto pause : {std::chrono::milliseconds(0), lateWritePause}) {
         sleepFor(pause);
         std::vector<std::string> found;
@@ -67,6 +122,7 @@ bool deleteLateWrites(Bucket& bucket, const std::string& folderPrefix, const std
             journal.log(fmt::format("cleanup listing failed: {}", error.what()));
             return false;
         }
+        std::erase(found, placeholderKey);
         if (found.empty()) continue;
         std::vector<std::string> again;
         for (const auto& key : keys)
@@ -77,6 +133,83 @@ bool deleteLateWrites(Bucket& bucket, const std::string& folderPrefix, const std
         if (!deleteAll(bucket, again, options, journal)) return false;
     }
     return true;
+}
+
+// Whether a placeholder whose write went unanswered landed, at once or a moment
+// later: a write that a stop cut off may still be committed.
+bool placeholderLanded(Bucket& bucket, const std::string& key, const std::string& uploadID) {
+    for (auto pause : {std::chrono::milliseconds(0), lateWritePause}) {
+        sleepFor(pause);
+        Writer writer = writerOf(bucket, key, uploadID);
+        if (writer != Writer::nobody) return writer == Writer::thisUpload;
+    }
+    return false;
+}
+
+// Removes what the upload wrote. Only a folder that its placeholder claimed is
+// its own to empty: `keys` (all but video.json, in reverse order of upload, so
+// master.m3u8 goes first), then the second look, then video.json, which holds
+// the folder until nothing else is left. Settles a hold that was still claiming;
+// returns whether all is gone.
+bool removeUpload(Bucket& bucket, const std::string& folderPrefix, const std::vector<std::string>& keys,
+                  FolderHold& hold, const std::string& uploadID, const UploadOptions& options, UploadJournal& journal) {
+    const std::string placeholderKey = folderPrefix + "video.json";
+    if (hold == FolderHold::claiming) {
+        try {
+            hold = placeholderLanded(bucket, placeholderKey, uploadID) ? FolderHold::own : FolderHold::lost;
+        } catch (const std::exception& error) {
+            journal.log(fmt::format("cleanup check of {} failed: {}", placeholderKey, error.what()));
+            return false;
+        }
+    }
+    if (hold != FolderHold::own) return true;
+    return deleteAll(bucket, keys, options, journal) &&
+           deleteLateWrites(bucket, folderPrefix, keys, placeholderKey, options, journal) &&
+           deleteAll(bucket, {placeholderKey}, options, journal);
+}
+
+// The ETag of video.json while it is the upload's own, with which a retry takes the folder back.
+std::optional<std::string> ownETag(Bucket& bucket, const std::string& key, const std::string& uploadID, UploadJournal& journal) {
+    try {
+        if (writerOf(bucket, key, uploadID) != Writer::thisUpload) return std::nullopt;
+        if (auto tagged = bucket.taggedObject(key)) return tagged->etag;
+    } catch (const std::exception& error) {
+        journal.log(fmt::format("cleanup check of {} failed: {}", key, error.what()));
+    }
+    return std::nullopt;
+}
+
+// Claims a folder with the placeholder, which makes the name count as taken for
+// every other computer: the folder resolved before the build or, when another
+// upload took it meanwhile, the next free one (never for a typed name). `folder`
+// and `hold` tell at every moment where the claim stands, so that a failure
+// knows what is the upload's to clean up.
+void claimFolder(const Publisher& publisher, BuiltFolder& built, const UploadFolder& target, const std::string& uploadID,
+                 std::string& folder, FolderHold& hold, UploadJournal& journal, const FolderHandler& onFolderChange) {
+    const Destination& destination = publisher.destination;
+    const std::string placeholder = placeholderBytes(built.built().metadata);
+    std::vector<std::string> lost;
+    for (;;) {
+        hold = FolderHold::claiming;
+        const std::string key = destination.prefix + folder + "/video.json";
+        auto leftovers = publisher.leftoversHere(built);
+        bool intoLeftovers = leftovers && leftovers->folder == folder;
+        auto condition = intoLeftovers && leftovers->placeholderETag ? WriteCondition::unchanged(*leftovers->placeholderETag)
+                                                                     : WriteCondition::absent();
+        if (writePlaceholder(*destination.bucket, key, placeholder, uploadID, condition, publisher.upload)) {
+            hold = FolderHold::own;
+            return;
+        }
+        hold = FolderHold::lost;
+        // Another upload has the folder now, with whatever this build left there.
+        if (intoLeftovers) built.setLeftovers(std::nullopt);
+        if (target.isTyped) throw VorlenError::conflict(key);
+        lost.push_back(folder);
+        std::string next = publisher.resolveFolder(target.requestedName, lost);
+        journal.log(fmt::format("{} belongs to another upload: the video goes to {}{}/", key, destination.prefix, next));
+        folder = next;
+        if (onFolderChange) onFolderChange(folder);
+    }
 }
 
 }  // namespace
@@ -92,17 +225,22 @@ std::string Publisher::resolveFolder(const std::string& name, const std::vector<
     throw VorlenError::config(fmt::format("no free folder name for \u201c{}\u201d", name));
 }
 
-Published Publisher::publish(BuiltFolder& built, const std::string& folder, UploadJournal& journal,
-                             const ProgressHandler& onProgress) const {
+std::optional<UploadLeftovers> Publisher::leftoversHere(const BuiltFolder& built) const {
+    auto leftovers = built.leftovers();
+    if (leftovers && leftovers->bucketIdentity == destination.bucketIdentity && leftovers->folderPrefix == destination.prefix)
+        return leftovers;
+    return std::nullopt;
+}
+
+Published Publisher::publish(BuiltFolder& built, const UploadFolder& target, UploadJournal& journal,
+                             const ProgressHandler& onProgress, const FolderHandler& onFolderChange) const {
     checkCancellation();
-    const std::string folderPrefix = destination.prefix + folder + "/";
     const std::vector<std::string> files = built.allFiles();
     const auto batches = videoFolderBatches(files);
     std::uint64_t totalBytes = built.byteCount();
     journal.logStart(files.size(), totalBytes, upload, limiter->bytesPerSecond());
 
     Uploader uploader{destination.bucket, limiter, upload, std::shared_ptr<UploadJournal>(&journal, [](UploadJournal*) {})};
-    RetryPolicy retry{upload.maxRetries, upload.retryDelay};
     std::atomic<std::uint64_t> storedBytes{0};  // bytes of the batches that are done
     std::atomic<std::uint64_t> batchBytes{0};   // bytes given so far in the running batch
     auto started = BootClock::now();
@@ -126,20 +264,13 @@ Published Publisher::publish(BuiltFolder& built, const std::string& folder, Uplo
         onProgress(out);
     };
 
+    const std::string uploadID = randomString(16, "0123456789abcdef");
+    std::string folder = target.name;
+    FolderHold hold = FolderHold::claiming;
     try {
-        // The placeholder makes the name count as taken for every other computer from now on.
-        VideoMetadata placeholder = built.built().metadata;
-        placeholder.poster.reset();
-        placeholder.duration.reset();
-        placeholder.size.reset();
-        placeholder.audio.reset();
-        placeholder.unknownAudioLoudness.reset();
-        std::string placeholderBytes = placeholder.encoded();
-        retry.run([&](std::int64_t) {
-            return destination.bucket->put(folderPrefix + "video.json", RequestBody::bytes(placeholderBytes),
-                                           videoFolderHeaders("video.json"));
-        });
+        claimFolder(*this, built, target, uploadID, folder, hold, journal, onFolderChange);
 
+        const std::string folderPrefix = destination.prefix + folder + "/";
         auto ticker = Task<void>::spawn([&] {
             for (;;) {
                 sleepFor(tickInterval);
@@ -152,7 +283,8 @@ Published Publisher::publish(BuiltFolder& built, const std::string& folder, Uplo
             for (const auto& path : batch) {
                 auto file = built.directory() / path;
                 bytes += std::filesystem::file_size(file);
-                uploads.push_back(UploadFile{file, folderPrefix + path, videoFolderHeaders(path)});
+                auto headers = path == "video.json" ? videoJSONHeaders(uploadID) : videoFolderHeaders(path);
+                uploads.push_back(UploadFile{file, folderPrefix + path, headers});
             }
             uploader.upload(uploads, [&](std::uint64_t given) { batchBytes = given; });
             storedBytes += bytes;
@@ -162,25 +294,31 @@ Published Publisher::publish(BuiltFolder& built, const std::string& folder, Uplo
     } catch (...) {
         auto failure = std::current_exception();
         journal.logStop(failure);
+        const std::string folderPrefix = destination.prefix + folder + "/";
         // Reverse order of upload: master.m3u8 goes first, so no player starts a half-deleted video.
         std::vector<std::string> keys;
         for (auto batch = batches.rbegin(); batch != batches.rend(); ++batch)
-            for (auto path = batch->rbegin(); path != batch->rend(); ++path) keys.push_back(folderPrefix + *path);
-        if (std::find(keys.begin(), keys.end(), folderPrefix + "video.json") == keys.end())
-            keys.push_back(folderPrefix + "video.json");
+            for (auto path = batch->rbegin(); path != batch->rend(); ++path)
+                if (*path != "video.json") keys.push_back(folderPrefix + *path);
         auto bucket = destination.bucket;
         auto options = upload;
+        std::optional<std::string> placeholderETag;
         bool allGone = Task<bool>::detached([&, bucket, options] {
-                           return deleteAll(*bucket, keys, options, journal) &&
-                                  deleteLateWrites(*bucket, folderPrefix, keys, options, journal);
+                           if (removeUpload(*bucket, folderPrefix, keys, hold, uploadID, options, journal)) return true;
+                           placeholderETag = ownETag(*bucket, folderPrefix + "video.json", uploadID, journal);
+                           return false;
                        }).value();
+        auto leftovers = leftoversHere(built);
         if (!allGone) {
             journal.log("the cleanup did not delete every file");
-            built.setLeftovers(UploadLeftovers{destination.bucketIdentity, destination.prefix, folder});
+            built.setLeftovers(UploadLeftovers{destination.bucketIdentity, destination.prefix, folder, placeholderETag});
+        } else if (hold == FolderHold::own && leftovers && leftovers->folder == folder) {
+            built.setLeftovers(std::nullopt);  // they went with the rest of the folder
         }
         std::rethrow_exception(failure);
     }
 
+    const std::string folderPrefix = destination.prefix + folder + "/";
     double seconds = secondsBetween(started, BootClock::now());
     journal.log(fmt::format("upload ended: {} bytes in {:.1f} s", totalBytes, seconds));
     if (onProgress) {

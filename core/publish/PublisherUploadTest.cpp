@@ -4,6 +4,7 @@
 #include "core/base/Files.hpp"
 #include "core/base/Task.hpp"
 #include "core/publish/Publisher.hpp"
+#include "core/storage/VideoFolderHeaders.hpp"
 #include "testing/FaultyBucket.hpp"
 
 using namespace vorlen;
@@ -61,6 +62,38 @@ struct Fixture : ::testing::Test {
             if (call.operation == "put") keys.push_back(call.key);
         return keys;
     }
+
+    // Another computer's video, published in a folder after this upload resolved the name.
+    void publishElsewhere(const std::string& folder) {
+        for (std::string name : {"v_360/001.mp4", "video.json", "master.m3u8"})
+            store->put("videos/" + folder + "/" + name, RequestBody::bytes("theirs: " + name), videoFolderHeaders(name));
+    }
+
+    // Every object under a prefix with its bytes and ETag.
+    std::map<std::string, std::pair<std::string, std::string>> objects(const std::string& prefix) {
+        std::map<std::string, std::pair<std::string, std::string>> found;
+        for (const auto& key : store->listKeys(prefix)) {
+            auto object = store->taggedObject(key);
+            found[key] = {object->data, object->etag};
+        }
+        return found;
+    }
+
+    bool anyDeletes() {
+        auto calls = bucket->recorded();
+        return std::any_of(calls.begin(), calls.end(), [](auto& call) { return call.operation == "delete"; });
+    }
+
+    // Fails the upload at manifest.mpd and refuses every delete, so that the folder stays as leftovers.
+    void failWithLeftovers(BuiltFolder& folderBuilt, const std::string& folder) {
+        bucket->fault = [](const FaultyBucket::Call& call, const RequestBody*) {
+            if (call.key.ends_with("manifest.mpd") && call.operation == "put") throw VorlenError::status(403, "AccessDenied");
+            if (call.operation == "delete") throw VorlenError::status(403, "AccessDenied");
+            return FaultyBucket::Fault::none;
+        };
+        EXPECT_THROW(publisher().publish(folderBuilt, {folder, folder}, journal, nullptr), VorlenError);
+        bucket->fault = nullptr;
+    }
 };
 
 }  // namespace
@@ -68,7 +101,7 @@ struct Fixture : ::testing::Test {
 TEST_F(Fixture, PlaceholderFirstMasterLastAndEveryFileStored) {
     auto folderBuilt = built();
     std::vector<PublishProgress> progress;
-    auto published = publisher().publish(*folderBuilt, "clip", journal, [&](const PublishProgress& p) { progress.push_back(p); });
+    auto published = publisher().publish(*folderBuilt, {"clip", "clip"}, journal, [&](const PublishProgress& p) { progress.push_back(p); });
     EXPECT_EQ(published.hlsKey, "videos/clip/master.m3u8");
     EXPECT_EQ(published.fileCount, 9);
     auto keys = putKeys();
@@ -89,7 +122,7 @@ TEST_F(Fixture, DeathInTheManifestBatchLeavesNoMasterEvenWhenTheCleanupFails) {
         if (call.operation == "delete") throw VorlenError::status(403, "AccessDenied");
         return FaultyBucket::Fault::none;
     };
-    EXPECT_THROW(publisher().publish(*folderBuilt, "clip", journal, nullptr), VorlenError);
+    EXPECT_THROW(publisher().publish(*folderBuilt, {"clip", "clip"}, journal, nullptr), VorlenError);
     EXPECT_FALSE(store->object("videos/clip/master.m3u8"));
     ASSERT_TRUE(folderBuilt->leftovers());
     EXPECT_EQ(folderBuilt->leftovers()->folder, "clip");
@@ -107,11 +140,128 @@ TEST_F(Fixture, CancelledUploadRemovesEverythingItWroteWithThePlaceholder) {
             for (;;) sleepFor(1s);  // hangs until cancelled
         return FaultyBucket::Fault::none;
     };
-    auto job = Task<void>::spawn([&] { publisher().publish(*folderBuilt, "clip", journal, nullptr); });
+    auto job = Task<void>::spawn([&] { publisher().publish(*folderBuilt, {"clip", "clip"}, journal, nullptr); });
     while (puts < 4) std::this_thread::sleep_for(1ms);
     job.cancel();
     EXPECT_THROW(job.value(), Cancelled);
     EXPECT_TRUE(store->listKeys("videos/clip/").empty());
+    EXPECT_FALSE(folderBuilt->leftovers());
+}
+
+TEST_F(Fixture, AFolderTakenMeanwhileMovesTheUploadToTheNextFreeNameAndStaysUntouched) {
+    publishElsewhere("clip");
+    auto theirs = objects("videos/clip/");
+    auto folderBuilt = built();
+    std::vector<std::string> moves;
+    auto published = publisher().publish(*folderBuilt, {"clip", "clip"}, journal, nullptr,
+                                         [&](const std::string& folder) { moves.push_back(folder); });
+    EXPECT_EQ(published.folderPrefix, "videos/clip-1/");
+    EXPECT_EQ(moves, std::vector<std::string>{"clip-1"});
+    EXPECT_EQ(store->listKeys("videos/clip-1/").size(), 9u);
+    EXPECT_EQ(objects("videos/clip/"), theirs);
+    EXPECT_FALSE(anyDeletes());
+}
+
+TEST_F(Fixture, ATypedNameThatWasTakenFailsWithTheConflictAndKeepsTheBuild) {
+    publishElsewhere("clip");
+    auto theirs = objects("videos/clip/");
+    auto folderBuilt = built();
+    try {
+        publisher().publish(*folderBuilt, {"clip", "clip", true}, journal, nullptr);
+        ADD_FAILURE() << "the publish took a folder that another upload had";
+    } catch (const VorlenError& error) {
+        EXPECT_TRUE(error.is<failure::Conflict>());
+        EXPECT_STREQ(error.what(), "videos/clip/video.json changed after it was read, or it exists already");
+    }
+    EXPECT_EQ(objects("videos/clip/"), theirs);
+    EXPECT_TRUE(store->listKeys("videos/clip-1/").empty());
+    EXPECT_FALSE(anyDeletes());
+    EXPECT_TRUE(fs::exists(folderBuilt->directory() / "master.m3u8"));
+    EXPECT_FALSE(folderBuilt->leftovers());
+}
+
+TEST_F(Fixture, ALostPlaceholderAnswerIsTheUploadsOwnButAnIdenticalPlaceholderOfAnotherIsNot) {
+    auto folderBuilt = built();
+    std::atomic<int> clipAttempts{0};
+    std::atomic<int> filmAttempts{0};
+    bucket->fault = [&](const FaultyBucket::Call& call, const RequestBody* body) {
+        if (call.operation != "put") return FaultyBucket::Fault::none;
+        if (call.key == "videos/clip/video.json" && ++clipAttempts == 1) return FaultyBucket::Fault::lose;
+        if (call.key == "videos/film/video.json" && ++filmAttempts == 1) {
+            // Another computer stores the same bytes while this attempt fails on its way.
+            store->put(call.key, *body, videoFolderHeaders("video.json"));
+            throw VorlenError::status(503, "SlowDown");
+        }
+        return FaultyBucket::Fault::none;
+    };
+    std::vector<std::string> moves;
+    auto onMove = [&](const std::string& folder) { moves.push_back(folder); };
+
+    auto own = publisher().publish(*folderBuilt, {"clip", "clip"}, journal, nullptr, onMove);
+    EXPECT_EQ(own.folderPrefix, "videos/clip/");
+    EXPECT_EQ(store->listKeys("videos/clip/").size(), 9u);
+    EXPECT_TRUE(moves.empty());
+
+    auto moved = publisher().publish(*folderBuilt, {"film", "film"}, journal, nullptr, onMove);
+    EXPECT_EQ(moved.folderPrefix, "videos/film-1/");
+    EXPECT_EQ(moves, std::vector<std::string>{"film-1"});
+    EXPECT_EQ(store->listKeys("videos/film/"), std::vector<std::string>{"videos/film/video.json"});
+    EXPECT_FALSE(anyDeletes());
+}
+
+TEST_F(Fixture, ARetryTakesItsLeftoversBackUnlessAnotherUploadTookTheFolderOver) {
+    auto folderBuilt = built();
+    failWithLeftovers(*folderBuilt, "clip");
+    ASSERT_TRUE(folderBuilt->leftovers());
+    EXPECT_EQ(folderBuilt->leftovers()->placeholderETag, store->taggedObject("videos/clip/video.json")->etag);
+    std::vector<std::string> moves;
+    auto onMove = [&](const std::string& folder) { moves.push_back(folder); };
+    auto retried = publisher().publish(*folderBuilt, {"clip", "clip"}, journal, nullptr, onMove);
+    EXPECT_EQ(retried.folderPrefix, "videos/clip/");
+    EXPECT_FALSE(folderBuilt->leftovers());
+
+    // Someone removed the leftovers of "film" and published there before the retry.
+    failWithLeftovers(*folderBuilt, "film");
+    ASSERT_TRUE(folderBuilt->leftovers());
+    store->deleteObjects(store->listKeys("videos/film/"));
+    publishElsewhere("film");
+    auto theirs = objects("videos/film/");
+    auto moved = publisher().publish(*folderBuilt, {"film", "film"}, journal, nullptr, onMove);
+    EXPECT_EQ(moved.folderPrefix, "videos/film-1/");
+    EXPECT_EQ(moves, std::vector<std::string>{"film-1"});
+    EXPECT_EQ(objects("videos/film/"), theirs);
+    EXPECT_FALSE(folderBuilt->leftovers());
+}
+
+// A bucket where another computer publishes into the folder the moment that its video.json is gone.
+struct BucketWithANewcomer : FaultyBucket {
+    using FaultyBucket::FaultyBucket;
+    std::atomic<bool> arrived{false};
+
+    std::vector<DeleteFailure> deleteObjects(const std::vector<std::string>& keys) override {
+        auto failures = FaultyBucket::deleteObjects(keys);
+        if (!arrived && !inner->object("videos/clip/video.json")) {
+            arrived = true;
+            inner->put("videos/clip/video.json", RequestBody::bytes("theirs"), {}, WriteCondition::absent());
+            inner->put("videos/clip/master.m3u8", RequestBody::bytes("theirs"), {});
+        }
+        return failures;
+    }
+};
+
+TEST_F(Fixture, TheCleanupHoldsTheFolderUntilItsLastDeleteSoANewcomerKeepsItsFiles) {
+    auto newcomer = std::make_shared<BucketWithANewcomer>(store);
+    newcomer->fault = [](const FaultyBucket::Call& call, const RequestBody*) {
+        if (call.key.ends_with("manifest.mpd") && call.operation == "put") throw VorlenError::status(403, "AccessDenied");
+        return FaultyBucket::Fault::none;
+    };
+    auto made = publisher();
+    made.destination.bucket = newcomer;
+    auto folderBuilt = built();
+    EXPECT_THROW(made.publish(*folderBuilt, {"clip", "clip"}, journal, nullptr), VorlenError);
+    EXPECT_TRUE(newcomer->arrived);
+    EXPECT_EQ(store->listKeys("videos/clip/"), (std::vector<std::string>{"videos/clip/master.m3u8", "videos/clip/video.json"}));
+    EXPECT_EQ(store->object("videos/clip/video.json"), "theirs");
     EXPECT_FALSE(folderBuilt->leftovers());
 }
 
