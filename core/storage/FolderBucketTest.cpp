@@ -7,9 +7,11 @@
 #include <fmt/format.h>
 
 #include "core/base/Crypto.hpp"
+#include "core/base/Dates.hpp"
 #include "core/base/Files.hpp"
 #include "core/base/Json.hpp"
 #include "core/storage/BucketContractTest.hpp"
+#include "testing/ContractCases.hpp"
 
 namespace vorlen {
 namespace {
@@ -51,10 +53,30 @@ TEST_F(FolderBucketTest, keepsObjectsWhereAWebServerFindsThemAndHeadersBeside) {
     EXPECT_EQ(bucket.object("site"), "now a file");
 }
 
+// The layout that the page Worker's tools write and read too.
+TEST_F(FolderBucketTest, keepsEachKeyWhereTheSharedLayoutSays) {
+    Json layout = testing::contractCases("folder-bucket-layout.json");
+    for (const Json& entry : layout.at("stored")) {
+        auto key = entry.at("key").get<std::string>();
+        bucket.put(key, RequestBody::bytes("x"), {"video/mp4", "", {}});
+        EXPECT_EQ(readFile(root / entry.at("object").get<std::string>()), "x") << key;
+        EXPECT_EQ(decodeJson(readFile(root / entry.at("record").get<std::string>())).at("key"), key);
+    }
+    const Json& sample = layout.at("record");
+    const Json& headers = sample.at("headers");
+    bucket.put(sample.at("key"), RequestBody::bytes(sample.at("body")),
+               {headers.at("contentType"), headers.at("cacheControl"), headers.at("metadata")});
+    Json record = decodeJson(readFile(root / ".meta" / (sha256Hex(sample.at("key").get<std::string>()) + ".json")));
+    for (auto& [field, value] : sample.at("record").items()) EXPECT_EQ(record[field], value) << field;
+    EXPECT_TRUE(parseIso8601(record["lastModified"].get<std::string>()));
+}
+
 TEST_F(FolderBucketTest, refusesKeysThatAFileSystemCannotHold) {
     ObjectHeaders plain{"text/plain", "", {}};
     bucket.put("a", RequestBody::bytes("x"), plain);
-    for (std::string key : std::vector<std::string>{"", "x//y", "x/./y", "../y", "dir/", "a/b", std::string(251, 'n')}) {
+    auto refused = testing::contractCases("folder-bucket-layout.json").at("refused").get<std::vector<std::string>>();
+    refused.push_back("a/b");  // through the object "a" as if it were a folder
+    for (const auto& key : refused) {
         try {
             bucket.put(key, RequestBody::bytes("x"), plain);
             ADD_FAILURE() << "stored " << key;
