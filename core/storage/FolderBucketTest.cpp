@@ -90,6 +90,28 @@ TEST_F(FolderBucketTest, refusesKeysThatAFileSystemCannotHold) {
     EXPECT_EQ(page.objects[0].key, "a");
 }
 
+TEST_F(FolderBucketTest, listsOnlyUnderPrefixesThatAreKeysOrFoldersOfKeys) {
+    bucket.put("v/a", RequestBody::bytes("x"), {"text/plain", "", {}});
+    for (auto prefix : {"", "v", "v/", "v/a"}) {
+        EXPECT_TRUE(bucket.hasObjects(prefix)) << prefix;
+        EXPECT_EQ(bucket.listPage(prefix, std::nullopt, std::nullopt).objects.size(), 1u) << prefix;
+    }
+    auto failureOf = [](auto list) -> std::string {
+        try {
+            list();
+        } catch (const VorlenError& error) {
+            return error.text();
+        }
+        return "listed";
+    };
+    for (const auto& prefix : {std::string("../"), std::string(".."), std::string("v/../"), std::string("/tmp/"),
+                               std::string("v//"), std::string("v/./"), std::string("v\0/", 3)}) {
+        std::string words = "“" + prefix + "” cannot be kept in a folder bucket";
+        EXPECT_EQ(failureOf([&] { bucket.hasObjects(prefix); }), words);
+        EXPECT_EQ(failureOf([&] { bucket.listPage(prefix, std::nullopt, std::nullopt); }), words);
+    }
+}
+
 TEST_F(FolderBucketTest, pagesWithContinuationTokens) {
     FolderBucket paged(root, 10);
     for (int i = 0; i < 11; ++i) paged.put(fmt::format("p/{:02}", i), RequestBody::bytes(""), {"text/plain", "", {}});
@@ -160,6 +182,31 @@ TEST_F(FolderBucketTest, aChangeThatACrashInterruptedIsFinishedByTheNextReader) 
     EXPECT_FALSE(reader.info("v/old.json"));
     EXPECT_FALSE(fs::exists(root / "objects/v/old.json"));
     EXPECT_TRUE(fs::is_empty(root / ".pending"));
+}
+
+TEST_F(FolderBucketTest, aChangeRecordThatNamesAPathOutsideIsDroppedUndone) {
+    fs::path outside = scratchFolder();
+    DirectoryRemover outsideRemover{outside};
+    writeFileAtomically(outside / "victim", "keep me");
+    writeFileAtomically(outside / "planted", "planted");
+    writeFileAtomically(root / ".tmp/ready", "ready");
+    std::string meta = encodeJson(Json{{"key", "ready"}, {"etag", "\"" + hex(md5("ready")) + "\""}, {"size", 5},
+                                       {"contentType", "text/plain"}, {"cacheControl", ""},
+                                       {"metadata", Json::object()}, {"lastModified", "2026-01-01T00:00:00Z"}});
+    for (Json change : {Json{{"renames", Json::array({Json::array({(outside / "planted").string(), "objects/planted"})})},
+                             {"writes", Json::array()}, {"removals", Json::array()}},
+                        Json{{"renames", Json::array({Json::array({".tmp/ready", "objects/ready"})})},
+                             {"writes", Json::array({Json::array({".meta/" + sha256Hex("ready") + ".json", meta})})},
+                             {"removals", Json::array({"../" + outside.filename().string() + "/victim"})}}}) {
+        writeFileAtomically(root / ".pending/planted.json", encodeJson(change));
+        FolderBucket reader(root);
+        EXPECT_TRUE(fs::is_empty(root / ".pending"));
+    }
+    EXPECT_EQ(readFile(outside / "victim"), "keep me");
+    EXPECT_EQ(readFile(outside / "planted"), "planted");
+    EXPECT_FALSE(bucket.info("planted"));
+    EXPECT_FALSE(bucket.info("ready")) << "no step of a refused record is done, also not the harmless ones";
+    EXPECT_FALSE(fs::exists(root / "objects/ready"));
 }
 
 TEST_F(FolderBucketTest, tracksOpenMultipartUploadsUntilCompletedOrAborted) {
