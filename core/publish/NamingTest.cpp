@@ -4,13 +4,14 @@
 
 #include <map>
 
+#include "testing/ContractCases.hpp"
+
 namespace vorlen {
 namespace {
 
-TEST(NamingTest, ValidNames) {
-    for (const char* name : {"a", "video", "video-1", "2026-summer-film"}) EXPECT_TRUE(Naming::isValidName(name)) << name;
-    for (const char* name : {"", "-a", "a-", "a--b", "Video", "a_b", "a b", "é", "_vorlen"})
-        EXPECT_FALSE(Naming::isValidName(name)) << name;
+TEST(NamingTest, ValidNamesAsThePageWorkerTellsThem) {
+    for (const Json& entry : testing::contractCases("folder-names.json"))
+        EXPECT_EQ(Naming::isValidName(entry.at("name").get<std::string>()), entry.at("valid").get<bool>()) << entry.at("name");
     EXPECT_EQ(Naming::invalidNameMessage("A B"),
               "“A B” is not a valid name: use lowercase letters, digits and single hyphens");
 }

@@ -60,6 +60,16 @@ std::vector<WebOrigin> origins(const Json& json, const char* key) {
     return out;
 }
 
+// A folder path is read by its rule, so that no file can point the videos or the
+// pages anywhere that the rule would refuse.
+std::string folderPath(const Json& json, const char* key) {
+    auto found = json.find(key);
+    if (found == json.end() || found->is_null()) return "";
+    if (!found->is_string())
+        throw VorlenError::metadata(fmt::format("{} has no valid \u201c{}\u201d.", SiteRules::settingsKey, key));
+    return SiteFolder::normalisedPath(found->get<std::string>());
+}
+
 std::vector<std::string> strings(const Json& json, const char* key) {
     const Json& list = json.at(key);
     std::vector<std::string> out;
@@ -81,8 +91,8 @@ SiteSettings SiteSettings::fromJson(const Json& json) {
     if (number > formatVersion) throw VorlenError::metadata(newerVersionMessage(key, number, formatVersion));
 
     SiteSettings settings;
-    settings.path = fieldOr<std::string>(json, "path", "");
-    settings.pagePath = fieldOr<std::string>(json, "page_path", "");
+    settings.path = folderPath(json, "path");
+    settings.pagePath = folderPath(json, "page_path");
     settings.mediaHost = requiredHost(json, "media_host");
     settings.pageHost = requiredHost(json, "page_host");
     auto siteTemplate = enumFrom(required(json, "template"), templateNames);
@@ -179,16 +189,20 @@ Json SiteSettings::toJson() const {
 
 std::string SiteSettings::encoded() const { return encodeJson(toJson(), true); }
 
-std::optional<SiteSettings> SiteSettings::read(Bucket& bucket) {
-    auto data = bucket.object(SiteRules::settingsKey);
-    if (!data) return std::nullopt;
+SiteSettings SiteSettings::decoded(std::string_view text) {
     Json json;
     try {
-        json = decodeJson(*data);
+        json = decodeJson(text);
     } catch (const Json::exception& error) {
         throw VorlenError::metadata(fmt::format("{} is not valid JSON: {}", SiteRules::settingsKey, error.what()));
     }
     return fromJson(json);
+}
+
+std::optional<SiteSettings> SiteSettings::read(Bucket& bucket) {
+    auto data = bucket.object(SiteRules::settingsKey);
+    if (!data) return std::nullopt;
+    return decoded(*data);
 }
 
 SiteSettings SiteSettings::readRequired(Bucket& bucket) {

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/base/Json.hpp"
@@ -93,6 +94,8 @@ struct SiteSettings {
 
     // Forgiving where a later version may have added values, strict where a site cannot do without.
     static SiteSettings fromJson(const Json& json);
+    // The file's text; text that is not JSON fails as a `metadata` failure too.
+    static SiteSettings decoded(std::string_view text);
     Json toJson() const;
     // Pretty, sorted keys, unescaped slashes: equal content gives equal bytes.
     std::string encoded() const;

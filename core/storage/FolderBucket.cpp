@@ -15,6 +15,7 @@
 #include "core/base/Dates.hpp"
 #include "core/base/Files.hpp"
 #include "core/base/Json.hpp"
+#include "core/base/Log.hpp"
 #include "core/base/Random.hpp"
 #include "core/base/Task.hpp"
 
@@ -161,17 +162,34 @@ fs::path FolderBucket::temporaryPath(const std::string& suffix) const {
     return root_ / ".tmp" / (randomString(20, idAlphabet) + suffix);
 }
 
-void FolderBucket::checkStorable(const std::string& key) const {
-    bool storable = !key.empty() && key.find('\0') == std::string::npos;
+namespace {
+
+bool isStorable(std::string_view key) {
+    bool storable = !key.empty() && key.find('\0') == std::string_view::npos;
     std::size_t start = 0;
     while (storable) {
         std::size_t end = key.find('/', start);
-        std::string_view segment = std::string_view(key).substr(start, end == std::string::npos ? end : end - start);
+        std::string_view segment = key.substr(start, end == std::string_view::npos ? end : end - start);
         storable = !segment.empty() && segment != "." && segment != ".." && segment.size() <= longestSegment;
-        if (end == std::string::npos) break;
+        if (end == std::string_view::npos) break;
         start = end + 1;
     }
-    if (!storable) throw VorlenError::config("“" + key + "” cannot be kept in a folder bucket");
+    return storable;
+}
+
+}  // namespace
+
+void FolderBucket::checkStorable(const std::string& key) const {
+    if (!isStorable(key)) throw VorlenError::config("“" + key + "” cannot be kept in a folder bucket");
+}
+
+// A prefix is the start of a key, or a folder of keys with its "/": the listing
+// walks the folder before the last "/", which must not lie outside objects/.
+void FolderBucket::checkListable(const std::string& prefix) const {
+    std::string_view start = prefix;
+    if (start.ends_with('/')) start.remove_suffix(1);
+    if (!prefix.empty() && !isStorable(start))
+        throw VorlenError::config("“" + prefix + "” cannot be kept in a folder bucket");
 }
 
 void FolderBucket::recover() {
@@ -181,8 +199,40 @@ void FolderBucket::recover() {
     for (auto& record : records) finishPending(record);
 }
 
+namespace {
+
+// Every path that a change record names, which must all lie inside the root.
+std::vector<fs::path> pathsOf(const Json& change) {
+    std::vector<fs::path> paths;
+    for (auto& rename : change.at("renames")) {
+        paths.emplace_back(rename.at(0).get<std::string>());
+        paths.emplace_back(rename.at(1).get<std::string>());
+    }
+    for (auto& write : change.at("writes")) paths.emplace_back(write.at(0).get<std::string>());
+    for (auto& removal : change.at("removals")) paths.emplace_back(removal.get<std::string>());
+    return paths;
+}
+
+bool staysInside(const fs::path& relative) {
+    if (relative.empty() || relative.has_root_path()) return false;
+    return std::none_of(relative.begin(), relative.end(), [](const fs::path& part) { return part == ".."; });
+}
+
+}  // namespace
+
 void FolderBucket::finishPending(const fs::path& record) {
     Json change = decodeJson(readFile(record));
+    // This class records only paths relative to the root. A record with an absolute
+    // path or a ".." step was damaged or put there by someone else: it is dropped
+    // whole, with none of its steps done, so that it cannot move or remove a file
+    // outside the bucket.
+    auto paths = pathsOf(change);
+    if (!std::all_of(paths.begin(), paths.end(), staysInside)) {
+        log().warn("A change record of the folder bucket {} names a path outside it; it was dropped without being done.",
+                   root_.string());
+        fs::remove(record);
+        return;
+    }
     for (auto& rename : change.at("renames")) {
         fs::path from = root_ / rename.at(0).get<std::string>();
         fs::path to = root_ / rename.at(1).get<std::string>();
@@ -358,6 +408,7 @@ void FolderBucket::finishLeftovers() {
 }
 
 bool FolderBucket::hasObjects(const std::string& prefix) {
+    checkListable(prefix);
     finishLeftovers();
     Lock lock(root_, false);
     return !keysWithPrefix(prefix).empty();
@@ -401,6 +452,7 @@ std::optional<ObjectInfo> FolderBucket::info(const std::string& key) {
 
 Bucket::ListPage FolderBucket::listPage(const std::string& prefix, const std::optional<std::string>& startAfter,
                                         const std::optional<std::string>& token, int, std::chrono::duration<double>) {
+    checkListable(prefix);
     std::optional<std::string> marker = startAfter;
     if (token) {
         marker = base64UrlDecode(*token);

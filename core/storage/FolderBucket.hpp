@@ -38,7 +38,9 @@ namespace vorlen {
 //
 // A key that a file system cannot hold (an empty, "." or ".." segment, a
 // segment over 250 bytes, or a key that would be both a file and a folder)
-// fails with `config`.
+// fails with `config`, and so does a listing prefix that is no such key, with
+// or without a "/" at its end. A .pending record holds only paths relative to
+// the root; one with an absolute path or a ".." step is dropped undone.
 class FolderBucket : public Bucket {
 public:
     // `pageSize` is the most keys that one listing page holds; S3 gives 1000.
@@ -75,6 +77,7 @@ private:
     std::filesystem::path uploadPath(const std::string& uploadID) const;
     std::filesystem::path temporaryPath(const std::string& suffix) const;
     void checkStorable(const std::string& key) const;
+    void checkListable(const std::string& prefix) const;
     // Calls read with a stored key's record under the shared lock; nothing for a
     // key that is not stored or that a file system cannot hold.
     template <class F>

@@ -7,9 +7,11 @@
 #include <fmt/format.h>
 
 #include "core/base/Crypto.hpp"
+#include "core/base/Dates.hpp"
 #include "core/base/Files.hpp"
 #include "core/base/Json.hpp"
 #include "core/storage/BucketContractTest.hpp"
+#include "testing/ContractCases.hpp"
 
 namespace vorlen {
 namespace {
@@ -51,10 +53,30 @@ TEST_F(FolderBucketTest, keepsObjectsWhereAWebServerFindsThemAndHeadersBeside) {
     EXPECT_EQ(bucket.object("site"), "now a file");
 }
 
+// The layout that the page Worker's tools write and read too.
+TEST_F(FolderBucketTest, keepsEachKeyWhereTheSharedLayoutSays) {
+    Json layout = testing::contractCases("folder-bucket-layout.json");
+    for (const Json& entry : layout.at("stored")) {
+        auto key = entry.at("key").get<std::string>();
+        bucket.put(key, RequestBody::bytes("x"), {"video/mp4", "", {}});
+        EXPECT_EQ(readFile(root / entry.at("object").get<std::string>()), "x") << key;
+        EXPECT_EQ(decodeJson(readFile(root / entry.at("record").get<std::string>())).at("key"), key);
+    }
+    const Json& sample = layout.at("record");
+    const Json& headers = sample.at("headers");
+    bucket.put(sample.at("key"), RequestBody::bytes(sample.at("body")),
+               {headers.at("contentType"), headers.at("cacheControl"), headers.at("metadata")});
+    Json record = decodeJson(readFile(root / ".meta" / (sha256Hex(sample.at("key").get<std::string>()) + ".json")));
+    for (auto& [field, value] : sample.at("record").items()) EXPECT_EQ(record[field], value) << field;
+    EXPECT_TRUE(parseIso8601(record["lastModified"].get<std::string>()));
+}
+
 TEST_F(FolderBucketTest, refusesKeysThatAFileSystemCannotHold) {
     ObjectHeaders plain{"text/plain", "", {}};
     bucket.put("a", RequestBody::bytes("x"), plain);
-    for (std::string key : std::vector<std::string>{"", "x//y", "x/./y", "../y", "dir/", "a/b", std::string(251, 'n')}) {
+    auto refused = testing::contractCases("folder-bucket-layout.json").at("refused").get<std::vector<std::string>>();
+    refused.push_back("a/b");  // through the object "a" as if it were a folder
+    for (const auto& key : refused) {
         try {
             bucket.put(key, RequestBody::bytes("x"), plain);
             ADD_FAILURE() << "stored " << key;
@@ -66,6 +88,28 @@ TEST_F(FolderBucketTest, refusesKeysThatAFileSystemCannotHold) {
     auto page = bucket.listPage("", std::nullopt, std::nullopt);
     ASSERT_EQ(page.objects.size(), 1u);
     EXPECT_EQ(page.objects[0].key, "a");
+}
+
+TEST_F(FolderBucketTest, listsOnlyUnderPrefixesThatAreKeysOrFoldersOfKeys) {
+    bucket.put("v/a", RequestBody::bytes("x"), {"text/plain", "", {}});
+    for (auto prefix : {"", "v", "v/", "v/a"}) {
+        EXPECT_TRUE(bucket.hasObjects(prefix)) << prefix;
+        EXPECT_EQ(bucket.listPage(prefix, std::nullopt, std::nullopt).objects.size(), 1u) << prefix;
+    }
+    auto failureOf = [](auto list) -> std::string {
+        try {
+            list();
+        } catch (const VorlenError& error) {
+            return error.text();
+        }
+        return "listed";
+    };
+    for (const auto& prefix : {std::string("../"), std::string(".."), std::string("v/../"), std::string("/tmp/"),
+                               std::string("v//"), std::string("v/./"), std::string("v\0/", 3)}) {
+        std::string words = "“" + prefix + "” cannot be kept in a folder bucket";
+        EXPECT_EQ(failureOf([&] { bucket.hasObjects(prefix); }), words);
+        EXPECT_EQ(failureOf([&] { bucket.listPage(prefix, std::nullopt, std::nullopt); }), words);
+    }
 }
 
 TEST_F(FolderBucketTest, pagesWithContinuationTokens) {
@@ -138,6 +182,31 @@ TEST_F(FolderBucketTest, aChangeThatACrashInterruptedIsFinishedByTheNextReader) 
     EXPECT_FALSE(reader.info("v/old.json"));
     EXPECT_FALSE(fs::exists(root / "objects/v/old.json"));
     EXPECT_TRUE(fs::is_empty(root / ".pending"));
+}
+
+TEST_F(FolderBucketTest, aChangeRecordThatNamesAPathOutsideIsDroppedUndone) {
+    fs::path outside = scratchFolder();
+    DirectoryRemover outsideRemover{outside};
+    writeFileAtomically(outside / "victim", "keep me");
+    writeFileAtomically(outside / "planted", "planted");
+    writeFileAtomically(root / ".tmp/ready", "ready");
+    std::string meta = encodeJson(Json{{"key", "ready"}, {"etag", "\"" + hex(md5("ready")) + "\""}, {"size", 5},
+                                       {"contentType", "text/plain"}, {"cacheControl", ""},
+                                       {"metadata", Json::object()}, {"lastModified", "2026-01-01T00:00:00Z"}});
+    for (Json change : {Json{{"renames", Json::array({Json::array({(outside / "planted").string(), "objects/planted"})})},
+                             {"writes", Json::array()}, {"removals", Json::array()}},
+                        Json{{"renames", Json::array({Json::array({".tmp/ready", "objects/ready"})})},
+                             {"writes", Json::array({Json::array({".meta/" + sha256Hex("ready") + ".json", meta})})},
+                             {"removals", Json::array({"../" + outside.filename().string() + "/victim"})}}}) {
+        writeFileAtomically(root / ".pending/planted.json", encodeJson(change));
+        FolderBucket reader(root);
+        EXPECT_TRUE(fs::is_empty(root / ".pending"));
+    }
+    EXPECT_EQ(readFile(outside / "victim"), "keep me");
+    EXPECT_EQ(readFile(outside / "planted"), "planted");
+    EXPECT_FALSE(bucket.info("planted"));
+    EXPECT_FALSE(bucket.info("ready")) << "no step of a refused record is done, also not the harmless ones";
+    EXPECT_FALSE(fs::exists(root / "objects/ready"));
 }
 
 TEST_F(FolderBucketTest, tracksOpenMultipartUploadsUntilCompletedOrAborted) {

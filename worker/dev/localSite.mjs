@@ -1,15 +1,17 @@
 // Runs the page Worker bundle locally: in workerd through Miniflare, with its bucket
-// binding filled from a folder of objects keyed by their path in the folder. Tests use
-// startWorker; a local preview uses startLocalSite, which serves the same folder as
-// the media host and the Worker as the page host on one loopback port.
-import { createReadStream, readFileSync } from 'node:fs';
-import { mkdtemp, readFile, readdir, rm, stat, symlink, writeFile } from 'node:fs/promises';
+// binding filled from a folder bucket's folder (folderBucket.mjs), each object with
+// the headers of its record. Tests use startWorker; a local preview uses
+// startLocalSite, which serves the same folder as the media host and the Worker as
+// the page host on one loopback port.
+import { mkdtemp, readdir, readFile, rm, symlink, writeFile } from 'node:fs/promises';
 import os from 'node:os';
 import http from 'node:http';
 import path from 'node:path';
-import { createHash, randomBytes } from 'node:crypto';
+import { randomBytes } from 'node:crypto';
+import { pipeline } from 'node:stream';
 import { createRequire } from 'node:module';
 import { fileURLToPath } from 'node:url';
+import { listStoredObjects, openStoredObject } from './folderBucket.mjs';
 
 // The npm tools of the project live in tools/, not beside the bundle.
 export const toolsRequire = createRequire(new URL('../../tools/package.json', import.meta.url));
@@ -17,75 +19,13 @@ const { Miniflare } = toolsRequire('miniflare');
 
 export const defaultBundleDir = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '..');
 
-// The headers that a video folder's objects carry in the bucket, chosen by suffix.
-export function objectHeadersFor(key) {
-  const base = key.split('/').pop();
-  const immutable = 'public, max-age=31536000, immutable';
-  if (key.startsWith('_vorlen/') || base === 'video.json') return { contentType: 'application/json', cacheControl: 'no-cache' };
-  if (base.endsWith('.m3u8')) return { contentType: 'application/vnd.apple.mpegurl', cacheControl: 'public, max-age=300' };
-  if (base.endsWith('.mpd')) return { contentType: 'application/dash+xml', cacheControl: 'public, max-age=300' };
-  if (base.endsWith('.vtt')) return { contentType: 'text/vtt; charset=utf-8', cacheControl: immutable };
-  if (base === 'poster.jpg') return { contentType: 'image/jpeg', cacheControl: 'public, max-age=300, s-maxage=86400' };
-  if (/\.jpe?g$/.test(base)) return { contentType: 'image/jpeg', cacheControl: immutable };
-  if (base.endsWith('.css')) return { contentType: 'text/css; charset=utf-8', cacheControl: immutable };
-  if (base.endsWith('.woff2')) return { contentType: 'font/woff2', cacheControl: immutable };
-  if (base.endsWith('.html')) return { contentType: 'text/html; charset=utf-8', cacheControl: 'no-cache' };
-  if (base.endsWith('.json')) return { contentType: 'application/json', cacheControl: 'no-cache' };
-  if (/^a_|audio/.test(key.split('/').slice(-2, -1)[0] ?? '')) return { contentType: 'audio/mp4', cacheControl: immutable };
-  return { contentType: 'video/mp4', cacheControl: immutable };
-}
-
-// The folder of a FolderBucket: each object's bytes at objects/<key>, and its headers
-// in .meta/<SHA-256 of the key, hex>.json. Spread the result into startWorker or
-// startLocalSite.
-export function folderBucketLayout(root) {
-  return {
-    objectsDir: path.join(root, 'objects'),
-    headersFor(key) {
-      const fallback = objectHeadersFor(key);
-      const name = `${createHash('sha256').update(key, 'utf8').digest('hex')}.json`;
-      try {
-        const meta = JSON.parse(readFileSync(path.join(root, '.meta', name), 'utf8'));
-        return { contentType: meta.contentType || fallback.contentType, cacheControl: meta.cacheControl || fallback.cacheControl };
-      } catch {
-        return fallback;
-      }
-    },
-  };
-}
-
-// Every visible file under dir, keyed by its relative path with "/" separators.
-export async function listObjectFiles(dir) {
-  const found = new Map();
-  async function walk(relative) {
-    let entries;
-    try {
-      entries = await readdir(path.join(dir, relative), { withFileTypes: true });
-    } catch (error) {
-      if (error.code === 'ENOENT') return;
-      throw error;
-    }
-    for (const entry of entries) {
-      if (entry.name.startsWith('.')) continue;
-      const key = relative ? `${relative}/${entry.name}` : entry.name;
-      if (entry.isDirectory()) await walk(key);
-      else if (entry.isFile()) {
-        const info = await stat(path.join(dir, key));
-        found.set(key, { file: path.join(dir, key), stamp: `${info.ino}:${info.size}:${info.mtimeMs}:${info.ctimeMs}` });
-      }
-    }
-  }
-  await walk('');
-  return found;
-}
-
-// Keeps an R2 binding equal to a folder: each sync puts what is new or changed and
-// deletes what is gone, so that a change in the folder shows on the next request.
+// Keeps an R2 binding equal to a folder bucket: each sync puts what is new or changed,
+// with the headers of its record, and deletes what is gone, so that a change in the
+// folder shows on the next request.
 export class BucketMirror {
-  constructor(bucket, dir, headersFor = objectHeadersFor) {
+  constructor(bucket, root) {
     this.bucket = bucket;
-    this.dir = dir;
-    this.headersFor = headersFor;
+    this.root = root;
     this.known = new Map();
     this.running = null;
   }
@@ -97,17 +37,18 @@ export class BucketMirror {
   }
 
   async pass() {
-    const now = await listObjectFiles(this.dir);
-    for (const [key, info] of now) {
-      const before = this.known.get(key);
-      if (before && before.stamp === info.stamp) continue;
-      const headers = this.headersFor(key);
-      const data = await readFile(info.file);
+    const now = await listStoredObjects(this.root);
+    for (const [key, stamp] of now) {
+      if (this.known.get(key) === stamp) continue;
+      const stored = await openStoredObject(this.root, key);
+      if (!stored) {
+        now.delete(key);
+        continue;
+      }
+      const data = await stored.handle.readFile().finally(() => stored.handle.close());
       // The binding takes a plain ArrayBuffer across Miniflare's proxy, not a Buffer view.
       const bytes = data.buffer.slice(data.byteOffset, data.byteOffset + data.byteLength);
-      await this.bucket.put(key, bytes, {
-        httpMetadata: { contentType: headers.contentType, cacheControl: headers.cacheControl },
-      });
+      await this.bucket.put(key, bytes, { httpMetadata: stored.headers });
     }
     const gone = [...this.known.keys()].filter((key) => !now.has(key));
     if (gone.length) await this.bucket.delete(gone);
@@ -132,12 +73,14 @@ export async function readManifest(bundleDir = defaultBundleDir) {
   return JSON.parse(await readFile(path.join(bundleDir, 'manifest.json'), 'utf8'));
 }
 
-// Starts the bundle in workerd. With objectsDir the bucket starts as a copy of it.
-// The edge cache is off unless asked for, so that each request sees the bucket.
-export async function startWorker({ bundleDir = defaultBundleDir, objectsDir, headersFor = objectHeadersFor, cache = false } = {}) {
+// Starts the bundle in workerd, on loopback only. With root (a folder bucket's folder)
+// the bucket starts as a copy of it. The edge cache is off unless asked for, so that
+// each request sees the bucket.
+export async function startWorker({ bundleDir = defaultBundleDir, root, cache = false } = {}) {
   const manifest = await readManifest(bundleDir);
   const assetsDir = await assetsWithHeaders(bundleDir, manifest.headers);
   const mf = new Miniflare({
+    host: '127.0.0.1',
     modules: true,
     scriptPath: path.join(bundleDir, manifest.main_module),
     modulesRoot: bundleDir,
@@ -154,7 +97,7 @@ export async function startWorker({ bundleDir = defaultBundleDir, objectsDir, he
   });
   await mf.ready;
   const bucket = await mf.getR2Bucket(manifest.bucket_binding);
-  const mirror = objectsDir ? new BucketMirror(bucket, objectsDir, headersFor) : null;
+  const mirror = root ? new BucketMirror(bucket, root) : null;
   if (mirror) await mirror.sync();
   return {
     mf,
@@ -181,22 +124,25 @@ function parseRange(header, size) {
   return start < size && start <= end ? { start, end } : 'unsatisfiable';
 }
 
-// The media host of a local site: the folder's objects with byte ranges, CORS and
-// their cache headers; records and the system folder are refused, as the site's
-// firewall rule refuses them.
-async function serveMedia(request, response, objectsDir, headersFor) {
-  const corsHeaders = {
-    'Access-Control-Allow-Origin': request.headers.origin ?? '*',
-    'Access-Control-Expose-Headers': 'Content-Length, Content-Range, Accept-Ranges, ETag',
+// The media host of a local site: the folder bucket's objects with byte ranges, the
+// headers of their records, and CORS for the site's own pages; records and the system
+// folder are refused, as the site's firewall rule refuses them.
+async function serveMedia(request, response, root, pageOrigin) {
+  const ownPage = request.headers.origin === pageOrigin;
+  const common = {
+    ...(ownPage ? {
+      'Access-Control-Allow-Origin': pageOrigin,
+      'Access-Control-Expose-Headers': 'Content-Length, Content-Range, Accept-Ranges, ETag',
+    } : {}),
     Vary: 'Origin',
   };
   if (request.method === 'OPTIONS') {
-    response.writeHead(204, {
-      ...corsHeaders,
+    response.writeHead(ownPage ? 204 : 403, ownPage ? {
+      ...common,
       'Access-Control-Allow-Methods': 'GET, HEAD',
       'Access-Control-Allow-Headers': request.headers['access-control-request-headers'] ?? 'Range',
       'Access-Control-Max-Age': '86400',
-    });
+    } : common);
     return response.end();
   }
   if (request.method !== 'GET' && request.method !== 'HEAD') {
@@ -214,39 +160,37 @@ async function serveMedia(request, response, objectsDir, headersFor) {
     response.writeHead(403, { 'Content-Type': 'text/plain; charset=utf-8' });
     return response.end('Forbidden');
   }
-  const parts = key.split('/');
-  const file = path.join(objectsDir, ...parts);
-  let info;
-  try {
-    if (parts.some((p) => p === '' || p === '.' || p === '..' || p.startsWith('.'))) throw new Error('hidden');
-    info = await stat(file);
-    if (!info.isFile()) throw new Error('not a file');
-  } catch {
-    response.writeHead(404, { ...corsHeaders, 'Content-Type': 'text/plain; charset=utf-8' });
+  const stored = await openStoredObject(root, key);
+  if (!stored) {
+    response.writeHead(404, { ...common, 'Content-Type': 'text/plain; charset=utf-8' });
     return response.end('Not found');
   }
-  const headers = headersFor(key);
-  const common = {
-    ...corsHeaders,
-    'Content-Type': headers.contentType,
-    'Cache-Control': headers.cacheControl,
+  const { handle, info } = stored;
+  const headers = {
+    ...common,
+    'Content-Type': stored.headers.contentType,
+    'Cache-Control': stored.headers.cacheControl,
     'Accept-Ranges': 'bytes',
-    ETag: `"${info.size.toString(16)}-${Math.floor(info.mtimeMs).toString(16)}"`,
+    ...(stored.etag ? { ETag: stored.etag } : {}),
     'Last-Modified': info.mtime.toUTCString(),
   };
   const range = request.headers.range ? parseRange(request.headers.range, info.size) : null;
   if (range === 'unsatisfiable') {
-    response.writeHead(416, { ...common, 'Content-Range': `bytes */${info.size}` });
+    await handle.close();
+    response.writeHead(416, { ...headers, 'Content-Range': `bytes */${info.size}` });
     return response.end();
   }
   const { start, end } = range ?? { start: 0, end: info.size - 1 };
   response.writeHead(range ? 206 : 200, {
-    ...common,
+    ...headers,
     'Content-Length': String(Math.max(0, end - start + 1)),
     ...(range ? { 'Content-Range': `bytes ${start}-${end}/${info.size}` } : {}),
   });
-  if (request.method === 'HEAD' || info.size === 0) return response.end();
-  createReadStream(file, { start, end }).pipe(response);
+  if (request.method === 'HEAD' || info.size === 0) {
+    await handle.close();
+    return response.end();
+  }
+  pipeline(handle.createReadStream({ start, end }), response, () => {});
 }
 
 async function servePage(request, response, worker, port) {
@@ -262,15 +206,15 @@ async function servePage(request, response, worker, port) {
   response.end(request.method === 'HEAD' ? undefined : Buffer.from(await answer.arrayBuffer()));
 }
 
-// Serves a local site on 127.0.0.1: Host media.localhost gets the folder's objects,
-// every other host the page Worker. Browsers resolve *.localhost to loopback.
-export async function startLocalSite({ objectsDir, port = 0, bundleDir = defaultBundleDir, headersFor = objectHeadersFor } = {}) {
-  const worker = await startWorker({ bundleDir, objectsDir, headersFor });
+// Serves a local site on 127.0.0.1: Host media.localhost gets the folder bucket's
+// objects, every other host the page Worker. Browsers resolve *.localhost to loopback.
+export async function startLocalSite({ root, port = 0, bundleDir = defaultBundleDir } = {}) {
+  const worker = await startWorker({ bundleDir, root });
   let boundPort = port;
   const server = http.createServer((request, response) => {
     const host = (request.headers.host ?? '').replace(/:\d+$/, '').toLowerCase();
     const handler = host === 'media.localhost'
-      ? serveMedia(request, response, objectsDir, headersFor)
+      ? serveMedia(request, response, root, `http://localhost:${boundPort}`)
       : servePage(request, response, worker, boundPort);
     handler.catch((error) => {
       if (!response.headersSent) response.writeHead(500, { 'Content-Type': 'text/plain; charset=utf-8' });

@@ -1,10 +1,10 @@
 // Serves a local site until it is stopped: node worker/dev/serve.mjs ROOT [--port N].
-// ROOT is a FolderBucket's folder (objects/ and .meta/) or a plain folder of objects.
-// Prints one JSON line with the page and media origins when it is ready, so that
-// the process that started it can read where the site is.
+// ROOT is a folder bucket's folder (objects/ and .meta/). Prints one JSON line with
+// the page and media origins when it is ready, so that the process that started it
+// can read where the site is.
 import { existsSync } from 'node:fs';
 import path from 'node:path';
-import { folderBucketLayout, startLocalSite } from './localSite.mjs';
+import { startLocalSite } from './localSite.mjs';
 
 const args = process.argv.slice(2);
 const portIndex = args.indexOf('--port');
@@ -14,9 +14,12 @@ if (!root || !Number.isInteger(port) || port < 0 || port > 65535) {
   console.error('usage: serve.mjs ROOT [--port N]');
   process.exit(2);
 }
+if (!existsSync(path.join(root, 'objects'))) {
+  console.error(`${root} is not a folder bucket: it has no objects/ folder`);
+  process.exit(2);
+}
 
-const layout = existsSync(path.join(root, 'objects')) ? folderBucketLayout(root) : { objectsDir: root };
-const site = await startLocalSite({ ...layout, port });
+const site = await startLocalSite({ root, port });
 console.log(JSON.stringify({ page: site.pageOrigin, media: site.mediaOrigin, port: site.port }));
 
 async function stop() {

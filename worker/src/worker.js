@@ -17,7 +17,9 @@ const folderNamePattern = /^[a-z0-9]+(?:-[a-z0-9]+)*$/;
 const folderPathPattern = /^[A-Za-z0-9._-]+(?:\/[A-Za-z0-9._-]+)*$/;
 const hostnameLabel = '[a-z0-9](?:[a-z0-9-]{0,61}[a-z0-9])?';
 const hostnamePattern = new RegExp(`^${hostnameLabel}(?:\\.${hostnameLabel})*$`);
-const originPattern = new RegExp(`^https?://${hostnameLabel}(?:\\.${hostnameLabel})*(?::[1-9][0-9]{0,4})?$`);
+const semanticVersionPattern = /^(?:0|[1-9][0-9]*)\.(?:0|[1-9][0-9]*)\.(?:0|[1-9][0-9]*)(?:-[^.]+(?:\.[^.]+)*)?$/;
+const templates = ['auto', 'light', 'dark', 'custom'];
+const embedSites = ['any', 'listed', 'none'];
 
 class SiteUnavailable extends Error {
   constructor(reason) {
@@ -152,35 +154,51 @@ async function readJson(bucket, key) {
   }
 }
 
-// An absent folder path is the top; one that breaks the folder rule makes the site
-// unreadable rather than pointing the pages at another folder.
-function folderPath(value) {
-  if (value === undefined) return '';
-  if (typeof value !== 'string') throw new SiteUnavailable('unreadable');
-  const trimmed = value.trim().replace(/^\/+|\/+$/g, '');
+// Whether a text may name a video's folder.
+export function isFolderName(text) {
+  return folderNamePattern.test(text);
+}
+
+// A folder path by the site's rule: trimmed of Unicode white space and of "/" at
+// both ends, or null when it breaks the rule.
+export function folderPath(text) {
+  const trimmed = text.replace(/^\p{White_Space}+|\p{White_Space}+$/gu, '').replace(/^\/+|\/+$/g, '');
   if (trimmed === '') return '';
   if (!folderPathPattern.test(trimmed) || trimmed.startsWith('_')
-    || trimmed.split('/').some((part) => part === '.' || part === '..')) throw new SiteUnavailable('unreadable');
+    || trimmed.split('/').some((part) => part === '.' || part === '..')) return null;
   return trimmed;
 }
 
-function validHost(value) {
+// An absent folder path is the top; one that breaks the folder rule makes the site
+// unreadable rather than pointing the pages at another folder.
+function folderPathField(value) {
+  if (value === undefined || value === null) return '';
+  const path = typeof value === 'string' ? folderPath(value) : null;
+  if (path === null) throw new SiteUnavailable('unreadable');
+  return path;
+}
+
+export function validHost(value) {
   if (typeof value !== 'string') return null;
   const host = value.toLowerCase();
   return host.length <= 253 && hostnamePattern.test(host) ? host : null;
 }
 
+// An origin as the site's file holds it: scheme, host and a port without a leading
+// zero, lower case, nothing after.
+export function webOrigin(value) {
+  if (typeof value !== 'string') return null;
+  const origin = value.toLowerCase();
+  const match = /^https?:\/\/([^:]*)(?::(.*))?$/s.exec(origin);
+  if (!match || !validHost(match[1])) return null;
+  const port = match[2];
+  if (port !== undefined && !(/^[1-9][0-9]{0,4}$/.test(port) && Number(port) <= 65535)) return null;
+  return origin;
+}
+
 function origins(value) {
   if (!Array.isArray(value)) return [];
-  const seen = new Set();
-  for (const entry of value) {
-    if (typeof entry !== 'string') continue;
-    const origin = entry.toLowerCase();
-    const port = origin.match(/:(\d+)$/);
-    if (!originPattern.test(origin) || (port && Number(port[1]) > 65535)) continue;
-    seen.add(origin);
-  }
-  return [...seen];
+  return [...new Set(value.map(webOrigin).filter((origin) => origin !== null))];
 }
 
 function pick(value, allowed, fallback) {
@@ -189,21 +207,33 @@ function pick(value, allowed, fallback) {
 
 const fontNamePattern = /^[\p{L}\p{N} ._-]{1,80}$/u;
 
-// The site's settings as far as the pages need them. Like the application, the Worker
-// reads what it knows with defaults, but never a file of a newer format half-way.
-async function readSite(bucket) {
-  const read = await readJson(bucket, siteKey);
-  if (read.state === 'missing') throw new SiteUnavailable('missing');
-  const file = read.value;
-  if (read.state === 'unreadable' || file === null || typeof file !== 'object') throw new SiteUnavailable('unreadable');
-  if (!Number.isInteger(file.version) || file.version < 1) throw new SiteUnavailable('unreadable');
+function isObject(value) {
+  return value !== null && typeof value === 'object' && !Array.isArray(value);
+}
+
+// The site's settings, from the text of its file, as far as the pages need them. Like
+// the application, the Worker reads what it knows with defaults, but never a file of
+// a newer format half-way, nor one without what a site cannot do without.
+export function siteSettingsFrom(text) {
+  let file;
+  try {
+    file = JSON.parse(text);
+  } catch {
+    throw new SiteUnavailable('unreadable');
+  }
+  if (!isObject(file) || !Number.isInteger(file.version) || file.version < 1) throw new SiteUnavailable('unreadable');
   if (file.version > 1) throw new SiteUnavailable('newer');
   const mediaHost = validHost(file.media_host);
   const pageHost = validHost(file.page_host);
-  if (!mediaHost || !pageHost || typeof file.template !== 'string') throw new SiteUnavailable('unreadable');
+  const worker = isObject(file.worker) ? file.worker : {};
+  if (!mediaHost || !pageHost || !templates.includes(file.template) || typeof worker.name !== 'string'
+    || typeof worker.version !== 'string' || !semanticVersionPattern.test(worker.version)) {
+    throw new SiteUnavailable('unreadable');
+  }
+  const embeds = file.embeds ?? { sites: 'none' };
+  if (!isObject(embeds) || !embedSites.includes(embeds.sites)) throw new SiteUnavailable('unreadable');
 
-  const home = file.home_page && typeof file.home_page === 'object' ? file.home_page : {};
-  const embeds = file.embeds && typeof file.embeds === 'object' ? file.embeds : {};
+  const home = isObject(file.home_page) ? file.home_page : {};
   const fonts = file.fonts && typeof file.fonts === 'object' ? file.fonts : {};
   const fontName = (name) => (typeof name === 'string' && fontNamePattern.test(name) ? name : null);
   const hosted = fonts.hosted && typeof fonts.hosted === 'object'
@@ -212,18 +242,15 @@ async function readSite(bucket) {
     ? { family: fonts.hosted.family, folder: fonts.hosted.folder } : null;
 
   return {
-    path: folderPath(file.path),
-    pagePath: folderPath(file.page_path),
+    path: folderPathField(file.path),
+    pagePath: folderPathField(file.page_path),
     mediaHost,
     pageHost,
-    template: pick(file.template, ['auto', 'light', 'dark', 'custom'], 'auto'),
-    embeds: {
-      sites: pick(embeds.sites, ['any', 'listed', 'none'], 'none'),
-      origins: origins(embeds.origins),
-    },
+    template: file.template,
+    embeds: { sites: embeds.sites, origins: origins(embeds.origins) },
     homePage: {
       isPublic: typeof home.public === 'boolean' ? home.public : false,
-      title: typeof home.title === 'string' ? home.title.trim() : '',
+      title: typeof home.title === 'string' ? home.title : '',
       showsSearch: typeof home.search === 'boolean' ? home.search : true,
       sort: pick(home.sort, ['newest', 'oldest', 'title'], 'newest'),
       posterSize: pick(home.poster_size, ['small', 'medium', 'large'], 'medium'),
@@ -233,6 +260,12 @@ async function readSite(bucket) {
       .map((s) => (s && typeof s.url === 'string' ? s.url : ''))
       .filter((url) => /^https:\/\/[^\s"'<>]+$/.test(url)),
   };
+}
+
+async function readSite(bucket) {
+  const object = await bucket.get(siteKey);
+  if (object === null) throw new SiteUnavailable('missing');
+  return siteSettingsFrom(await object.text());
 }
 
 // A video's record as the pages use it. A folder with no record, or with one this
@@ -346,7 +379,7 @@ function mediaBase(site, url, folder) {
 // Rendering
 
 function siteName(site) {
-  return site.homePage.title || site.pageHost;
+  return site.homePage.title.trim() || site.pageHost;
 }
 
 function themeOf(site) {
@@ -537,7 +570,7 @@ function unavailableHtml(reason) {
 function catalogEntries(read) {
   if (read.state !== 'read' || !read.value || !Array.isArray(read.value.videos) || read.value.version !== 1) return [];
   return read.value.videos.filter((entry) => entry && typeof entry === 'object'
-    && typeof entry.folder === 'string' && folderNamePattern.test(entry.folder)
+    && typeof entry.folder === 'string' && isFolderName(entry.folder)
     && (entry.visibility === undefined || entry.visibility === 'public'))
     .map((entry) => ({
       folder: entry.folder,
@@ -727,7 +760,7 @@ async function route(env, url) {
   if (path.startsWith(pagePrefix)) {
     const parts = path.slice(pagePrefix.length).split('/');
     const [folder] = parts;
-    if (folderNamePattern.test(folder)) {
+    if (isFolderName(folder)) {
       let kind = null;
       if (parts.length === 1) kind = 'page';
       else if (parts.length === 2 && parts[1] === 'embed') kind = 'embed';

@@ -3,37 +3,33 @@
 // and are photographed in light and dark for a person to look at.
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
-import { mkdir, mkdtemp, rm, writeFile } from 'node:fs/promises';
+import { mkdir, mkdtemp, readFile, rm } from 'node:fs/promises';
 import os from 'node:os';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 import { after, before, describe, test } from 'node:test';
 import { startLocalSite } from '../dev/localSite.mjs';
+import { writeObject } from '../dev/folderBucket.mjs';
 import { launchChromium, videoRecord } from './helpers.mjs';
 
 const run = promisify(execFile);
 const screenshotDir = process.env.VORLEN_SCREENSHOT_DIR ?? path.join(os.tmpdir(), 'vorlen-worker-screenshots');
+const immutable = 'public, max-age=31536000, immutable';
+const json = { contentType: 'application/json', cacheControl: 'no-cache' };
+const playlist = { contentType: 'application/vnd.apple.mpegurl', cacheControl: 'public, max-age=300' };
 
-let dir;
+let root;
 let site;
 let browser;
 let profile;
 
-async function writeObject(key, content) {
-  const file = path.join(dir, ...key.split('/'));
-  await mkdir(path.dirname(file), { recursive: true });
-  await writeFile(file, content);
-}
-
 const packager = fileURLToPath(new URL('../../tools/bin/packager', import.meta.url));
 
 // A clip packaged as the pipeline packages it: HLS and DASH over single media files
-// that the player reads in byte ranges.
+// that the player reads in byte ranges, stored with the headers a publish gives them.
 async function makeClip(folder, source) {
-  const out = path.join(dir, folder);
   const work = await mkdtemp(path.join(os.tmpdir(), 'vorlen-clip-'));
-  await mkdir(out, { recursive: true });
   try {
     await run('ffmpeg', ['-v', 'error', '-f', 'lavfi', '-i', `${source}=size=320x180:rate=25:duration=4`,
       '-f', 'lavfi', '-i', 'sine=frequency=440:sample_rate=48000:duration=4',
@@ -44,29 +40,40 @@ async function makeClip(folder, source) {
       `in=${input},stream=video,output=video.mp4,playlist_name=video.m3u8`,
       `in=${input},stream=audio,output=audio.mp4,playlist_name=audio.m3u8,hls_group_id=audio,hls_name=Audio`,
       '--hls_master_playlist_output', 'master.m3u8', '--mpd_output', 'manifest.mpd', '--segment_duration', '1',
-    ], { cwd: out });
+    ], { cwd: work });
+    const files = {
+      'video.mp4': { contentType: 'video/mp4', cacheControl: immutable },
+      'audio.mp4': { contentType: 'audio/mp4', cacheControl: immutable },
+      'video.m3u8': playlist,
+      'audio.m3u8': playlist,
+      'master.m3u8': playlist,
+      'manifest.mpd': { contentType: 'application/dash+xml', cacheControl: 'public, max-age=300' },
+    };
+    for (const [name, headers] of Object.entries(files)) {
+      await writeObject(root, `${folder}/${name}`, await readFile(path.join(work, name)), headers);
+    }
   } finally {
     await rm(work, { recursive: true, force: true });
   }
 }
 
 async function makePoster(key, source) {
-  const file = path.join(dir, ...key.split('/'));
-  await mkdir(path.dirname(file), { recursive: true });
-  await run('ffmpeg', ['-v', 'error', '-f', 'lavfi', '-i', `${source}=size=1280x720:rate=1`, '-frames:v', '1', '-q:v', '4', '-y', file]);
+  const { stdout } = await run('ffmpeg', ['-v', 'error', '-f', 'lavfi', '-i', `${source}=size=1280x720:rate=1`,
+    '-frames:v', '1', '-q:v', '4', '-f', 'mjpeg', 'pipe:1'], { encoding: 'buffer', maxBuffer: 16 * 1024 * 1024 });
+  await writeObject(root, key, stdout, { contentType: 'image/jpeg', cacheControl: immutable });
 }
 
 async function setTemplate(template) {
-  await writeObject('_vorlen/site.json', JSON.stringify({
+  await writeObject(root, '_vorlen/site.json', JSON.stringify({
     version: 1, media_host: 'media.localhost', page_host: 'localhost', template,
     worker: { name: 'vorlen-pages', version: '1.0.0' },
     home_page: { public: true, title: 'Northlight Studio', search: true, sort: 'newest', poster_size: 'medium' },
     embeds: { sites: 'any', origins: [] },
-  }));
+  }), json);
 }
 
 before(async () => {
-  dir = await mkdtemp(path.join(os.tmpdir(), 'vorlen-browser-'));
+  root = await mkdtemp(path.join(os.tmpdir(), 'vorlen-browser-'));
   profile = await mkdtemp(path.join(os.tmpdir(), 'vorlen-chromium-'));
   await mkdir(screenshotDir, { recursive: true });
   await Promise.all([
@@ -76,14 +83,14 @@ before(async () => {
     makePoster('city-lights/poster-4c8e0f.jpg', 'mandelbrot'),
   ]);
   await setTemplate('auto');
-  await writeObject('harbour-at-dawn/video.json', JSON.stringify(videoRecord({
+  await writeObject(root, 'harbour-at-dawn/video.json', JSON.stringify(videoRecord({
     title: 'Harbour at Dawn',
     description: 'The fishing boats leave before sunrise. Filmed on the **north pier** over one *quiet* morning.\n\nMusic and sound: [Northlight Studio](https://northlight.example). Full credits at https://northlight.example/credits.',
     poster: { name: 'poster-9f3a1c.jpg', width: 1280, height: 720 },
     width: 320, height: 180, duration: 4,
-  })));
+  })), json);
   const entry = (folder, title, poster, duration, created) => ({ folder, title, poster, duration, created, visibility: 'public', width: 1280, height: 720 });
-  await writeObject('_vorlen/catalog.json', JSON.stringify({
+  await writeObject(root, '_vorlen/catalog.json', JSON.stringify({
     version: 1,
     videos: [
       entry('city-lights', 'City Lights After Rain', 'poster-4c8e0f.jpg', 312, '2026-02-11T20:00:00Z'),
@@ -91,15 +98,15 @@ before(async () => {
       entry('meadow-walk', 'A Walk Through the Meadow', 'poster-1b7d2e.jpg', 1504, '2026-01-20T14:00:00Z'),
       { folder: 'hidden-x7k2m9qa', title: 'Unlisted Cut', visibility: 'unlisted' },
     ],
-  }));
-  site = await startLocalSite({ objectsDir: dir });
+  }), json);
+  site = await startLocalSite({ root });
   browser = await launchChromium(profile);
 });
 
 after(async () => {
   await browser?.close();
   await site?.close();
-  await rm(dir, { recursive: true, force: true });
+  await rm(root, { recursive: true, force: true });
   await rm(profile, { recursive: true, force: true });
 });
 

@@ -1,15 +1,20 @@
 import assert from 'node:assert/strict';
 import http from 'node:http';
-import { mkdir, mkdtemp, rm, writeFile } from 'node:fs/promises';
+import { readFileSync } from 'node:fs';
+import { mkdir, mkdtemp, readdir, readFile, readlink, rm, symlink, writeFile } from 'node:fs/promises';
 import os from 'node:os';
 import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
-import { createHash } from 'node:crypto';
-import { folderBucketLayout, startLocalSite } from '../dev/localSite.mjs';
+import { startLocalSite } from '../dev/localSite.mjs';
+import { writeObject } from '../dev/folderBucket.mjs';
 import { videoRecord } from './helpers.mjs';
 
+const immutable = { contentType: 'video/mp4', cacheControl: 'public, max-age=31536000, immutable' };
+const json = { contentType: 'application/json', cacheControl: 'no-cache' };
+const headerCases = JSON.parse(readFileSync(new URL('../../testing/contract/object-headers.json', import.meta.url), 'utf8'));
+
 let root;
-let dir;
+let outside;
 let site;
 
 function request(host, target, { method = 'GET', headers = {} } = {}) {
@@ -24,44 +29,54 @@ function request(host, target, { method = 'GET', headers = {} } = {}) {
   });
 }
 
-async function writeObject(key, content) {
-  const file = path.join(dir, ...key.split('/'));
-  await mkdir(path.dirname(file), { recursive: true });
-  await writeFile(file, content);
+// Puts bytes where a folder bucket keeps them, and then a link in their place.
+async function linkInPlaceOf(key, target) {
+  await writeObject(root, key, 'placeholder', immutable);
+  const file = path.join(root, 'objects', ...key.split('/'));
+  await rm(file);
+  await symlink(target, file);
 }
 
 before(async () => {
   root = await mkdtemp(path.join(os.tmpdir(), 'vorlen-local-site-'));
-  dir = path.join(root, 'objects');
-  await writeObject('_vorlen/site.json', JSON.stringify({
+  outside = await mkdtemp(path.join(os.tmpdir(), 'vorlen-outside-'));
+  await writeObject(root, '_vorlen/site.json', JSON.stringify({
     version: 1, media_host: 'media.localhost', page_host: 'localhost', template: 'dark',
     worker: { name: 'vorlen-pages', version: '1.0.0' },
-  }));
-  await writeObject('harbour/video.json', JSON.stringify(videoRecord()));
-  await writeObject('harbour/master.m3u8', '#EXTM3U\n');
-  await writeObject('harbour/v_360/chunk-1.mp4', Buffer.from([...Array(100).keys()]));
-  await writeObject('harbour/.hidden', 'not an object');
-  await writeObject('harbour/poster.jpg', 'jpeg');
-  const metaName = `${createHash('sha256').update('harbour/poster.jpg').digest('hex')}.json`;
-  await mkdir(path.join(root, '.meta'));
-  await writeFile(path.join(root, '.meta', metaName), JSON.stringify({ key: 'harbour/poster.jpg', contentType: 'image/jpeg', cacheControl: 'public, max-age=7' }));
-  site = await startLocalSite(folderBucketLayout(root));
+  }), json);
+  await writeObject(root, 'harbour/video.json', JSON.stringify(videoRecord()), json);
+  await writeObject(root, 'harbour/master.m3u8', '#EXTM3U\n', { contentType: 'application/vnd.apple.mpegurl', cacheControl: 'public, max-age=300' });
+  await writeObject(root, 'harbour/v_360/chunk-1.mp4', Buffer.from([...Array(100).keys()]), immutable);
+  await writeObject(root, 'harbour/poster.jpg', 'jpeg', { contentType: 'image/jpeg', cacheControl: 'public, max-age=7' });
+  for (const { path: name, contentType, cacheControl } of headerCases) {
+    await writeObject(root, `table/${name}`, 'x', { contentType, cacheControl });
+  }
+  await mkdir(path.join(root, 'objects/harbour'), { recursive: true });
+  await writeFile(path.join(root, 'objects/harbour/unrecorded.mp4'), 'no record');
+  await writeFile(path.join(outside, 'secret.txt'), 'outside the site');
+  await linkInPlaceOf('harbour/leak.mp4', path.join(outside, 'secret.txt'));
+  await linkInPlaceOf('harbour/inside.mp4', 'v_360/chunk-1.mp4');
+  await writeObject(root, 'linked/secret.txt', 'placeholder', immutable);
+  await rm(path.join(root, 'objects/linked'), { recursive: true });
+  await symlink(outside, path.join(root, 'objects/linked'));
+  site = await startLocalSite({ root });
 });
 
 after(async () => {
   await site.close();
   await rm(root, { recursive: true, force: true });
+  await rm(outside, { recursive: true, force: true });
 });
 
 describe('media host', () => {
-  test('serves objects whole and in byte ranges, with their headers and CORS', async () => {
-    const whole = await request('media.localhost', '/harbour/v_360/chunk-1.mp4', { headers: { origin: 'http://localhost:1' } });
+  test('serves objects whole and in byte ranges, with the headers of their records', async () => {
+    const whole = await request('media.localhost', '/harbour/v_360/chunk-1.mp4');
     assert.equal(whole.status, 200);
     assert.equal(whole.body.length, 100);
     assert.equal(whole.headers['content-type'], 'video/mp4');
     assert.equal(whole.headers['cache-control'], 'public, max-age=31536000, immutable');
-    assert.equal(whole.headers['access-control-allow-origin'], 'http://localhost:1');
     assert.equal(whole.headers['accept-ranges'], 'bytes');
+    assert.match(whole.headers.etag, /^"[0-9a-f]{32}"$/);
 
     const part = await request('media.localhost', '/harbour/v_360/chunk-1.mp4', { headers: { range: 'bytes=10-19' } });
     assert.equal(part.status, 206);
@@ -75,25 +90,55 @@ describe('media host', () => {
     assert.equal(beyond.status, 416);
     assert.equal(beyond.headers['content-range'], 'bytes */100');
 
-    const playlist = await request('media.localhost', '/harbour/master.m3u8');
-    assert.equal(playlist.headers['content-type'], 'application/vnd.apple.mpegurl');
-    assert.equal(playlist.headers['cache-control'], 'public, max-age=300');
-    const poster = await request('media.localhost', '/harbour/poster.jpg');
-    assert.equal(poster.headers['cache-control'], 'public, max-age=7', 'the headers recorded with the object win');
-
-    const preflight = await request('media.localhost', '/harbour/master.m3u8', {
-      method: 'OPTIONS', headers: { origin: 'http://localhost:1', 'access-control-request-headers': 'range' },
-    });
-    assert.equal(preflight.status, 204);
-    assert.equal(preflight.headers['access-control-allow-headers'], 'range');
+    assert.equal((await request('media.localhost', '/harbour/poster.jpg')).headers['cache-control'], 'public, max-age=7');
+    for (const { path: name, contentType, cacheControl } of headerCases) {
+      const served = await request('media.localhost', `/table/${encodeURI(name)}`);
+      if (name === 'video.json' || name.endsWith('/video.json')) {
+        assert.equal(served.status, 403, name);
+        continue;
+      }
+      assert.equal(served.status, 200, name);
+      assert.deepEqual([served.headers['content-type'], served.headers['cache-control']], [contentType, cacheControl], name);
+    }
   });
 
-  test('refuses records and the system folder, and finds no hidden or missing files', async () => {
-    for (const key of ['/harbour/video.json', '/_vorlen/site.json', '/_vorlen/', '/%5Fvorlen/site.json']) {
+  test('answers CORS for the site\'s own pages only', async () => {
+    const own = await request('media.localhost', '/harbour/master.m3u8', { headers: { origin: site.pageOrigin } });
+    assert.equal(own.headers['access-control-allow-origin'], site.pageOrigin);
+    assert.equal(own.headers.vary, 'Origin');
+    const preflight = await request('media.localhost', '/harbour/master.m3u8', {
+      method: 'OPTIONS', headers: { origin: site.pageOrigin, 'access-control-request-headers': 'range' },
+    });
+    assert.equal(preflight.status, 204);
+    assert.equal(preflight.headers['access-control-allow-origin'], site.pageOrigin);
+    assert.equal(preflight.headers['access-control-allow-headers'], 'range');
+
+    for (const origin of ['https://elsewhere.example', 'http://localhost:1', `http://127.0.0.1:${site.port}`, 'null']) {
+      const other = await request('media.localhost', '/harbour/master.m3u8', { headers: { origin } });
+      assert.equal(other.status, 200, origin);
+      assert.equal(other.headers['access-control-allow-origin'], undefined, origin);
+      const otherPreflight = await request('media.localhost', '/harbour/master.m3u8', {
+        method: 'OPTIONS', headers: { origin, 'access-control-request-headers': 'range' },
+      });
+      assert.equal(otherPreflight.status, 403, origin);
+      assert.equal(otherPreflight.headers['access-control-allow-origin'], undefined, origin);
+    }
+  });
+
+  test('refuses records and the system folder, and finds no object without its record', async () => {
+    for (const key of ['/harbour/video.json', '/_vorlen/site.json', '/_vorlen/', '/%5Fvorlen/site.json', '/harbour/../_vorlen/site.json']) {
       assert.equal((await request('media.localhost', key)).status, 403, key);
     }
-    for (const key of ['/harbour/.hidden', '/harbour/', '/harbour/../_vorlen/site.json', '/nothing.mp4']) {
-      assert.notEqual((await request('media.localhost', key)).status, 200, key);
+    for (const key of ['/harbour/unrecorded.mp4', '/harbour/', '/nothing.mp4', '/harbour//master.m3u8']) {
+      assert.equal((await request('media.localhost', key)).status, 404, key);
+    }
+  });
+
+  test('follows no symbolic link, so nothing outside the site\'s folder is served', async () => {
+    for (const key of ['/harbour/leak.mp4', '/linked/secret.txt', '/harbour/inside.mp4']) {
+      const answer = await request('media.localhost', key);
+      assert.equal(answer.status, 404, key);
+      assert.doesNotMatch(answer.body.toString(), /outside the site/, key);
     }
   });
 });
@@ -108,11 +153,65 @@ describe('page host', () => {
     assert.match(html, new RegExp(`"hls":"http://media\\.localhost:${site.port}/harbour/master\\.m3u8"`));
     assert.equal((await request('localhost', '/_assets/site.css')).status, 200);
 
-    await writeObject('harbour/video.json', JSON.stringify(videoRecord({ title: 'Harbour at Dusk' })));
+    await writeObject(root, 'harbour/video.json', JSON.stringify(videoRecord({ title: 'Harbour at Dusk' })), json);
     assert.match((await request('localhost', '/harbour')).body.toString(), /Harbour at Dusk/);
-    await writeObject('meadow/master.m3u8', '#EXTM3U\n');
+    await writeObject(root, 'meadow/master.m3u8', '#EXTM3U\n', immutable);
     assert.equal((await request('localhost', '/meadow')).status, 200);
-    await rm(path.join(dir, 'meadow'), { recursive: true });
+    await rm(path.join(root, 'objects/meadow'), { recursive: true });
     assert.equal((await request('localhost', '/meadow')).status, 404);
   });
+
+  test('gives the Worker each object with the headers of its record, and nothing without one or behind a link', async () => {
+    await site.worker.mirror.sync();
+    const { bucket } = site.worker;
+    for (const { path: name, contentType, cacheControl } of headerCases) {
+      const object = await bucket.head(`table/${name}`);
+      assert.deepEqual([object?.httpMetadata.contentType, object?.httpMetadata.cacheControl], [contentType, cacheControl], name);
+    }
+    for (const key of ['harbour/unrecorded.mp4', 'harbour/leak.mp4', 'harbour/inside.mp4', 'linked/secret.txt']) {
+      assert.equal(await bucket.head(key), null, key);
+    }
+  });
+});
+
+// Where a process and all its descendants listen, as "tcp 127.0.0.1:PORT", read from
+// /proc: the sockets that their file descriptors hold, looked up in the kernel's tables
+// of listening TCP and bound UDP sockets.
+async function listeningAddresses(pid) {
+  const parents = new Map();
+  for (const entry of await readdir('/proc')) {
+    if (!/^\d+$/.test(entry)) continue;
+    const stat = await readFile(`/proc/${entry}/stat`, 'utf8').catch(() => null);
+    if (stat) parents.set(Number(entry), Number(stat.slice(stat.lastIndexOf(')') + 2).split(' ')[1]));
+  }
+  const family = new Set([pid]);
+  for (let size = 0; size !== family.size;) {
+    size = family.size;
+    for (const [child, parent] of parents) if (family.has(parent)) family.add(child);
+  }
+  const sockets = new Set();
+  for (const member of family) {
+    for (const fd of await readdir(`/proc/${member}/fd`).catch(() => [])) {
+      const target = await readlink(`/proc/${member}/fd/${fd}`).catch(() => '');
+      const inode = /^socket:\[(\d+)\]$/.exec(target)?.[1];
+      if (inode) sockets.add(inode);
+    }
+  }
+  const addresses = [];
+  for (const [table, listening] of [['tcp', '0A'], ['tcp6', '0A'], ['udp', '07'], ['udp6', '07']]) {
+    for (const line of (await readFile(`/proc/net/${table}`, 'utf8')).trim().split('\n').slice(1)) {
+      const [, local, , state, , , , , , inode] = line.trim().split(/\s+/);
+      if (state !== listening || !sockets.has(inode)) continue;
+      const [host, port] = local.split(':');
+      const address = table.endsWith('6') ? host : [3, 2, 1, 0].map((i) => parseInt(host.slice(2 * i, 2 * i + 2), 16)).join('.');
+      addresses.push(`${table} ${address}:${parseInt(port, 16)}`);
+    }
+  }
+  return addresses;
+}
+
+test('nothing of the local site listens beyond loopback', async () => {
+  const addresses = await listeningAddresses(process.pid);
+  assert.ok(addresses.length >= 2, `the site and workerd listen: ${addresses}`);
+  for (const address of addresses) assert.match(address, /^(tcp|udp) 127\.0\.0\.1:\d+$/);
 });

@@ -258,6 +258,9 @@ describe('site settings', () => {
       [siteSettings({ media_host: 'media_host.example' }), /not ready yet/],
       [siteSettings({ path: '_vorlen' }), /not ready yet/],
       [siteSettings({ page_path: 'a/../b' }), /not ready yet/],
+      [siteSettings({ template: 'sepia' }), /not ready yet/],
+      [siteSettings({ embeds: { sites: 'everything' } }), /not ready yet/],
+      [siteSettings({ worker: undefined }), /not ready yet/],
       ['{"version": 1,', /not ready yet/],
       [null, /not ready yet/],
     ];
@@ -277,15 +280,15 @@ describe('site settings', () => {
 
   test('reads what it knows of a lenient file with defaults', async () => {
     await pages.reset({
-      version: 1, media_host: 'Media.Example.COM', page_host: 'watch.example.com', template: 'sepia',
-      worker: { name: 'w', version: '9.0.0' }, home_page: { public: 'yes' }, embeds: { sites: 'everything' },
+      version: 1, media_host: 'Media.Example.COM', page_host: 'watch.example.com', template: 'dark',
+      worker: { name: 'w', version: '9.0.0' }, home_page: { public: 'yes' },
       stylesheets: [{ url: 'https://fonts.example/a.css' }, { url: 'http://plain.example/b.css' }, 'x'],
       fonts: { text: 'Inter', headings: 'Bad"; } body { x', hosted: { family: 'Brand', folder: '_fonts/brand' } },
     });
     await pages.publish('harbour');
     const { status, text } = await pages.get('/harbour');
     assert.equal(status, 200);
-    assert.match(text, /data-theme="auto"/);
+    assert.match(text, /data-theme="dark"/);
     assert.equal(playerConfig(text).hls, 'https://media.example.com/harbour/master.m3u8');
     assert.match(text, /<link rel="stylesheet" href="https:\/\/fonts\.example\/a\.css">/);
     assert.doesNotMatch(text, /plain\.example|Bad"/);
