@@ -293,18 +293,11 @@ Bucket::ListPage S3Bucket::readListPage(const std::string& prefix, const std::op
 Bucket::ListPage S3Bucket::listPage(const std::string& prefix, const std::optional<std::string>& startAfter,
                                     const std::optional<std::string>& token, int retries,
                                     std::chrono::duration<double> delay) {
-    for (int attempt = 0;; ++attempt) {
-        try {
-            auto page = readListPage(prefix, startAfter, token);
-            if (token && page.nextToken == token)
-                throw VorlenError::status(200, "list response repeats its continuation token");
-            return page;
-        } catch (...) {
-            auto error = std::current_exception();
-            if (attempt >= retries || !isTransient(error)) throw;
-            sleepFor(std::chrono::duration_cast<std::chrono::nanoseconds>(retryWait(delay, attempt, error)));
-        }
-    }
+    return RetryPolicy{retries, delay}.run([&](std::int64_t) {
+        auto page = readListPage(prefix, startAfter, token);
+        if (token && page.nextToken == token) throw VorlenError::status(200, "list response repeats its continuation token");
+        return page;
+    });
 }
 
 MultipartUpload S3Bucket::createMultipart(const std::string& key, const ObjectHeaders& headers) {

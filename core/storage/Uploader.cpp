@@ -15,25 +15,6 @@ namespace vorlen {
 
 namespace {
 
-// Tries `attempt` (numbered from 1) until it works, the failure is not
-// transient, or the retries are used up. A failure while cancelled is the cancellation.
-template <class T>
-T retrying(const UploadOptions& options, const std::function<T(std::int64_t)>& attempt) {
-    for (std::int64_t number = 1;; ++number) {
-        std::exception_ptr error;
-        try {
-            return attempt(number);
-        } catch (const Cancelled&) {
-            throw;
-        } catch (...) {
-            error = std::current_exception();
-        }
-        if (isCancelled()) throw Cancelled();
-        if (!isTransient(error) || number > options.maxRetries) std::rethrow_exception(error);
-        sleepFor(std::chrono::duration_cast<std::chrono::nanoseconds>(retryWait(options.retryDelay, number - 1, error)));
-    }
-}
-
 bool isNoSuchUpload(const std::exception_ptr& error) {
     try {
         std::rethrow_exception(error);
@@ -54,6 +35,14 @@ struct Run {
 
     std::int64_t attemptLimit() const { return uploader.options.maxRetries + 1; }
 
+    // Tries an attempt (numbered from 1) until it works, the failure is not transient,
+    // or the retries are used up. A failure while cancelled is the cancellation.
+    template <class F>
+    auto retrying(F&& attempt) const {
+        return RetryPolicy{uploader.options.maxRetries, uploader.options.retryDelay}.run(std::forward<F>(attempt),
+                                                                                          checkCancellation);
+    }
+
     void changeGiven(std::int64_t delta) {
         std::lock_guard lock(reportMutex);
         if (delta >= 0) given.add(static_cast<std::uint64_t>(delta));
@@ -64,7 +53,7 @@ struct Run {
     // A step without a body (start or finish of a multipart upload), retried and journaled.
     template <class T>
     T step(const std::string& label, const std::function<T()>& work) {
-        return retrying<T>(uploader.options, [&](std::int64_t attempt) -> T {
+        return retrying([&](std::int64_t attempt) -> T {
             try {
                 return work();
             } catch (const Cancelled&) {
@@ -78,7 +67,7 @@ struct Run {
     }
 
     Uploader::Outcome send(const Uploader::Transfer& transfer) {
-        return retrying<Uploader::Outcome>(uploader.options, [&](std::int64_t attempt) {
+        return retrying([&](std::int64_t attempt) {
             ByteCounter attemptGiven;
             auto started = BootClock::now();
             std::mutex transportMutex;
