@@ -237,6 +237,19 @@ TEST_F(S3BucketTest, AnswersThatHideAFailureAreFailures) {
     expectStatus(failureOf([&] { bucket->copy("src", "dst"); }), 200, "<Error>");
     expectStatus(failureOf([&] { bucket->completeMultipart({"k", "u"}, {{1, "e"}}); }), 200, "InternalError");
 
+    // Namespaces play no part: elements are matched by their local names.
+    answer = "<Error xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\"><Code>SlowDown</Code></Error>";
+    expectStatus(failureOf([&] { bucket->copy("src", "dst"); }), 200, "SlowDown");
+    expectStatus(failureOf([&] { bucket->completeMultipart({"k", "u"}, {{1, "e"}}); }), 200, "SlowDown");
+    answer = "<s3:InitiateMultipartUploadResult xmlns:s3=\"http://s3.amazonaws.com/doc/2006-03-01/\">"
+             "<s3:Key>k</s3:Key><s3:UploadId>u-1</s3:UploadId></s3:InitiateMultipartUploadResult>";
+    EXPECT_EQ(bucket->createMultipart("k", {}).uploadID, "u-1");
+    answer = "<s3:ListBucketResult xmlns:s3=\"http://s3.amazonaws.com/doc/2006-03-01/\"><s3:KeyCount>1</s3:KeyCount>"
+             "</s3:ListBucketResult>";
+    EXPECT_TRUE(bucket->hasObjects(""));
+    answer = "<CopyObjectResult><ETag>";
+    expectStatus(failureOf([&] { bucket->copy("src", "dst"); }), 200, "response is not XML: ");
+
     answer = listWithRepeatedToken;
     EXPECT_EQ(bucket->listPage("", std::nullopt, std::nullopt).nextToken, "same");
     expectStatus(failureOf([&] { bucket->listAll(""); }), 200, "list response repeats its continuation token");
