@@ -343,6 +343,33 @@ void S3Bucket::completeMultipart(const MultipartUpload& upload, const std::vecto
     failOnErrorInside(*send(call));
 }
 
+std::vector<MultipartUpload> S3Bucket::listMultipartUploads(const std::string& prefix) {
+    std::vector<MultipartUpload> uploads;
+    std::optional<std::pair<std::string, std::string>> marker;  // the key and upload ID to go on behind
+    for (;;) {
+        QueryItems query{{"uploads", std::nullopt}, {"prefix", prefix}};
+        if (marker) {
+            query.emplace_back("key-marker", marker->first);
+            if (!marker->second.empty()) query.emplace_back("upload-id-marker", marker->second);
+        }
+        auto response = send({"GET", std::nullopt, query, {}});
+        pugi::xml_document document;
+        auto root = parsedRoot(document, response->body, "ListMultipartUploadsResult");
+        for (auto upload : childrenNamed(root, "Upload")) {
+            auto key = firstChild(upload, "Key");
+            auto uploadID = firstChild(upload, "UploadId");
+            if (key && uploadID) uploads.push_back({key.child_value(), uploadID.child_value()});
+        }
+        if (std::string_view(firstChild(root, "IsTruncated").child_value()) != "true") return uploads;
+        std::pair<std::string, std::string> next{firstChild(root, "NextKeyMarker").child_value(),
+                                                 firstChild(root, "NextUploadIdMarker").child_value()};
+        // The guard against a listing that would otherwise never end.
+        if (next.first.empty() || next == marker)
+            throw VorlenError::status(200, "truncated upload list has no new NextKeyMarker");
+        marker = std::move(next);
+    }
+}
+
 void S3Bucket::abortMultipart(const MultipartUpload& upload) {
     send({"DELETE", upload.key, {{"uploadId", upload.uploadID}}, {}});
 }
