@@ -163,6 +163,7 @@ std::optional<HttpResponse> S3Bucket::send(const Call& call) {
     for (const auto& [name, value] : signing.headers)
         if (name != "host") request.headers.emplace_back(name, value);
     if (call.body) request.body = *call.body;
+    request.idempotent = call.idempotent;
 
     HttpResponse response = session_->send(request);
     if (response.status == 404 && call.absentOn404) return std::nullopt;
@@ -311,6 +312,8 @@ Bucket::ListPage S3Bucket::listPage(const std::string& prefix, const std::option
 MultipartUpload S3Bucket::createMultipart(const std::string& key, const ObjectHeaders& headers) {
     Call call{"POST", key, {{"uploads", std::nullopt}}, {}};
     addObjectHeaders(call.headers, headers);
+    // Each start opens another upload: one whose answer was lost is the caller's to look for.
+    call.idempotent = false;
     auto response = send(call);
     auto uploadID = rootValue(response->body, "InitiateMultipartUploadResult", "UploadId");
     if (!uploadID || uploadID->empty()) throw VorlenError::status(200, "multipart response has no UploadId");

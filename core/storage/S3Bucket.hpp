@@ -58,6 +58,7 @@ private:
         const RequestBody* body = nullptr;
         bool digest = false;      // send content-md5 of the body
         bool absentOn404 = false; // a 404 is an answer, not a failure
+        bool idempotent = true;   // false: never sent twice by the transport
     };
     // Signs and sends; a status outside 2xx fails with status(code, body).
     // Empty only for a 404 that the call allows.
