@@ -17,7 +17,7 @@ class FaultyBucket : public Bucket {
 public:
     enum class Fault { none, fail, lose };
     struct Call {
-        std::string operation;  // "put", "part", "create", "complete", "abort", "delete"
+        std::string operation;  // "put", "part", "create", "complete", "abort", "uploads", "delete"
         std::string key;
         std::int64_t part = 0;
         std::uint64_t bytes = 0;
@@ -72,6 +72,9 @@ public:
             inner->abortMultipart(upload);
             return true;
         });
+    }
+    std::vector<MultipartUpload> listMultipartUploads(const std::string& prefix) override {
+        return around({"uploads", prefix}, nullptr, [&] { return inner->listMultipartUploads(prefix); });
     }
 
 private:

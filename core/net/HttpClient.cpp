@@ -305,6 +305,7 @@ HttpResponse HttpClient::send(const HttpRequest& request) {
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, static_cast<long>(options_.noProgressTimeout.count()));
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, static_cast<long>(options_.noProgressTimeout.count()));
+    if (!request.idempotent) curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
 
     HttpResponse response;
     ResponseWriter writer{request, response, easy, nullptr};

@@ -22,6 +22,10 @@ struct HttpRequest {
     std::string url;
     std::vector<std::pair<std::string, std::string>> headers;
     std::optional<RequestBody> body;
+    // curl sends a request again by itself when a kept connection drops before any
+    // answer, although the server may have acted on it. One that must not happen
+    // twice goes on a fresh connection instead, where a lost answer is a failure.
+    bool idempotent = true;
     // Receives the response body as it arrives; without it the body is kept in the response.
     std::function<void(std::string_view)> onResponseData;
     // Hears the status and headers before the first byte of a response body.

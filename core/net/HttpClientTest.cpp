@@ -55,6 +55,70 @@ struct Gate {
     }
 };
 
+// Answers every request on a kept connection, except the first POST: that one it
+// reads and then drops, as a connection drops after the server acted on a request.
+class AnswerDropper {
+public:
+    AnswerDropper() {
+        listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        ::listen(listener_, 8);
+        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
+        port_ = ntohs(address.sin_port);
+        acceptor_ = std::thread([this] {
+            for (int client; (client = ::accept(listener_, nullptr, nullptr)) >= 0;) {
+                std::lock_guard lock(mutex_);
+                clients_.push_back(client);
+                threads_.emplace_back([this, client] { serve(client); });
+            }
+        });
+    }
+    ~AnswerDropper() {
+        ::shutdown(listener_, SHUT_RDWR);
+        acceptor_.join();
+        for (int client : clients_) ::shutdown(client, SHUT_RDWR);
+        for (auto& thread : threads_) thread.join();
+        for (int client : clients_) ::close(client);
+        ::close(listener_);
+    }
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
+    int posts() const { return posts_; }
+
+private:
+    void serve(int client) {
+        std::string buffer;
+        char chunk[4096];
+        for (;;) {
+            std::size_t end;
+            while ((end = buffer.find("\r\n\r\n")) == std::string::npos) {
+                const ssize_t got = ::recv(client, chunk, sizeof chunk, 0);
+                if (got <= 0) return;
+                buffer.append(chunk, static_cast<std::size_t>(got));
+            }
+            const bool post = buffer.starts_with("POST ");
+            buffer.erase(0, end + 4);  // the requests of this test carry no body
+            if (post && posts_++ == 0) {
+                ::shutdown(client, SHUT_RDWR);
+                return;
+            }
+            const std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
+            ::send(client, answer.data(), answer.size(), MSG_NOSIGNAL);
+        }
+    }
+
+    int listener_ = -1;
+    int port_ = 0;
+    std::atomic<int> posts_ = 0;
+    std::mutex mutex_;
+    std::vector<int> clients_;
+    std::vector<std::thread> threads_;
+    std::thread acceptor_;
+};
+
 HttpRequest request(std::string method, std::string url, std::optional<RequestBody> body = std::nullopt) {
     HttpRequest request;
     request.method = std::move(method);
@@ -121,6 +185,29 @@ TEST_F(HttpClientTest, SendsAFileRangeInPiecesAndReportsWhatItHandedOver) {
     const auto second = client.send(request("GET", loopback.url("/missing")));
     EXPECT_EQ(second.status, 404);
     EXPECT_TRUE(second.transport.isReusedConnection);
+}
+
+TEST_F(HttpClientTest, ARequestThatIsNotIdempotentIsNeverSentAgainByTheTransport) {
+    {
+        AnswerDropper server;
+        HttpClient client;
+        ASSERT_EQ(client.send(request("GET", server.url())).status, 200);
+        // On the kept connection curl sends it again by itself, and the server acts twice.
+        EXPECT_EQ(client.send(request("POST", server.url())).status, 200);
+        EXPECT_EQ(server.posts(), 2);
+    }
+    AnswerDropper server;
+    HttpClient client;
+    ASSERT_EQ(client.send(request("GET", server.url())).status, 200);
+    auto once = request("POST", server.url());
+    once.idempotent = false;
+    try {
+        client.send(once);
+        FAIL() << "expected the lost answer as a failure";
+    } catch (const TransportError&) {
+        EXPECT_TRUE(isTransient(std::current_exception()));
+    }
+    EXPECT_EQ(server.posts(), 1);
 }
 
 TEST_F(HttpClientTest, AFileShorterThanPlannedFailsAndIsNotRetried) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <optional>
 
 #include "core/base/Task.hpp"
@@ -16,8 +17,11 @@ struct RetryPolicy {
 
     // Runs work(attempt) with attempt from 1; a transient failure is tried again
     // after retryWait while retries are left. The waits end early with Cancelled.
+    // onFailure runs after every failed attempt, before the decision; a failure
+    // that it throws ends the loop in place of the attempt's (the uploader gives
+    // checkCancellation, so that a failure while cancelled is the cancellation).
     template <class F>
-    auto run(F&& work) const -> decltype(work(std::int64_t{1}));
+    auto run(F&& work, const std::function<void()>& onFailure = {}) const -> decltype(work(std::int64_t{1}));
 };
 
 // A failure that names its own wait (a server's Retry-After). One that also
@@ -42,11 +46,12 @@ std::chrono::duration<double> retryWait(std::chrono::duration<double> delay, std
                                         const std::exception_ptr& error);
 
 template <class F>
-auto RetryPolicy::run(F&& work) const -> decltype(work(std::int64_t{1})) {
+auto RetryPolicy::run(F&& work, const std::function<void()>& onFailure) const -> decltype(work(std::int64_t{1})) {
     for (std::int64_t attempt = 1;; ++attempt) {
         try {
             return work(attempt);
         } catch (...) {
+            if (onFailure) onFailure();
             auto error = std::current_exception();
             if (attempt > maxRetries || !isTransient(error)) throw;
             sleepFor(std::chrono::duration_cast<std::chrono::nanoseconds>(retryWait(delay, attempt - 1, error)));

@@ -85,6 +85,20 @@ TEST(RetryPolicyTest, RunRetriesTransientFailuresUntilTheRetriesAreUsed) {
     }),
                  VorlenError);
     EXPECT_EQ(calls, 1);
+
+    // A failure that the hook throws ends the loop in place of a transient one.
+    calls = 0;
+    int hooked = 0;
+    EXPECT_THROW(policy.run(
+                     [&](std::int64_t) -> int {
+                         ++calls;
+                         throw VorlenError::status(503, "");
+                     },
+                     [&] {
+                         if (++hooked == 2) throw Cancelled();
+                     }),
+                 Cancelled);
+    EXPECT_EQ(calls, 2);
 }
 
 }  // namespace

@@ -101,6 +101,9 @@ public:
     virtual CompletedPart uploadPart(const MultipartUpload& upload, std::int64_t number, const RequestBody& body) = 0;
     virtual void completeMultipart(const MultipartUpload& upload, const std::vector<CompletedPart>& parts) = 0;
     virtual void abortMultipart(const MultipartUpload& upload) = 0;
+    // The multipart uploads under a prefix that were started and neither completed
+    // nor aborted, in key order, every page. The prefix also matches longer keys.
+    virtual std::vector<MultipartUpload> listMultipartUploads(const std::string& prefix) = 0;
 };
 
 }  // namespace vorlen

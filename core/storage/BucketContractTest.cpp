@@ -1,5 +1,6 @@
 #include "core/storage/BucketContractTest.hpp"
 
+#include <algorithm>
 #include <fstream>
 
 #include "core/base/Crypto.hpp"
@@ -25,6 +26,7 @@ void BucketContract::TearDown() {
         token = page.nextToken;
     } while (token);
     bucket->deleteObjects(keys);
+    for (auto& upload : bucket->listMultipartUploads(prefix)) bucket->abortMultipart(upload);
 }
 
 namespace {
@@ -56,6 +58,19 @@ bool isConflict(F operation) {
         return error.is<failure::Conflict>();
     }
     return false;
+}
+
+// Key and upload ID of each, in the order listed.
+std::vector<std::pair<std::string, std::string>> keysAndIDs(const std::vector<MultipartUpload>& uploads) {
+    std::vector<std::pair<std::string, std::string>> pairs;
+    for (auto& upload : uploads) pairs.emplace_back(upload.key, upload.uploadID);
+    return pairs;
+}
+
+std::vector<std::pair<std::string, std::string>> sortedKeysAndIDs(const std::vector<MultipartUpload>& uploads) {
+    auto pairs = keysAndIDs(uploads);
+    std::sort(pairs.begin(), pairs.end());
+    return pairs;
 }
 
 // A scratch file that goes away with the test.
@@ -213,6 +228,33 @@ TEST_P(BucketContract, multipartJoinsPartsAndAnAbortedUploadIsGone) {
     bucket->abortMultipart(aborted);
     EXPECT_EQ(statusOf([&] { bucket->completeMultipart(aborted, {part}); }), 404);
     EXPECT_FALSE(bucket->info(prefix + "aborted"));
+}
+
+
+TEST_P(BucketContract, listsOpenMultipartUploadsUnderAPrefixUntilTheyEnd) {
+    const std::string key = prefix + "v_1080/a&b <c> \"d\" 'é'.mp4";
+    const ObjectHeaders headers{"video/mp4", "", {}};
+    auto first = bucket->createMultipart(key, headers);
+    auto second = bucket->createMultipart(key, headers);
+    auto longer = bucket->createMultipart(key + ".old", headers);
+    auto elsewhere = bucket->createMultipart(prefix + "v_720/a.mp4", headers);
+
+    // A prefix also matches longer keys; uploads come in key order.
+    auto listed = bucket->listMultipartUploads(key);
+    std::vector<std::string> keys;
+    for (auto& upload : listed) keys.push_back(upload.key);
+    EXPECT_EQ(keys, (std::vector<std::string>{key, key, key + ".old"}));
+    EXPECT_EQ(sortedKeysAndIDs(listed), sortedKeysAndIDs({first, second, longer}));
+    EXPECT_EQ(sortedKeysAndIDs(bucket->listMultipartUploads(prefix)), sortedKeysAndIDs({first, second, longer, elsewhere}));
+    EXPECT_TRUE(bucket->listMultipartUploads(prefix + "v_360/").empty());
+
+    // Completed and aborted uploads are no longer open.
+    bucket->completeMultipart(second, {bucket->uploadPart(second, 1, RequestBody::bytes("x"))});
+    bucket->abortMultipart(first);
+    EXPECT_EQ(keysAndIDs(bucket->listMultipartUploads(key)), keysAndIDs({longer}));
+    bucket->abortMultipart(longer);
+    bucket->abortMultipart(elsewhere);
+    EXPECT_TRUE(bucket->listMultipartUploads(prefix).empty());
 }
 
 }  // namespace vorlen

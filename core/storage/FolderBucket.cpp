@@ -577,4 +577,13 @@ std::vector<MultipartUpload> FolderBucket::openMultipartUploads() const {
     return uploads;
 }
 
+std::vector<MultipartUpload> FolderBucket::listMultipartUploads(const std::string& prefix) {
+    finishLeftovers();
+    Lock lock(root_, false);
+    auto uploads = openMultipartUploads();
+    std::erase_if(uploads, [&](const MultipartUpload& upload) { return !upload.key.starts_with(prefix); });
+    std::stable_sort(uploads.begin(), uploads.end(), [](auto& a, auto& b) { return a.key < b.key; });
+    return uploads;
+}
+
 }  // namespace vorlen

@@ -68,6 +68,7 @@ public:
     CompletedPart uploadPart(const MultipartUpload& upload, std::int64_t number, const RequestBody& body) override;
     void completeMultipart(const MultipartUpload& upload, const std::vector<CompletedPart>& parts) override;
     void abortMultipart(const MultipartUpload& upload) override;
+    std::vector<MultipartUpload> listMultipartUploads(const std::string& prefix) override;
 
 private:
     class Lock;

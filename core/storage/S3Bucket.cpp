@@ -6,6 +6,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstdio>
+#include <sstream>
 #include <fmt/format.h>
 
 #include "core/base/Crypto.hpp"
@@ -22,22 +23,6 @@ namespace {
 
 constexpr std::size_t deleteBatchSize = 1000;
 constexpr std::size_t pieceSize = 262144;
-
-std::string xmlEscaped(std::string_view text) {
-    std::string escaped;
-    escaped.reserve(text.size());
-    for (char c : text) {
-        switch (c) {
-            case '&': escaped += "&amp;"; break;
-            case '<': escaped += "&lt;"; break;
-            case '>': escaped += "&gt;"; break;
-            case '"': escaped += "&quot;"; break;
-            case '\'': escaped += "&apos;"; break;
-            default: escaped += c;
-        }
-    }
-    return escaped;
-}
 
 // The MD5 of a body, a file range read in the same pieces as the send.
 std::string contentMd5(const RequestBody& body) {
@@ -63,36 +48,55 @@ std::string contentMd5(const RequestBody& body) {
     return base64(digest.finish());
 }
 
-// The text between the first literal <tag> and </tag>, without a parser.
-std::optional<std::string> literalElement(const std::string& body, const std::string& tag) {
-    const std::string open = "<" + tag + ">";
-    const std::string close = "</" + tag + ">";
-    const auto start = body.find(open);
-    if (start == std::string::npos) return std::nullopt;
-    const auto end = body.find(close, start + open.size());
-    if (end == std::string::npos) return std::nullopt;
-    return body.substr(start + open.size(), end - start - open.size());
-}
-
 std::string_view localName(const char* name) {
     std::string_view text(name);
     const auto colon = text.rfind(':');
     return colon == std::string_view::npos ? text : text.substr(colon + 1);
 }
 
-pugi::xml_node firstChild(const pugi::xml_node& node, std::string_view name) {
-    for (auto child : node.children())
-        if (child.type() == pugi::node_element && localName(child.name()) == name) return child;
-    return {};
+// Elements are matched by local name, so that namespaces play no part.
+bool isElementNamed(const pugi::xml_node& node, std::string_view name) {
+    return node.type() == pugi::node_element && localName(node.name()) == name;
 }
 
-// Parses a whole answer and checks its root; pugixml never loads a DTD or an external entity.
-pugi::xml_node parsedRoot(pugi::xml_document& document, const std::string& body, std::string_view expectedRoot) {
+std::vector<pugi::xml_node> childrenNamed(const pugi::xml_node& node, std::string_view name) {
+    std::vector<pugi::xml_node> found;
+    for (auto child : node.children())
+        if (isElementNamed(child, name)) found.push_back(child);
+    return found;
+}
+
+pugi::xml_node firstChild(const pugi::xml_node& node, std::string_view name) {
+    return node.find_child([&](const pugi::xml_node& child) { return isElementNamed(child, name); });
+}
+
+// The root element of a whole answer; pugixml never loads a DTD or an external entity.
+pugi::xml_node parsedElement(pugi::xml_document& document, const std::string& body) {
     const auto result = document.load_buffer(body.data(), body.size(), pugi::parse_default);
     if (!result) throw VorlenError::status(200, std::string("response is not XML: ") + result.description());
-    auto root = document.document_element();
-    if (!root || localName(root.name()) != expectedRoot) throw VorlenError::status(200, body);
+    return document.document_element();
+}
+
+pugi::xml_node parsedRoot(pugi::xml_document& document, const std::string& body, std::string_view expectedRoot) {
+    auto root = parsedElement(document, body);
+    if (!isElementNamed(root, expectedRoot)) throw VorlenError::status(200, body);
     return root;
+}
+
+// The text of one child of the answer's root, when the root is the expected one.
+std::optional<std::string> rootValue(const std::string& body, std::string_view root, std::string_view name) {
+    pugi::xml_document document;
+    const auto element = parsedElement(document, body);
+    const auto child = isElementNamed(element, root) ? firstChild(element, name) : pugi::xml_node();
+    if (!child) return std::nullopt;
+    return std::string(child.child_value());
+}
+
+// A request body: no white space between elements, and the declaration only where the document has one.
+RequestBody xmlBody(const pugi::xml_document& document) {
+    std::ostringstream text;
+    document.save(text, "", pugi::format_raw | pugi::format_no_declaration, pugi::encoding_utf8);
+    return RequestBody::bytes(text.str());
 }
 
 void addObjectHeaders(std::map<std::string, std::string>& headers, const ObjectHeaders& objectHeaders) {
@@ -101,8 +105,11 @@ void addObjectHeaders(std::map<std::string, std::string>& headers, const ObjectH
     for (const auto& [name, value] : objectHeaders.metadata) headers["x-amz-meta-" + asciiLowercased(name)] = value;
 }
 
+// A copy and a completion can fail with status 200: the answer is then an Error document.
 void failOnErrorInside(const HttpResponse& response) {
-    if (response.body.find("<Error>") != std::string::npos) throw VorlenError::status(200, repairUtf8(response.body));
+    pugi::xml_document document;
+    if (isElementNamed(parsedElement(document, response.body), "Error"))
+        throw VorlenError::status(200, repairUtf8(response.body));
 }
 
 std::string withoutQuotes(std::string etag) {
@@ -156,6 +163,7 @@ std::optional<HttpResponse> S3Bucket::send(const Call& call) {
     for (const auto& [name, value] : signing.headers)
         if (name != "host") request.headers.emplace_back(name, value);
     if (call.body) request.body = *call.body;
+    request.idempotent = call.idempotent;
 
     HttpResponse response = session_->send(request);
     if (response.status == 404 && call.absentOn404) return std::nullopt;
@@ -170,7 +178,7 @@ std::optional<HttpResponse> S3Bucket::send(const Call& call) {
 
 bool S3Bucket::hasObjects(const std::string& prefix) {
     auto response = send({"GET", std::nullopt, {{"list-type", "2"}, {"max-keys", "1"}, {"prefix", prefix}}, {}});
-    const auto text = literalElement(response->body, "KeyCount");
+    const auto text = rootValue(response->body, "ListBucketResult", "KeyCount");
     std::int64_t count = 0;
     if (!text || text->empty() ||
         std::from_chars(text->data(), text->data() + text->size(), count).ptr != text->data() + text->size())
@@ -234,22 +242,24 @@ void S3Bucket::remove(const std::string& key) { send({"DELETE", key, {}, {}}); }
 std::vector<DeleteFailure> S3Bucket::deleteObjects(const std::vector<std::string>& keys) {
     std::vector<DeleteFailure> failures;
     for (std::size_t start = 0; start < keys.size(); start += deleteBatchSize) {
-        std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?><Delete><Quiet>true</Quiet>";
+        pugi::xml_document request;
+        auto declaration = request.append_child(pugi::node_declaration);
+        declaration.append_attribute("version") = "1.0";
+        declaration.append_attribute("encoding") = "UTF-8";
+        auto batch = request.append_child("Delete");
+        batch.append_child("Quiet").text() = "true";
         for (std::size_t index = start; index < std::min(keys.size(), start + deleteBatchSize); ++index)
-            xml += "<Object><Key>" + xmlEscaped(keys[index]) + "</Key></Object>";
-        xml += "</Delete>";
-        const RequestBody body = RequestBody::bytes(std::move(xml));
+            batch.append_child("Object").append_child("Key").text() = keys[index].c_str();
+        const RequestBody body = xmlBody(request);
         Call call{"POST", std::nullopt, {{"delete", std::nullopt}}, {{"content-type", "application/xml"}}};
         call.body = &body;
         call.digest = true;
         auto response = send(call);
         pugi::xml_document document;
         auto root = parsedRoot(document, response->body, "DeleteResult");
-        for (auto error : root.children()) {
-            if (error.type() != pugi::node_element || localName(error.name()) != "Error") continue;
+        for (auto error : childrenNamed(root, "Error"))
             failures.push_back({firstChild(error, "Key").child_value(), firstChild(error, "Code").child_value(),
                                 firstChild(error, "Message").child_value()});
-        }
     }
     return failures;
 }
@@ -274,8 +284,7 @@ Bucket::ListPage S3Bucket::readListPage(const std::string& prefix, const std::op
     pugi::xml_document document;
     auto root = parsedRoot(document, response->body, "ListBucketResult");
     ListPage page;
-    for (auto contents : root.children()) {
-        if (contents.type() != pugi::node_element || localName(contents.name()) != "Contents") continue;
+    for (auto contents : childrenNamed(root, "Contents")) {
         auto key = firstChild(contents, "Key");
         if (!key) continue;
         ListedObject object{key.child_value(), std::nullopt};
@@ -293,25 +302,20 @@ Bucket::ListPage S3Bucket::readListPage(const std::string& prefix, const std::op
 Bucket::ListPage S3Bucket::listPage(const std::string& prefix, const std::optional<std::string>& startAfter,
                                     const std::optional<std::string>& token, int retries,
                                     std::chrono::duration<double> delay) {
-    for (int attempt = 0;; ++attempt) {
-        try {
-            auto page = readListPage(prefix, startAfter, token);
-            if (token && page.nextToken == token)
-                throw VorlenError::status(200, "list response repeats its continuation token");
-            return page;
-        } catch (...) {
-            auto error = std::current_exception();
-            if (attempt >= retries || !isTransient(error)) throw;
-            sleepFor(std::chrono::duration_cast<std::chrono::nanoseconds>(retryWait(delay, attempt, error)));
-        }
-    }
+    return RetryPolicy{retries, delay}.run([&](std::int64_t) {
+        auto page = readListPage(prefix, startAfter, token);
+        if (token && page.nextToken == token) throw VorlenError::status(200, "list response repeats its continuation token");
+        return page;
+    });
 }
 
 MultipartUpload S3Bucket::createMultipart(const std::string& key, const ObjectHeaders& headers) {
     Call call{"POST", key, {{"uploads", std::nullopt}}, {}};
     addObjectHeaders(call.headers, headers);
+    // Each start opens another upload: one whose answer was lost is the caller's to look for.
+    call.idempotent = false;
     auto response = send(call);
-    auto uploadID = literalElement(response->body, "UploadId");
+    auto uploadID = rootValue(response->body, "InitiateMultipartUploadResult", "UploadId");
     if (!uploadID || uploadID->empty()) throw VorlenError::status(200, "multipart response has no UploadId");
     return {key, *uploadID};
 }
@@ -328,14 +332,45 @@ CompletedPart S3Bucket::uploadPart(const MultipartUpload& upload, std::int64_t n
 }
 
 void S3Bucket::completeMultipart(const MultipartUpload& upload, const std::vector<CompletedPart>& parts) {
-    std::string xml = "<CompleteMultipartUpload>";
-    for (const auto& part : parts)
-        xml += fmt::format("<Part><PartNumber>{}</PartNumber><ETag>\"{}\"</ETag></Part>", part.number, part.etag);
-    xml += "</CompleteMultipartUpload>";
-    const RequestBody body = RequestBody::bytes(std::move(xml));
+    pugi::xml_document request;
+    auto complete = request.append_child("CompleteMultipartUpload");
+    for (const auto& part : parts) {
+        auto element = complete.append_child("Part");
+        element.append_child("PartNumber").text() = static_cast<long long>(part.number);
+        // The quotes go back around the ETag.
+        element.append_child("ETag").text() = ("\"" + part.etag + "\"").c_str();
+    }
+    const RequestBody body = xmlBody(request);
     Call call{"POST", upload.key, {{"uploadId", upload.uploadID}}, {{"content-type", "application/xml"}}};
     call.body = &body;
     failOnErrorInside(*send(call));
+}
+
+std::vector<MultipartUpload> S3Bucket::listMultipartUploads(const std::string& prefix) {
+    std::vector<MultipartUpload> uploads;
+    std::optional<std::pair<std::string, std::string>> marker;  // the key and upload ID to go on behind
+    for (;;) {
+        QueryItems query{{"uploads", std::nullopt}, {"prefix", prefix}};
+        if (marker) {
+            query.emplace_back("key-marker", marker->first);
+            if (!marker->second.empty()) query.emplace_back("upload-id-marker", marker->second);
+        }
+        auto response = send({"GET", std::nullopt, query, {}});
+        pugi::xml_document document;
+        auto root = parsedRoot(document, response->body, "ListMultipartUploadsResult");
+        for (auto upload : childrenNamed(root, "Upload")) {
+            auto key = firstChild(upload, "Key");
+            auto uploadID = firstChild(upload, "UploadId");
+            if (key && uploadID) uploads.push_back({key.child_value(), uploadID.child_value()});
+        }
+        if (std::string_view(firstChild(root, "IsTruncated").child_value()) != "true") return uploads;
+        std::pair<std::string, std::string> next{firstChild(root, "NextKeyMarker").child_value(),
+                                                 firstChild(root, "NextUploadIdMarker").child_value()};
+        // The guard against a listing that would otherwise never end.
+        if (next.first.empty() || next == marker)
+            throw VorlenError::status(200, "truncated upload list has no new NextKeyMarker");
+        marker = std::move(next);
+    }
 }
 
 void S3Bucket::abortMultipart(const MultipartUpload& upload) {

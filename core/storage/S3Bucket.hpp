@@ -47,6 +47,7 @@ public:
     CompletedPart uploadPart(const MultipartUpload& upload, std::int64_t number, const RequestBody& body) override;
     void completeMultipart(const MultipartUpload& upload, const std::vector<CompletedPart>& parts) override;
     void abortMultipart(const MultipartUpload& upload) override;
+    std::vector<MultipartUpload> listMultipartUploads(const std::string& prefix) override;
 
 private:
     struct Call {
@@ -57,6 +58,7 @@ private:
         const RequestBody* body = nullptr;
         bool digest = false;      // send content-md5 of the body
         bool absentOn404 = false; // a 404 is an answer, not a failure
+        bool idempotent = true;   // false: never sent twice by the transport
     };
     // Signs and sends; a status outside 2xx fails with status(code, body).
     // Empty only for a 404 that the call allows.

@@ -127,6 +127,14 @@ TEST_F(S3BucketTest, KeysWithSpacesPunctuationAndOtherScriptsRoundTripAndDelete)
 
     EXPECT_EQ(bucket->deleteObjects(keys), std::vector<DeleteFailure>{});
     EXPECT_TRUE(bucket->listKeys("k/").empty());
+
+    std::vector<MultipartUpload> started;
+    for (const auto& key : keys) started.push_back(bucket->createMultipart(key, {}));
+    std::vector<std::string> open;
+    for (const auto& upload : bucket->listMultipartUploads("k/")) open.push_back(upload.key);
+    EXPECT_EQ(open, expected);
+    for (const auto& upload : started) bucket->abortMultipart(upload);
+    EXPECT_TRUE(bucket->listMultipartUploads("k/").empty());
 }
 
 TEST_F(S3BucketTest, ConditionalWritesReportALostRaceAsAConflict) {
@@ -237,6 +245,19 @@ TEST_F(S3BucketTest, AnswersThatHideAFailureAreFailures) {
     expectStatus(failureOf([&] { bucket->copy("src", "dst"); }), 200, "<Error>");
     expectStatus(failureOf([&] { bucket->completeMultipart({"k", "u"}, {{1, "e"}}); }), 200, "InternalError");
 
+    // Namespaces play no part: elements are matched by their local names.
+    answer = "<Error xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\"><Code>SlowDown</Code></Error>";
+    expectStatus(failureOf([&] { bucket->copy("src", "dst"); }), 200, "SlowDown");
+    expectStatus(failureOf([&] { bucket->completeMultipart({"k", "u"}, {{1, "e"}}); }), 200, "SlowDown");
+    answer = "<s3:InitiateMultipartUploadResult xmlns:s3=\"http://s3.amazonaws.com/doc/2006-03-01/\">"
+             "<s3:Key>k</s3:Key><s3:UploadId>u-1</s3:UploadId></s3:InitiateMultipartUploadResult>";
+    EXPECT_EQ(bucket->createMultipart("k", {}).uploadID, "u-1");
+    answer = "<s3:ListBucketResult xmlns:s3=\"http://s3.amazonaws.com/doc/2006-03-01/\"><s3:KeyCount>1</s3:KeyCount>"
+             "</s3:ListBucketResult>";
+    EXPECT_TRUE(bucket->hasObjects(""));
+    answer = "<CopyObjectResult><ETag>";
+    expectStatus(failureOf([&] { bucket->copy("src", "dst"); }), 200, "response is not XML: ");
+
     answer = listWithRepeatedToken;
     EXPECT_EQ(bucket->listPage("", std::nullopt, std::nullopt).nextToken, "same");
     expectStatus(failureOf([&] { bucket->listAll(""); }), 200, "list response repeats its continuation token");
@@ -261,6 +282,35 @@ TEST_F(S3BucketTest, AnswersThatHideAFailureAreFailures) {
     answer = "<DeleteResult><Error><Key>a&amp;b</Key><Code>AccessDenied</Code></Error><Error><Key>c</Key></Error></DeleteResult>";
     EXPECT_EQ(bucket->deleteObjects({"a&b", "c"}),
               (std::vector<DeleteFailure>{{"a&b", "AccessDenied", ""}, {"c", "", ""}}));
+}
+
+TEST_F(S3BucketTest, OpenUploadsListInPagesThatGoOnFromBothMarkers) {
+    const std::string firstPage =
+        "<ListMultipartUploadsResult xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\"><IsTruncated>true</IsTruncated>"
+        "<NextKeyMarker>a&amp;b</NextKeyMarker><NextUploadIdMarker>2</NextUploadIdMarker>"
+        "<Upload><Key>a&amp;b</Key><UploadId>1</UploadId></Upload><Upload><Key>a&amp;b</Key><UploadId>2</UploadId></Upload>"
+        "</ListMultipartUploadsResult>";
+    const std::string lastPage =
+        "<ListMultipartUploadsResult><IsTruncated>false</IsTruncated>"
+        "<Upload><Key>a&amp;c</Key><UploadId>3</UploadId></Upload></ListMultipartUploadsResult>";
+    proxy->setPolicy([&](const ProxyRequest& request) {
+        return Fault::respond(200, request.target.find("key-marker=") == std::string::npos ? firstPage : lastPage);
+    });
+    const auto uploads = bucket->listMultipartUploads("a&");
+    std::vector<std::pair<std::string, std::string>> listed;
+    for (const auto& upload : uploads) listed.emplace_back(upload.key, upload.uploadID);
+    EXPECT_EQ(listed, (std::vector<std::pair<std::string, std::string>>{{"a&b", "1"}, {"a&b", "2"}, {"a&c", "3"}}));
+    const auto seen = proxy->requests();
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_NE(seen[0].target.find("prefix=a%26&uploads="), std::string::npos) << seen[0].target;
+    EXPECT_NE(seen[1].target.find("key-marker=a%26b&prefix=a%26&upload-id-marker=2&uploads="), std::string::npos)
+        << seen[1].target;
+
+    // A server that does not move on stops the listing instead of looping.
+    proxy->setPolicy([&](const ProxyRequest&) { return Fault::respond(200, firstPage); });
+    expectStatus(failureOf([&] { bucket->listMultipartUploads("a&"); }), 200, "truncated upload list has no new NextKeyMarker");
+    proxy->setPolicy([&](const ProxyRequest&) { return Fault::respond(200, "<ListBucketResult/>"); });
+    expectStatus(failureOf([&] { bucket->listMultipartUploads(""); }), 200, "<ListBucketResult/>");
 }
 
 TEST_F(S3BucketTest, AListPageRetriesTransientFailuresAndHonoursTheServersWait) {

@@ -6,6 +6,8 @@
 #include <optional>
 #include <set>
 
+#include <fmt/format.h>
+
 #include "core/base/Task.hpp"
 #include "core/net/RetryPolicy.hpp"
 #include "core/storage/ByteCounter.hpp"
@@ -14,25 +16,6 @@
 namespace vorlen {
 
 namespace {
-
-// Tries `attempt` (numbered from 1) until it works, the failure is not
-// transient, or the retries are used up. A failure while cancelled is the cancellation.
-template <class T>
-T retrying(const UploadOptions& options, const std::function<T(std::int64_t)>& attempt) {
-    for (std::int64_t number = 1;; ++number) {
-        std::exception_ptr error;
-        try {
-            return attempt(number);
-        } catch (const Cancelled&) {
-            throw;
-        } catch (...) {
-            error = std::current_exception();
-        }
-        if (isCancelled()) throw Cancelled();
-        if (!isTransient(error) || number > options.maxRetries) std::rethrow_exception(error);
-        sleepFor(std::chrono::duration_cast<std::chrono::nanoseconds>(retryWait(options.retryDelay, number - 1, error)));
-    }
-}
 
 bool isNoSuchUpload(const std::exception_ptr& error) {
     try {
@@ -45,6 +28,20 @@ bool isNoSuchUpload(const std::exception_ptr& error) {
     }
 }
 
+// The uploads of exactly `key` that the server holds open and `open` does not know:
+// starts that the server took while their answer was lost. The listing by prefix
+// also gives longer keys, which are other files' uploads.
+std::vector<MultipartUpload> strayUploads(Bucket& bucket, const std::string& key,
+                                          const std::vector<Uploader::OpenMultipart>& open) {
+    auto uploads = bucket.listMultipartUploads(key);
+    std::erase_if(uploads, [&](const MultipartUpload& upload) {
+        return upload.key != key || std::any_of(open.begin(), open.end(), [&](const Uploader::OpenMultipart& entry) {
+                   return entry.upload.uploadID == upload.uploadID;
+               });
+    });
+    return uploads;
+}
+
 // One upload's shared counters and callbacks.
 struct Run {
     const Uploader& uploader;
@@ -53,6 +50,14 @@ struct Run {
     std::mutex reportMutex;  // keeps the reported totals in the order they were made
 
     std::int64_t attemptLimit() const { return uploader.options.maxRetries + 1; }
+
+    // Tries an attempt (numbered from 1) until it works, the failure is not transient,
+    // or the retries are used up. A failure while cancelled is the cancellation.
+    template <class F>
+    auto retrying(F&& attempt) const {
+        return RetryPolicy{uploader.options.maxRetries, uploader.options.retryDelay}.run(std::forward<F>(attempt),
+                                                                                          checkCancellation);
+    }
 
     void changeGiven(std::int64_t delta) {
         std::lock_guard lock(reportMutex);
@@ -64,7 +69,7 @@ struct Run {
     // A step without a body (start or finish of a multipart upload), retried and journaled.
     template <class T>
     T step(const std::string& label, const std::function<T()>& work) {
-        return retrying<T>(uploader.options, [&](std::int64_t attempt) -> T {
+        return retrying([&](std::int64_t attempt) -> T {
             try {
                 return work();
             } catch (const Cancelled&) {
@@ -77,8 +82,20 @@ struct Run {
         });
     }
 
+    // Aborts what a start of `key` whose answer was lost left open, as a step of its own.
+    void abortStrays(const std::string& key, const std::vector<Uploader::OpenMultipart>& open) {
+        step<bool>("clean-up of " + uploadLabel(key), [&] {
+            for (auto& stray : strayUploads(*uploader.bucket, key, open)) {
+                uploader.bucket->abortMultipart(stray);
+                uploader.journal->log(fmt::format("aborted: {}, upload {}, left open by a start whose answer was lost",
+                                                  uploadLabel(key), stray.uploadID));
+            }
+            return true;
+        });
+    }
+
     Uploader::Outcome send(const Uploader::Transfer& transfer) {
-        return retrying<Uploader::Outcome>(uploader.options, [&](std::int64_t attempt) {
+        return retrying([&](std::int64_t attempt) {
             ByteCounter attemptGiven;
             auto started = BootClock::now();
             std::mutex transportMutex;
@@ -138,6 +155,7 @@ void Uploader::upload(const std::vector<UploadFile>& files, const std::function<
     Run run{*this, onBytes, {}, {}};
     std::vector<OpenMultipart> open;
     std::set<std::string> completed;
+    std::set<std::string> uncertainStarts;  // keys whose start failed after the server may have taken it
     try {
         std::vector<Transfer> transfers;
         for (auto& file : files) {
@@ -151,8 +169,13 @@ void Uploader::upload(const std::vector<UploadFile>& files, const std::function<
             // A start that the server took must reach the open list, or nothing
             // could abort it: the request itself is out of the cancellation's reach.
             auto upload = run.step<MultipartUpload>("start of " + label, [&] {
-                return Task<MultipartUpload>::detached([&] { return bucket->createMultipart(file.key, file.headers); })
-                    .value();
+                try {
+                    return Task<MultipartUpload>::detached([&] { return bucket->createMultipart(file.key, file.headers); })
+                        .value();
+                } catch (...) {
+                    if (isTransient(std::current_exception())) uncertainStarts.insert(file.key);
+                    throw;
+                }
             });
             open.push_back({upload, file});
             std::int64_t number = 1;
@@ -168,10 +191,13 @@ void Uploader::upload(const std::vector<UploadFile>& files, const std::function<
         for (auto& outcome : outcomes)
             if (auto* part = std::get_if<Outcome::Part>(&outcome->value)) parts[part->upload.uploadID].push_back(part->part);
         for (auto& [upload, file] : open) {
+            auto label = uploadLabel(file.key);
+            // A start whose answer was lost may have opened an upload that only a listing finds.
+            if (uncertainStarts.count(upload.key)) run.abortStrays(upload.key, open);
             auto& uploaded = parts[upload.uploadID];
             std::sort(uploaded.begin(), uploaded.end(), [](auto& a, auto& b) { return a.number < b.number; });
             std::int64_t attempt = 0;
-            run.step<bool>("finish of " + uploadLabel(file.key), [&] {
+            run.step<bool>("finish of " + label, [&] {
                 ++attempt;
                 try {
                     bucket->completeMultipart(upload, uploaded);
@@ -188,12 +214,19 @@ void Uploader::upload(const std::vector<UploadFile>& files, const std::function<
         std::vector<MultipartUpload> abandoned;
         for (auto& entry : open)
             if (!completed.count(entry.upload.uploadID)) abandoned.push_back(entry.upload);
-        if (!abandoned.empty()) {
+        if (!abandoned.empty() || !uncertainStarts.empty()) {
             // Out of reach of the cancellation, so that no parts stay behind in the bucket.
+            // A failure is passed over and the next one goes on.
             Task<void>::detached([&] {
                 for (auto& upload : abandoned) {
                     try {
                         bucket->abortMultipart(upload);
+                    } catch (...) {
+                    }
+                }
+                for (auto& key : uncertainStarts) {
+                    try {
+                        run.abortStrays(key, open);
                     } catch (...) {
                     }
                 }

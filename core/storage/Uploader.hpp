@@ -24,7 +24,9 @@ struct UploadFile {
 // Moves files into a bucket: a fixed number of requests at once, files larger
 // than a part in parts, each request retried by itself with its whole body
 // sent again, and open multipart uploads aborted when the upload fails or is
-// cancelled. Make one for each upload, with the options of that moment.
+// cancelled. A start whose answer was lost may have opened an upload all the
+// same: the uploads of that key that it holds no ID of are looked for and
+// aborted. Make one for each upload, with the options of that moment.
 struct Uploader {
     struct Transfer {
         struct Part {

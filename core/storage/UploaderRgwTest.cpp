@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <atomic>
 #include <fstream>
 #include <random>
 
@@ -28,6 +30,10 @@ std::size_t openUploads(const std::string& bucket) { return RgwServer::shared().
 bool isStart(const ProxyRequest& request) {
     return request.method == "POST" && request.target.find("uploads") != std::string::npos &&
            request.target.find("uploadId") == std::string::npos;
+}
+
+bool isPart(const ProxyRequest& request) {
+    return request.method == "PUT" && request.target.find("partNumber=") != std::string::npos;
 }
 
 bool isCompletion(const ProxyRequest& request) {
@@ -81,13 +87,7 @@ TEST_F(UploaderRgwTest, aMixedFolderArrivesWholeThroughOneFailureInTen) {
     files.push_back(file("v_1080/000.mp4", 5 * mib + 300000, 100));
     files.push_back(file("v_1080/001.mp4", 10 * mib + 1, 101));
     files.push_back(file("a_en/000.mp4", 6 * mib, 102));
-    // A start whose answer is lost leaves an upload that nobody knows of (a
-    // lifecycle rule removes those in the bucket), so starts fail only before the server.
-    auto faults = FaultProxy::randomFaults(0.1, 20261122);
-    proxy->setPolicy([faults](const ProxyRequest& request) {
-        Fault fault = faults(request);
-        return isStart(request) && fault.kind == Fault::Kind::loseAnswer ? Fault::respond(503) : fault;
-    });
+    proxy->setPolicy(FaultProxy::randomFaults(0.1, 20261122));
     uploader(4).upload(files);
     EXPECT_GT(proxy->faultsInjected(), 0u);
     proxy->setPolicy(nullptr);
@@ -105,6 +105,42 @@ TEST_F(UploaderRgwTest, aCompletionWhoseAnswerWasLostCountsAsDone) {
     proxy->setPolicy(nullptr);
     EXPECT_EQ(completions, 2);
     expectStored({big});
+    EXPECT_EQ(openUploads(bucket->location().bucket), 0u);
+}
+
+TEST_F(UploaderRgwTest, anUploadThatALostStartOpenedIsAbortedWhetherTheUploadEndsOrIsCancelled) {
+    auto big = file("v_1080/big.mp4", 5 * mib + 10, 8);
+    // Someone else's upload under a longer key: the listing by prefix finds it too, and it stays.
+    auto foreign = bucket->createMultipart(big.key + ".old", {});
+    std::atomic<int> starts = 0;
+    proxy->setPolicy([&](const ProxyRequest& request) {
+        return isStart(request) && starts++ == 0 ? Fault::loseAnswer() : Fault::none();
+    });
+    uploader(2).upload({big});
+    EXPECT_EQ(starts, 2);
+    expectStored({big});
+    EXPECT_EQ(openUploads(bucket->location().bucket), 1u);
+    auto lines = journal->entries();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](auto& line) { return line.find("aborted: v_1080/big.mp4, upload ") != std::string::npos; }),
+              1);
+
+    // Cancelled while the parts go.
+    starts = 0;
+    auto scope = CancellationScope::makeRoot();
+    proxy->setPolicy([&](const ProxyRequest& request) {
+        if (isStart(request)) return starts++ == 0 ? Fault::loseAnswer() : Fault::none();
+        if (!isPart(request)) return Fault::none();
+        scope->cancel();
+        return Fault::slowBody(std::chrono::milliseconds(10));
+    });
+    {
+        ScopeBinding binding(scope);
+        EXPECT_THROW(uploader(2).upload({file("v_1080/other.mp4", 5 * mib + 10, 9)}), Cancelled);
+    }
+    EXPECT_EQ(starts, 2);
+    EXPECT_EQ(openUploads(bucket->location().bucket), 1u);
+    bucket->abortMultipart(foreign);
     EXPECT_EQ(openUploads(bucket->location().bucket), 0u);
 }
 

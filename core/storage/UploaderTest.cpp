@@ -73,9 +73,7 @@ TEST_F(UploaderTest, retriesEveryKindOfFaultAndStoresEveryByte) {
     for (int i = 0; i < 3; ++i) files.push_back(file(fmt::format("v_1080/{:03}.mp4", i), 20000 + 999 * i));
 
     // Decided by the request and how often it was tried, not by thread timing:
-    // about a quarter of the attempts fail, none more than three times. A start
-    // whose answer is lost leaves an upload that nobody knows of (the bucket's
-    // lifecycle rule removes those), so starts only fail before they happen.
+    // about a quarter of the attempts fail, none more than three times.
     std::mutex mutex;
     std::map<std::string, int> attempts;
     bucket->fault = [&](const FaultyBucket::Call& call, const RequestBody* body) {
@@ -95,9 +93,7 @@ TEST_F(UploaderTest, retriesEveryKindOfFaultAndStoresEveryByte) {
             case 3:
                 if (body) throw VorlenError::status(400, "<Error><Code>BadDigest</Code></Error>");
                 [[fallthrough]];
-            default:
-                if (call.operation == "create") throw VorlenError::status(503, "");
-                return FaultyBucket::Fault::lose;
+            default: return FaultyBucket::Fault::lose;
         }
     };
     std::uint64_t total = 0;
@@ -145,6 +141,39 @@ TEST_F(UploaderTest, aCompletionWhoseAnswerWasLostCountsOnlyWhenTheObjectExists)
         EXPECT_EQ(error.as<failure::Status>()->code, 404);
     }
     EXPECT_FALSE(store->info(other.key));
+}
+
+TEST_F(UploaderTest, anUploadThatALostStartLeftOpenIsAbortedAndOthersStay) {
+    // Someone else's upload under a longer key: a listing by prefix finds it too.
+    auto foreign = store->createMultipart("videos/clip/v_1080/a.mp4.old", {});
+    std::map<std::string, int> calls;
+    bucket->fault = [&](const FaultyBucket::Call& call, const RequestBody*) {
+        int seen = calls[call.operation + " " + call.key]++;
+        if (call.operation == "create" && seen == 0) return FaultyBucket::Fault::lose;
+        if (call.operation == "uploads" && seen == 0) throw VorlenError::status(503, "<Error><Code>SlowDown</Code></Error>");
+        if (call.operation == "part" && call.key.ends_with("b.mp4"))
+            throw VorlenError::status(403, "<Error><Code>AccessDenied</Code></Error>");
+        return FaultyBucket::Fault::none;
+    };
+    auto a = file("v_1080/a.mp4", 5000);
+    uploader(1, 2048).upload({a});
+    EXPECT_EQ(store->object(a.key), readFile(a.url));
+    ASSERT_EQ(store->openMultipartUploads().size(), 1u);
+    EXPECT_EQ(store->openMultipartUploads()[0].uploadID, foreign.uploadID);
+
+    // The same after a failure: the clean-up looks for what the lost start opened.
+    EXPECT_THROW(uploader(1, 2048).upload({file("v_1080/b.mp4", 5000)}), VorlenError);
+    ASSERT_EQ(store->openMultipartUploads().size(), 1u);
+    EXPECT_EQ(store->openMultipartUploads()[0].uploadID, foreign.uploadID);
+
+    auto lines = journal->entries();
+    auto count = [&](const std::string& text) {
+        return std::count_if(lines.begin(), lines.end(), [&](auto& line) { return line.find(text) != std::string::npos; });
+    };
+    EXPECT_EQ(count("aborted: v_1080/a.mp4, upload "), 1);
+    EXPECT_EQ(count("aborted: v_1080/b.mp4, upload "), 1);
+    EXPECT_EQ(count("failed: clean-up of v_1080/a.mp4, attempt 1 of 6: HTTP 503 SlowDown"), 1);
+    EXPECT_EQ(count("failed: clean-up of v_1080/b.mp4, attempt 1 of 6: HTTP 503 SlowDown"), 1);
 }
 
 TEST_F(UploaderTest, aFailureThatIsNotTransientAbortsOpenUploadsAtOnce) {
