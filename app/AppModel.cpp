@@ -19,9 +19,7 @@ std::string alreadyOnThisMac(const std::string& name) {
 std::filesystem::path bundledWorkerDirectory() {
     std::error_code ignored;
     auto binary = std::filesystem::read_symlink("/proc/self/exe", ignored);
-    auto installed = binary.parent_path().parent_path() / "share" / "vorlen" / "worker";
-    if (std::filesystem::exists(installed / "manifest.json", ignored)) return installed;
-    return std::filesystem::path(VORLEN_SOURCE_DIR) / "worker";
+    return binary.parent_path().parent_path() / "share" / "vorlen" / "worker";
 }
 
 namespace {

@@ -14,12 +14,6 @@ namespace {
 
 std::string destinationPrefix(const SiteSummary& site) { return site.folderPath.empty() ? "" : site.folderPath + "/"; }
 
-JobProgress jobProgress(const PublishProgress& progress) {
-    return JobProgress{static_cast<JobStage>(progress.stage), progress.stageFraction, progress.stageETA,
-                       progress.totalETA, progress.encodeSpeed, progress.uploadedBytes, progress.uploadTotalBytes,
-                       progress.uploadRate};
-}
-
 std::string bucketIdentity(const SiteSummary& site) {
     return site.isLocal() ? "folder:" + site.localFolder->string() : "r2:" + site.accountID + "/" + site.bucket;
 }
@@ -91,7 +85,7 @@ ResolvedFolder CorePublishService::resolveFolder(const std::string& name, const 
 
 PublishedVideo CorePublishService::publish(const PublishRequest& request, const std::function<void(const PublishEvent&)>& onEvent) {
     auto made = publisher(request.access, request.uploadTuning, request.expectedUploadRate);
-    auto progress = [&](const PublishProgress& p) { onEvent(PublishEvent{PublishEvent::Progress{jobProgress(p)}}); };
+    auto progress = [&](const PublishProgress& p) { onEvent(PublishEvent{PublishEvent::Progress{p}}); };
 
     auto announce = [&](const std::string& folder) {
         onEvent(PublishEvent{PublishEvent::Folder{{request.name, folder, made.destination.prefix + folder + "/"}}});

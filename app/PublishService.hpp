@@ -15,6 +15,7 @@
 #include "app/UploadSettings.hpp"
 #include "core/publish/AudioLoudness.hpp"
 #include "core/publish/PosterReviewer.hpp"
+#include "core/publish/PublishProgress.hpp"
 #include "core/publish/VideoDetails.hpp"
 
 namespace vorlen {
@@ -65,18 +66,9 @@ struct BucketAccess {
 // A finished build, kept by the application so that a retry uploads the same files.
 using BuiltVideo = std::shared_ptr<BuiltFolder>;
 
-enum class JobStage { encoding, packaging, reviewingPoster, uploading };
-
-struct JobProgress {
-    JobStage stage = JobStage::encoding;
-    double stageFraction = 0;
-    std::optional<double> stageETA;  // seconds
-    std::optional<double> totalETA;
-    std::optional<double> encodeSpeed;
-    std::uint64_t uploadedBytes = 0;
-    std::uint64_t uploadTotalBytes = 0;
-    std::optional<double> uploadRate;
-};
+// A job reports the publish's own progress, as it comes.
+using JobProgress = PublishProgress;
+using JobStage = PublishProgress::Stage;
 
 struct PublishRequest {
     fs::path source;

@@ -29,11 +29,6 @@ struct PublishOptions {
     std::string poster = "auto";
 };
 
-PublishProgress publishProgress(const app::JobProgress& job) {
-    return PublishProgress{static_cast<PublishProgress::Stage>(job.stage), job.stageFraction, job.stageETA, job.totalETA,
-                           job.encodeSpeed, job.uploadedBytes, job.uploadTotalBytes, job.uploadRate};
-}
-
 int runPublish(const PublishOptions& options) {
     AppContext context;
     auto& model = *context.model;
@@ -53,7 +48,7 @@ int runPublish(const PublishOptions& options) {
     workspace->onChange([&] {
         auto* job = workspace->screen().as<app::PublishingState>();
         if (!job || !job->progress) return;
-        printer(publishProgress(*job->progress));
+        printer(*job->progress);
         // From the first upload on, a stop has the bucket to clean up.
         if (job->progress->stage == app::JobStage::uploading) interrupts.setCleanupHint(app::Interrupts::bucketCleanupHint);
     });

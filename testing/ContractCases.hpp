@@ -11,7 +11,7 @@ namespace vorlen::testing {
 // tests both check, so that the two sides keep one rule. Only test binaries know
 // the folder.
 inline Json contractCases(const std::string& file) {
-    return decodeJson(readFile(std::filesystem::path(VORLEN_CONTRACT_DIR) / file));
+    return decodeJson(readFile(std::filesystem::path(VORLEN_SOURCE_DIR) / "testing" / "contract" / file));
 }
 
 }  // namespace vorlen::testing

@@ -11,6 +11,7 @@
 #include "core/base/VorlenError.hpp"
 #include "core/publish/PosterChoice.hpp"
 #include "core/publish/ToolRunner.hpp"
+#include "core/publish/Vips.hpp"
 
 namespace vorlen {
 
@@ -102,7 +103,7 @@ std::vector<FrameReader::Frame> FrameReader::frames(const fs::path& video, const
         std::error_code error;
         if (fs::file_size(outputs[i], error) > 0 && !error) {
             try {
-                frame.image = vips::VImage::new_from_file(outputs[i].c_str()).copy_memory();
+                frame.image = std::make_shared<const vips::VImage>(vips::VImage::new_from_file(outputs[i].c_str()).copy_memory());
                 continue;
             } catch (const vips::VError&) {
                 frame.error = std::make_exception_ptr(VorlenError::source("Could not read a video frame."));

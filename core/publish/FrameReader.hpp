@@ -9,7 +9,11 @@
 #include "core/publish/Poster.hpp"
 #include "core/publish/PosterFrameScorer.hpp"
 #include "core/publish/Tools.hpp"
-#include "core/publish/Vips.hpp"
+
+// libvips' image, named here without libvips' headers, which stay inside this library.
+namespace vips {
+class VImage;
+}
 
 namespace vorlen {
 
@@ -19,7 +23,7 @@ class FrameReader {
 public:
     struct Frame {
         double time = 0;
-        std::optional<vips::VImage> image;  // absent when the frame could not be read
+        std::shared_ptr<const vips::VImage> image;  // absent when the frame could not be read
         std::exception_ptr error;
     };
 

@@ -9,6 +9,7 @@
 #include "core/publish/PosterChoice.hpp"
 #include "core/publish/PosterHeuristicScorer.hpp"
 #include "core/publish/ToolRunner.hpp"
+#include "core/publish/Vips.hpp"
 
 namespace vorlen {
 namespace {

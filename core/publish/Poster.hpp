@@ -7,7 +7,11 @@
 #include <string_view>
 
 #include "core/publish/VideoMetadata.hpp"
-#include "core/publish/Vips.hpp"
+
+// libvips' image, named here without libvips' headers, which stay inside this library.
+namespace vips {
+class VImage;
+}
 
 namespace vorlen {
 

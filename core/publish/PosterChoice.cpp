@@ -7,6 +7,7 @@
 #include "core/base/Log.hpp"
 #include "core/base/Task.hpp"
 #include "core/base/VorlenError.hpp"
+#include "core/publish/Vips.hpp"
 
 namespace vorlen {
 

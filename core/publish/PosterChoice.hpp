@@ -5,7 +5,11 @@
 #include <vector>
 
 #include "core/publish/PosterFrameScorer.hpp"
-#include "core/publish/Vips.hpp"
+
+// libvips' image, named here without libvips' headers, which stay inside this library.
+namespace vips {
+class VImage;
+}
 
 namespace vorlen {
 

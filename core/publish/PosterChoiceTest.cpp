@@ -6,6 +6,7 @@
 
 #include "core/base/VorlenError.hpp"
 #include "core/publish/PosterHeuristicScorer.hpp"
+#include "core/publish/Vips.hpp"
 
 namespace vorlen {
 namespace {

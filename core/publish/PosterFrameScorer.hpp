@@ -2,7 +2,11 @@
 
 #include <cstdint>
 
-#include "core/publish/Vips.hpp"
+
+// libvips' image, named here without libvips' headers, which stay inside this library.
+namespace vips {
+class VImage;
+}
 
 namespace vorlen {
 

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "core/base/Task.hpp"
+#include "core/publish/Vips.hpp"
 
 namespace vorlen {
 

@@ -4,6 +4,7 @@
 
 #include "core/base/Files.hpp"
 #include "core/base/VorlenError.hpp"
+#include "core/publish/Vips.hpp"
 
 namespace vorlen {
 namespace {

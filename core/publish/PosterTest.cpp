@@ -5,6 +5,7 @@
 #include "core/base/Crypto.hpp"
 #include "core/base/Files.hpp"
 #include "core/base/VorlenError.hpp"
+#include "core/publish/Vips.hpp"
 
 namespace vorlen {
 namespace {

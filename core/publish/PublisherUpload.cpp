@@ -59,18 +59,18 @@ std::string placeholderBytes(VideoMetadata metadata) {
 }
 
 // Writes the placeholder under the upload's retry rule; returns whether it stands.
-// A conflict after an attempt whose answer was lost may meet that attempt's own
-// write: it counts as the upload's when the object carries the upload's ID.
+// A conflict may meet the upload's own write, whose answer was lost: it counts as
+// the upload's when the object carries the upload's ID.
 bool writePlaceholder(Bucket& bucket, const std::string& key, const std::string& bytes, const std::string& uploadID,
                       const WriteCondition& condition, const UploadOptions& options) {
     RetryPolicy retry{options.maxRetries, options.retryDelay};
-    return retry.run([&](std::int64_t attempt) {
+    return retry.run([&](std::int64_t) {
         try {
             bucket.put(key, RequestBody::bytes(bytes), videoJSONHeaders(uploadID), condition);
             return true;
         } catch (const VorlenError& error) {
             if (!error.is<failure::Conflict>()) throw;
-            return attempt > 1 && writerOf(bucket, key, uploadID) == Writer::thisUpload;
+            return writerOf(bucket, key, uploadID) == Writer::thisUpload;
         }
     });
 }

@@ -22,9 +22,6 @@ std::vector<fs::path> Tools::searchDirectories(const std::optional<fs::path>& he
     }
     directories.emplace_back("/opt/homebrew/bin");
     directories.emplace_back("/usr/local/bin");
-#ifdef VORLEN_SOURCE_DIR
-    directories.push_back(fs::path(VORLEN_SOURCE_DIR) / "tools" / "bin");
-#endif
     return directories;
 }
 

@@ -13,8 +13,8 @@ struct Tools {
     std::filesystem::path ffprobe;
     std::filesystem::path packager;
 
-    // Searches the helpers folder, then PATH, /opt/homebrew/bin, /usr/local/bin,
-    // and last the build tree's tools/bin. Fails with "cannot find <names>".
+    // Searches the helpers folder, then PATH, /opt/homebrew/bin and /usr/local/bin.
+    // Fails with "cannot find <names>".
     static Tools locate(const std::optional<std::filesystem::path>& helpersDir = defaultHelpersDir());
 
     // The folders of locate, in order, for a given PATH value.

@@ -231,6 +231,8 @@ std::optional<std::string> S3Bucket::put(const std::string& key, const RequestBo
         } else {
             call.headers["if-none-match"] = "*";
         }
+        // Sent twice, a conditional write would lose to itself.
+        call.idempotent = false;
     }
     call.body = &body;
     call.digest = true;
@@ -343,6 +345,9 @@ void S3Bucket::completeMultipart(const MultipartUpload& upload, const std::vecto
     const RequestBody body = xmlBody(request);
     Call call{"POST", upload.key, {{"uploadId", upload.uploadID}}, {{"content-type", "application/xml"}}};
     call.body = &body;
+    // Sent again by the transport, a completion that worked would meet NoSuchUpload on its
+    // first attempt, where the uploader cannot yet ask whether the object stands.
+    call.idempotent = false;
     failOnErrorInside(*send(call));
 }
 
