@@ -25,16 +25,33 @@ ScopePtr CancellationScope::makeChild() {
 }
 
 void CancellationScope::cancel() {
-    decltype(handlers_) handlers;
     decltype(children_) children;
     {
         std::lock_guard lock(mutex_);
         if (cancelled_) return;
         cancelled_ = true;
-        handlers.swap(handlers_);
         children.swap(children_);
     }
-    for (auto& [id, handler] : handlers) handler();
+    // Handlers leave the list one at a time, so that removeHandler either takes
+    // one out before its call or knows that it runs and waits for it.
+    for (;;) {
+        std::function<void()> handler;
+        {
+            std::lock_guard lock(mutex_);
+            if (handlers_.empty()) break;
+            running_ = RunningHandler{handlers_.front().first, std::this_thread::get_id()};
+            handler = std::move(handlers_.front().second);
+            handlers_.pop_front();
+        }
+        handler();
+        // What the handler captured goes before its guard may end.
+        handler = nullptr;
+        {
+            std::lock_guard lock(mutex_);
+            running_.reset();
+        }
+        handlerReturned_.notify_all();
+    }
     for (auto& weak : children)
         if (auto child = weak.lock()) child->cancel();
 }
@@ -59,8 +76,12 @@ CancellationScope::HandlerId CancellationScope::addHandler(std::function<void()>
 
 void CancellationScope::removeHandler(HandlerId id) {
     if (id == 0) return;
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     handlers_.remove_if([id](const auto& entry) { return entry.first == id; });
+    // A handler that drops its own guard while it runs does not wait for itself.
+    handlerReturned_.wait(lock, [&] {
+        return !running_ || running_->id != id || running_->thread == std::this_thread::get_id();
+    });
 }
 
 ScopePtr currentScope() {

@@ -36,21 +36,31 @@ public:
     static ScopePtr makeRoot();
     ScopePtr makeChild();
 
-    // Cancels this scope and every scope below it; handlers run once, outside the lock.
+    // Cancels this scope and every scope below it; handlers run once, one after
+    // another, outside the lock.
     void cancel();
     bool isCancelled() const;
 
     // Runs handler at once if already cancelled; returns 0 then.
     HandlerId addHandler(std::function<void()> handler);
+    // A handler removed before cancel() reaches it is never called; one that runs
+    // on another thread has returned when this returns.
     void removeHandler(HandlerId id);
 
 private:
+    struct RunningHandler {
+        HandlerId id;
+        std::thread::id thread;
+    };
+
     CancellationScope() = default;
 
     mutable std::mutex mutex_;
+    std::condition_variable handlerReturned_;
     bool cancelled_ = false;
     HandlerId nextId_ = 1;
     std::list<std::pair<HandlerId, std::function<void()>>> handlers_;
+    std::optional<RunningHandler> running_;
     std::vector<std::weak_ptr<CancellationScope>> children_;
 };
 
@@ -76,8 +86,10 @@ void checkCancellation();
 void sleepFor(std::chrono::nanoseconds duration);
 
 // Runs a handler when the current task is cancelled while this guard lives
-// (at once if it already is). The handler must be quick and thread-safe: it
-// kills a process or aborts a transfer.
+// (at once if it already is). The handler must be quick, thread-safe and must
+// not throw: it kills a process or aborts a transfer. It may run on the thread
+// that cancels; the guard's end waits for such a call, so the handler may use
+// what lives as long as the guard.
 class CancellationHandler {
 public:
     explicit CancellationHandler(std::function<void()> handler);

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <gtest/gtest.h>
+#include <optional>
 #include <stdexcept>
 
 using namespace vorlen;
@@ -12,6 +13,12 @@ namespace {
 // Waits (cancellably) until cancelled; the shape of a long transfer.
 void waitForCancellation() {
     for (;;) sleepFor(10s);
+}
+
+// Polls until done() holds or the limit passes.
+void waitAtMost(std::chrono::milliseconds limit, const std::function<bool()>& done) {
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!done() && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(1ms);
 }
 
 }  // namespace
@@ -131,6 +138,51 @@ TEST(TaskTest, HandlerInstalledAfterCancellationRunsAtOnce) {
     });
     task.cancel();
     EXPECT_EQ(task.value(), 1);
+}
+
+// HttpClient's handler writes into its caller's frame: the guard must not end while a call of it runs.
+TEST(TaskTest, DroppingAGuardWaitsForItsRunningHandlerAndStopsOnesNotYetCalled) {
+    std::atomic<bool> installed{false}, firstStarted{false}, firstEnded{false}, ownerPastFirst{false};
+    std::atomic<int> laterCalls{0};
+    bool firstEndedBeforeItsGuard = false;
+    auto owner = Task<void>::spawn([&] {
+        {
+            CancellationHandler first([&] {
+                firstStarted = true;
+                // Holds the call open until the owner is past its guard, which a guard that waits never is.
+                waitAtMost(200ms, [&] { return ownerPastFirst.load(); });
+                firstEnded = true;
+            });
+            CancellationHandler later([&] { ++laterCalls; });
+            installed = true;
+            while (!firstStarted) std::this_thread::yield();
+        }
+        firstEndedBeforeItsGuard = firstEnded;
+        ownerPastFirst = true;
+    });
+    while (!installed) std::this_thread::yield();
+    // From another thread, so that the handler runs beside its owner.
+    std::thread canceller([&] { owner.cancel(); });
+    owner.value();
+    canceller.join();
+    EXPECT_TRUE(firstEndedBeforeItsGuard);
+    EXPECT_EQ(laterCalls, 0);
+}
+
+TEST(TaskTest, HandlerMayDropItsOwnGuard) {
+    auto scope = CancellationScope::makeRoot();
+    std::optional<CancellationHandler> guard;
+    int calls = 0;
+    {
+        ScopeBinding binding(scope);
+        guard.emplace([&] {
+            ++calls;
+            guard.reset();
+        });
+    }
+    scope->cancel();
+    EXPECT_EQ(calls, 1);
+    EXPECT_FALSE(guard);
 }
 
 TEST(TaskTest, WindowRunsAtMostWidthAtOnceAndStartsInListOrder) {
