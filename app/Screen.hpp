@@ -52,17 +52,22 @@ struct PublishingState {
     std::vector<std::string> uploadLog;
 };
 
-struct PosterReviewState {
+// A poster review as a screen shows it.
+struct PosterReviewScreen {
     struct Idle {};
     struct Loading {};
     struct Failed { std::string message; };
     using ImageStatus = std::variant<Idle, Loading, Failed>;
 
-    PublishingState job;
     PosterReviewRequest request;
     std::optional<Poster> poster;  // what the person has on screen
     bool isCountingDown = true;
     ImageStatus imageStatus = Idle{};
+};
+
+// The review of a publish's poster, with the publish kept inside.
+struct PosterReviewState : PosterReviewScreen {
+    PublishingState job;
 };
 
 struct VideoLinks {

@@ -30,7 +30,7 @@ SiteWorkspace::SiteWorkspace(LocalSite local, Services services, Host host, Main
 
 SiteWorkspace::~SiteWorkspace() {
     // Tasks hold only weak references; dropping them cancels and joins them.
-    posterImageTask_.reset();
+    reviewModel_.reset();
     nameCheck_.reset();
     activity_.reset();
 }
@@ -273,24 +273,30 @@ void SiteWorkspace::apply(std::uint64_t job, const PublishEvent& event) {
                 state->uploadLog = value.lines;
             } else if constexpr (std::is_same_v<Event, PublishEvent::ReviewPoster>) {
                 if (!value.request.reply || !value.request.reply->isOpen() || screen_.as<PosterReviewState>()) return;
-                PosterReviewState review;
-                review.job = *state;
-                review.request = value.request;
-                review.poster = value.request.selection ? value.request.selection : value.request.current;
-                screen_.value = std::move(review);
+                reviewModel_ = PosterReviewModel::make(value.request, mainQueue_, [this] { showReview(); });
+                screen_.value = PosterReviewState{reviewModel_->review(), *state};
             }
         },
         event.value);
     // A review answered by its timer, or confirmed, gives the screen back to the job.
-    if (auto* review = screen_.as<PosterReviewState>(); review && !review->request.reply->isOpen())
+    if (auto* review = screen_.as<PosterReviewState>(); review && !review->request.reply->isOpen()) {
         screen_.value = PublishingState(review->job);
+        reviewModel_.reset();
+    }
+    changed();
+}
+
+void SiteWorkspace::showReview() {
+    auto* review = screen_.as<PosterReviewState>();
+    if (!review || !reviewModel_) return;
+    static_cast<PosterReviewScreen&>(*review) = reviewModel_->review();
     changed();
 }
 
 void SiteWorkspace::finish(std::uint64_t job, std::optional<PublishedVideo> video, std::exception_ptr error) {
     PublishingState* state = currentJob();
     if (!state || job != jobGeneration_) return;
-    posterImageTask_.reset();
+    reviewModel_.reset();
     if (video) {
         if (video->uploadRate && host_.recordUploadRate) host_.recordUploadRate(*video->uploadRate);
         local_.lastVisibility = state->request.details.visibility();
@@ -340,79 +346,33 @@ void SiteWorkspace::reset() {
     setScreen(Screen::Start{});
 }
 
-void SiteWorkspace::holdCountdown() {
-    auto* review = screen_.as<PosterReviewState>();
-    if (!review) return;
-    review->request.reply->hold();
-    review->isCountingDown = false;
-    changed();
-}
+const PosterReviewScreen* SiteWorkspace::posterReview() const { return screen_.as<PosterReviewState>(); }
 
-void SiteWorkspace::loadPoster(std::function<Poster(PosterSource&)> read) {
-    auto* review = screen_.as<PosterReviewState>();
-    if (!review || !review->request.frames) return;
-    review->request.reply->hold();
-    review->isCountingDown = false;
-    review->imageStatus = PosterReviewState::Loading{};
-    changed();
-    std::uint64_t generation = ++posterImageGeneration_;
-    auto frames = review->request.frames;
-    posterImageTask_.reset();
-    posterImageTask_.emplace(Task<void>::spawn([this, generation, frames, read] {
-        std::optional<Poster> poster;
-        std::string failure;
-        try {
-            poster = read(*frames);
-        } catch (const Cancelled&) {
-            return;
-        } catch (const std::exception& error) {
-            failure = error.what();
-        }
-        onMain([generation, poster, failure](SiteWorkspace& self) {
-            auto* review = self.screen_.as<PosterReviewState>();
-            if (!review || generation != self.posterImageGeneration_) return;
-            if (poster) {
-                review->poster = poster;
-                review->imageStatus = PosterReviewState::Idle{};
-            } else {
-                review->imageStatus = PosterReviewState::Failed{failure};
-            }
-            self.changed();
-        });
-    }));
+void SiteWorkspace::holdCountdown() {
+    if (reviewModel_) reviewModel_->holdCountdown();
 }
 
 void SiteWorkspace::pickPosterFrame(double seconds) {
-    loadPoster([seconds](PosterSource& source) { return source.frame(seconds); });
+    if (reviewModel_) reviewModel_->pickPosterFrame(seconds);
 }
 
 void SiteWorkspace::pickPosterImage(const std::filesystem::path& file) {
-    loadPoster([file](PosterSource& source) { return source.image(file); });
+    if (reviewModel_) reviewModel_->pickPosterImage(file);
 }
 
 void SiteWorkspace::useCurrentPoster() {
-    auto* review = screen_.as<PosterReviewState>();
-    if (!review) return;
-    review->request.reply->hold();
-    review->isCountingDown = false;
-    review->poster = review->request.current;
-    changed();
+    if (reviewModel_) reviewModel_->useCurrentPoster();
 }
 
 void SiteWorkspace::publishWithoutPoster() {
-    auto* review = screen_.as<PosterReviewState>();
-    if (!review) return;
-    review->request.reply->hold();
-    review->isCountingDown = false;
-    review->poster.reset();
-    changed();
+    if (reviewModel_) reviewModel_->publishWithoutPoster();
 }
 
 void SiteWorkspace::confirmPoster() {
     auto* review = screen_.as<PosterReviewState>();
-    if (!review) return;
-    posterImageTask_.reset();
-    review->request.reply->answer(review->poster ? PosterDecision::of(*review->poster) : PosterDecision::noPoster(), false);
+    if (!review || !reviewModel_) return;
+    reviewModel_->confirmPoster();
+    reviewModel_.reset();
     setScreen(PublishingState(review->job));
 }
 

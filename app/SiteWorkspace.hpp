@@ -10,6 +10,7 @@
 #include "app/CredentialStore.hpp"
 #include "app/LocalSettings.hpp"
 #include "app/MainQueue.hpp"
+#include "app/PosterReviewModel.hpp"
 #include "app/PublishService.hpp"
 #include "app/Screen.hpp"
 #include "core/base/Task.hpp"
@@ -33,7 +34,7 @@ struct WorkspaceTiming {
 // One site on this computer and the publish flow of its window: a state machine
 // of screens, driven on the main thread. Slow work runs in tasks and comes back
 // through the main queue; a result for a screen that has moved on is dropped.
-class SiteWorkspace : public std::enable_shared_from_this<SiteWorkspace> {
+class SiteWorkspace : public PosterReviewActions, public std::enable_shared_from_this<SiteWorkspace> {
 public:
     // How a workspace reaches the application.
     struct Host {
@@ -48,7 +49,7 @@ public:
 
     static std::shared_ptr<SiteWorkspace> make(LocalSite local, Services services, Host host, MainQueue& mainQueue,
                                                WorkspaceTiming timing = WorkspaceTiming());
-    ~SiteWorkspace();
+    ~SiteWorkspace() override;
 
     const SiteID& id() const { return local_.id; }
     const LocalSite& local() const { return local_; }
@@ -70,13 +71,14 @@ public:
     void retry();
     void reset();
 
-    // The poster review.
-    void holdCountdown();
-    void pickPosterFrame(double seconds);
-    void pickPosterImage(const std::filesystem::path& file);
-    void useCurrentPoster();
-    void publishWithoutPoster();
-    void confirmPoster();
+    // The poster review, on its own screen while a publish waits for it.
+    const PosterReviewScreen* posterReview() const override;
+    void holdCountdown() override;
+    void pickPosterFrame(double seconds) override;
+    void pickPosterImage(const std::filesystem::path& file) override;
+    void useCurrentPoster() override;
+    void publishWithoutPoster() override;
+    void confirmPoster() override;
 
 private:
     SiteWorkspace(LocalSite local, Services services, Host host, MainQueue& mainQueue, WorkspaceTiming timing);
@@ -95,7 +97,8 @@ private:
     void apply(std::uint64_t job, const PublishEvent& event);
     void finish(std::uint64_t job, std::optional<PublishedVideo> video, std::exception_ptr error);
     PublishingState* currentJob();
-    void loadPoster(std::function<Poster(PosterSource&)> read);
+    // Copies the review model into the screen.
+    void showReview();
 
     LocalSite local_;
     Services services_;
@@ -107,10 +110,9 @@ private:
 
     std::optional<Task<void>> activity_;
     std::optional<Task<void>> nameCheck_;
-    std::optional<Task<void>> posterImageTask_;
+    std::shared_ptr<PosterReviewModel> reviewModel_;  // while a review stands
     std::uint64_t nameCheckGeneration_ = 0;
     std::uint64_t jobGeneration_ = 0;
-    std::uint64_t posterImageGeneration_ = 0;
     std::vector<std::filesystem::path> pendingSubtitles_;
 };
 

@@ -7,10 +7,13 @@
 
 #include "app/Interrupts.hpp"
 #include "app/LocalSettings.hpp"
+#include "app/MainQueue.hpp"
+#include "app/PosterReviewModel.hpp"
 #include "cli/Commands.hpp"
-#include "cli/PosterPrompt.hpp"
+#include "cli/TerminalPosterReview.hpp"
 #include "cli/Terminal.hpp"
 #include "core/base/Files.hpp"
+#include "core/base/Task.hpp"
 #include "core/base/Text.hpp"
 #include "core/base/VorlenError.hpp"
 #include "core/publish/Publisher.hpp"
@@ -30,9 +33,26 @@ void moveFolder(const fs::path& from, const fs::path& to) {
     fs::copy(from, to, fs::copy_options::recursive);
 }
 
+// The review of a build at a terminal: the same model and terminal review as a
+// publish's, made on the main queue when the build asks.
+struct TerminalReview {
+    app::PostedQueue& queue;
+    ProgressPrinter& printer;
+    std::shared_ptr<app::PosterReviewModel> model;
+    std::optional<TerminalPosterReview> terminal;
+
+    void show(const PosterReviewRequest& request) {
+        printer.finish();
+        terminal.reset();
+        model = app::PosterReviewModel::make(request, queue, [this] { terminal->update(); });
+        terminal.emplace(*model, queue, STDIN_FILENO, stderr);
+        terminal->update();
+    }
+};
+
 // "auto" chooses a frame, and on a terminal lets the person change it; "none"
 // publishes without a poster; anything else is an image file to use.
-PosterReview posterReview(const std::string& choice, const Tools& tools, ProgressPrinter& printer) {
+PosterReview posterReview(const std::string& choice, const Tools& tools, TerminalReview& terminal) {
     if (choice == "none") return [](const PosterProposal&) { return std::optional<Poster>(); };
     if (choice != "auto") {
         // Read once now, so that an unreadable file fails before the encode.
@@ -42,11 +62,12 @@ PosterReview posterReview(const std::string& choice, const Tools& tools, Progres
         };
     }
     if (::isatty(STDIN_FILENO) != 1 || ::isatty(STDERR_FILENO) != 1) return {};
-    return [tools, &printer](const PosterProposal& proposal) {
-        printer.finish();
+    return [tools, &terminal](const PosterProposal& proposal) {
         PosterReviewer reviewer;
         reviewer.tools = tools;
-        reviewer.onRequest = PosterPrompt(STDIN_FILENO, stderr);
+        reviewer.onRequest = [&terminal](const PosterReviewRequest& request) {
+            terminal.queue.post([&terminal, request] { terminal.show(request); });
+        };
         return reviewer.review(proposal);
     };
 }
@@ -86,29 +107,41 @@ void registerBuildCommand(CommandRegistry& registry) {
         publisher.workRoot = defaultWorkRoot();
         auto loudness = *audioLoudnessFromRawValue(options->loudness);
         ProgressPrinter printer;
-        auto review = posterReview(options->poster, publisher.tools, printer);
-        app::Interrupts::run([&] {
+        app::PostedQueue queue;
+        TerminalReview terminal{queue, printer, nullptr, std::nullopt};
+        auto review = posterReview(options->poster, publisher.tools, terminal);
+
+        // The build runs on a task while this thread runs the review's main queue.
+        std::optional<VideoDetails> details;
+        bool ended = false;
+        auto build = Task<std::shared_ptr<BuiltFolder>>::spawn([&] {
+            // However the build ends, the main queue hears of it.
+            struct Ended {
+                app::PostedQueue& queue;
+                bool& ended;
+                ~Ended() { queue.post([&ended = ended] { ended = true; }); }
+            } atEnd{queue, ended};
             auto inspection = publisher.inspect(options->file);
-            VideoDetails details(options->title ? *options->title : trimmed(inspection.suggestedTitle), std::nullopt,
-                                 std::nullopt, VideoVisibility::publicVideo);
-            std::shared_ptr<BuiltFolder> built;
-            try {
-                built = publisher.build(inspection, details, loudness, std::nullopt, std::ref(printer), review);
-            } catch (...) {
-                printer.finish();
-                throw;
-            }
-            printer.finish();
-            if (fs::exists(out)) fs::remove(out);
-            fs::create_directories(fs::absolute(out).parent_path());
-            moveFolder(built->directory(), out);
-            std::cout << fmt::format("Built “{}”: {} files, {} bytes, in {}\n", details.title(),
-                                     built->allFiles().size(), built->byteCount(), out.string());
-            if (built->built().poster || !built->built().posterSelectionError)
-                std::cout << fmt::format("Poster: {}\n", PosterPrompt::describe(built->built().poster));
-            else
-                std::cout << fmt::format("No poster: {}\n", describe(built->built().posterSelectionError));
+            details.emplace(options->title ? *options->title : trimmed(inspection.suggestedTitle), std::nullopt,
+                            std::nullopt, VideoVisibility::publicVideo);
+            return publisher.build(inspection, *details, loudness, std::nullopt, std::ref(printer), review);
         });
+        {
+            app::Interrupts::Listener interrupts([&build] { build.cancel(); });
+            queue.runUntil([&] { return ended; });
+        }
+        terminal.terminal.reset();
+        printer.finish();
+        auto built = build.value();
+        if (fs::exists(out)) fs::remove(out);
+        fs::create_directories(fs::absolute(out).parent_path());
+        moveFolder(built->directory(), out);
+        std::cout << fmt::format("Built \u201c{}\u201d: {} files, {} bytes, in {}\n", details->title(), built->allFiles().size(),
+                                 built->byteCount(), out.string());
+        if (built->built().poster || !built->built().posterSelectionError)
+            std::cout << fmt::format("Poster: {}\n", TerminalPosterReview::describe(built->built().poster));
+        else
+            std::cout << fmt::format("No poster: {}\n", describe(built->built().posterSelectionError));
         return 0;
     });
 }

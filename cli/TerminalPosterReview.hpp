@@ -8,24 +8,31 @@
 #include <vector>
 
 #include "app/MainQueue.hpp"
-#include "app/SiteWorkspace.hpp"
+#include "app/PosterReviewModel.hpp"
 
 namespace vorlen::cli {
 
-// The poster review of a publish, on a terminal, through the workspace's own
-// actions: the countdown runs on the line; any line typed stops it; then a
-// frame's number, the path of an image file or "none" changes the poster on
-// screen, and an empty line confirms it. Everything runs on the main queue; a
-// reader thread only hands over the lines typed and a tick for the countdown.
+// The poster review on a terminal, through the model's own actions (a publish's
+// workspace, or a build's review): the countdown runs on the line; any line typed
+// stops it; then a frame's number, the path of an image file or "none" changes the
+// poster on screen, and an empty line confirms it. Everything runs on the main
+// queue; a reader thread only hands over the lines typed and a tick for the countdown.
+// The end of input confirms the poster on screen.
 class TerminalPosterReview {
 public:
-    TerminalPosterReview(app::SiteWorkspace& workspace, app::MainQueue& queue, int input, std::FILE* output);
+    TerminalPosterReview(app::PosterReviewActions& review, app::MainQueue& queue, int input, std::FILE* output);
     ~TerminalPosterReview();
     TerminalPosterReview(const TerminalPosterReview&) = delete;
     TerminalPosterReview& operator=(const TerminalPosterReview&) = delete;
 
-    // Follows the workspace's screen; call it on each change.
+    // Follows the review on screen; call it on each change.
     void update();
+
+    static std::string describe(const std::optional<Poster>& poster);
+    // "Vorlen uses this poster in 12 s. Press Enter to choose. "
+    static std::string countdownLine(bool hasPoster, int seconds);
+    // The sampled frames by number, and what a line can say.
+    static std::string menu(const std::vector<double>& sampleTimes);
 
 private:
     void read();
@@ -33,7 +40,7 @@ private:
     void onTick();
     void print(const std::string& text);
 
-    app::SiteWorkspace& workspace_;
+    app::PosterReviewActions& review_;
     app::MainQueue& queue_;
     int input_;
     std::FILE* output_;

@@ -1,11 +1,13 @@
-#include "cli/PosterPrompt.hpp"
+#include "cli/TerminalPosterReview.hpp"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <mutex>
 #include <thread>
 
 #include "core/base/Files.hpp"
+#include "core/base/Task.hpp"
 #include "core/base/VorlenError.hpp"
 #include "core/publish/Vips.hpp"
 
@@ -22,18 +24,19 @@ Poster posterOf(double grey, std::optional<double> time) {
     return makePoster(image, time);
 }
 
-// A review answered through the prompt from what the test types into a pipe.
-class PosterPromptTest : public ::testing::Test {
+// A review answered through the terminal review from what the test types into a
+// pipe, with the model and the main queue that a build uses.
+class TerminalPosterReviewTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_EQ(::pipe(pipe_), 0);
         output_ = std::tmpfile();
         reviewer_.tools = Tools{"/nonexistent/ffmpeg", "/nonexistent/ffprobe", "/nonexistent/packager"};
         reviewer_.startTimer = [this](BootClock::time_point, std::function<void()> fire) {
+            std::lock_guard lock(mutex_);
             ring_ = std::move(fire);
             return std::function<void()>([] {});
         };
-        reviewer_.onRequest = PosterPrompt(pipe_[0], output_);
     }
     void TearDown() override {
         ::close(pipe_[0]);
@@ -41,7 +44,34 @@ protected:
         std::fclose(output_);
     }
 
-    void type(const std::string& text, bool close = false) {
+    // Runs a review; once it shows, `typed` goes into the input, which ends there when `close` says so.
+    std::optional<Poster> review(const PosterProposal& proposal, const std::string& typed, bool close = false) {
+        app::PostedQueue queue;
+        std::shared_ptr<app::PosterReviewModel> model;
+        std::optional<TerminalPosterReview> terminal;
+        reviewer_.onRequest = [&](const PosterReviewRequest& request) {
+            queue.post([&, request] {
+                model = app::PosterReviewModel::make(request, queue, [&] { terminal->update(); });
+                terminal.emplace(*model, queue, pipe_[0], output_);
+                terminal->update();
+                type(typed, close);
+            });
+        };
+        bool ended = false;
+        auto task = Task<std::optional<Poster>>::spawn([&] {
+            struct Ended {
+                app::PostedQueue& queue;
+                bool& ended;
+                ~Ended() { queue.post([&ended = ended] { ended = true; }); }
+            } atEnd{queue, ended};
+            return reviewer_.review(proposal);
+        });
+        queue.runUntil([&] { return ended; });
+        terminal.reset();
+        return task.value();
+    }
+
+    void type(const std::string& text, bool close) {
         ASSERT_EQ(::write(pipe_[1], text.data(), text.size()), ssize_t(text.size()));
         if (close) {
             ::close(pipe_[1]);
@@ -65,13 +95,13 @@ protected:
     int pipe_[2] = {-1, -1};
     std::FILE* output_ = nullptr;
     PosterReviewer reviewer_;
+    std::mutex mutex_;
     std::function<void()> ring_;
 };
 
-TEST_F(PosterPromptTest, ChoicesChangeWhatIsShownUntilAnEmptyLine) {
+TEST_F(TerminalPosterReviewTest, ChoicesChangeWhatIsShownUntilAnEmptyLine) {
     // Stop the countdown, try a frame that cannot be read, then no poster, then confirm.
-    type("\n2\nnone\n\n");
-    auto poster = reviewer_.review(proposal(posterOf(100, 1)));
+    auto poster = review(proposal(posterOf(100, 1)), "\n2\nnone\n\n");
     EXPECT_FALSE(poster.has_value());
     auto text = shown();
     EXPECT_NE(text.find("Vorlen uses this poster in 20 s."), std::string::npos) << text;
@@ -80,15 +110,14 @@ TEST_F(PosterPromptTest, ChoicesChangeWhatIsShownUntilAnEmptyLine) {
     EXPECT_NE(text.find("Poster: no poster"), std::string::npos) << text;
 }
 
-TEST_F(PosterPromptTest, AnImageFileThenTheEndOfInputPublishesIt) {
-    auto folder = makeUniqueDirectory(std::filesystem::temp_directory_path(), "poster-prompt-test-");
+TEST_F(TerminalPosterReviewTest, AnImageFileThenTheEndOfInputPublishesIt) {
+    auto folder = makeUniqueDirectory(std::filesystem::temp_directory_path(), "poster-review-test-");
     DirectoryRemover remover(folder);
     auto picture = posterOf(50, std::nullopt);
     writeFileAtomically(folder / "mine.jpg", picture.jpeg);
 
     auto failed = std::make_exception_ptr(VorlenError::source("Could not read a frame from clip.mp4."));
-    type("\n" + (folder / "mine.jpg").string() + "\n", true);
-    auto poster = reviewer_.review(proposal(failed));
+    auto poster = review(proposal(failed), "\n" + (folder / "mine.jpg").string(), true);
     ASSERT_TRUE(poster.has_value());
     EXPECT_EQ(poster->size(), (PixelSize{64, 36}));
     auto text = shown();
@@ -96,13 +125,19 @@ TEST_F(PosterPromptTest, AnImageFileThenTheEndOfInputPublishesIt) {
     EXPECT_NE(text.find("Vorlen publishes without a poster in 20 s."), std::string::npos) << text;
 }
 
-TEST_F(PosterPromptTest, TheTimerEndsTheCountdown) {
+TEST_F(TerminalPosterReviewTest, TheTimerEndsTheCountdown) {
     auto selected = posterOf(100, 1);
     std::thread timer([&] {
-        while (!ring_) std::this_thread::sleep_for(1ms);
+        for (;;) {
+            {
+                std::lock_guard lock(mutex_);
+                if (ring_) break;
+            }
+            std::this_thread::sleep_for(1ms);
+        }
         ring_();
     });
-    auto poster = reviewer_.review(proposal(selected));
+    auto poster = review(proposal(selected), "");
     timer.join();
     ASSERT_TRUE(poster.has_value());
     EXPECT_EQ(poster->name, selected.name);
