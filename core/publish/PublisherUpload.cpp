@@ -241,8 +241,7 @@ Published Publisher::publish(BuiltFolder& built, const UploadFolder& target, Upl
     journal.logStart(files.size(), totalBytes, upload, limiter->bytesPerSecond());
 
     Uploader uploader{destination.bucket, limiter, upload, std::shared_ptr<UploadJournal>(&journal, [](UploadJournal*) {})};
-    std::atomic<std::uint64_t> storedBytes{0};  // bytes of the batches that are done
-    std::atomic<std::uint64_t> batchBytes{0};   // bytes given so far in the running batch
+    std::atomic<std::uint64_t> givenBytes{0};
     auto started = BootClock::now();
     UploadTicks ticks(totalBytes, journal);
     std::mutex ticksMutex;
@@ -250,7 +249,7 @@ Published Publisher::publish(BuiltFolder& built, const UploadFolder& target, Upl
 
     auto report = [&] {
         std::lock_guard lock(ticksMutex);
-        UploadProgress progress = ticks.tick(storedBytes + batchBytes, secondsBetween(started, BootClock::now()));
+        UploadProgress progress = ticks.tick(givenBytes, secondsBetween(started, BootClock::now()));
         lastRate = progress.rate;
         if (!onProgress) return;
         PublishProgress out;
@@ -277,19 +276,10 @@ Published Publisher::publish(BuiltFolder& built, const UploadFolder& target, Upl
                 report();
             }
         });
-        for (const auto& batch : batches) {
-            std::vector<UploadFile> uploads;
-            std::uint64_t bytes = 0;
-            for (const auto& path : batch) {
-                auto file = built.directory() / path;
-                bytes += std::filesystem::file_size(file);
-                auto headers = path == "video.json" ? videoJSONHeaders(uploadID) : videoFolderHeaders(path);
-                uploads.push_back(UploadFile{file, folderPrefix + path, headers});
-            }
-            uploader.upload(uploads, [&](std::uint64_t given) { batchBytes = given; });
-            storedBytes += bytes;
-            batchBytes = 0;
-        }
+        uploader.uploadFolder(
+            built.directory(), files, folderPrefix,
+            [&](const std::string& path) { return path == "video.json" ? videoJSONHeaders(uploadID) : videoFolderHeaders(path); },
+            [&](std::uint64_t given) { givenBytes = given; });
         ticker.cancel();
     } catch (...) {
         auto failure = std::current_exception();

@@ -11,6 +11,7 @@
 #include "core/base/Task.hpp"
 #include "core/net/RetryPolicy.hpp"
 #include "core/storage/ByteCounter.hpp"
+#include "core/storage/VideoFolderHeaders.hpp"
 #include "core/storage/WriteFailure.hpp"
 
 namespace vorlen {
@@ -233,6 +234,25 @@ void Uploader::upload(const std::vector<UploadFile>& files, const std::function<
             }).value();
         }
         std::rethrow_exception(error);
+    }
+}
+
+void Uploader::uploadFolder(const std::filesystem::path& directory, const std::vector<std::string>& relativePaths,
+                            const std::string& keyPrefix, const std::function<ObjectHeaders(const std::string&)>& headersFor,
+                            const std::function<void(std::uint64_t)>& onBytes) const {
+    std::uint64_t stored = 0;  // bytes of the batches that are done
+    for (const auto& batch : videoFolderBatches(relativePaths)) {
+        std::vector<UploadFile> files;
+        std::uint64_t bytes = 0;
+        for (const auto& path : batch) {
+            auto file = directory / path;
+            bytes += std::filesystem::file_size(file);
+            files.push_back(UploadFile{file, keyPrefix + path, headersFor(path)});
+        }
+        upload(files, [&](std::uint64_t given) {
+            if (onBytes) onBytes(stored + given);
+        });
+        stored += bytes;
     }
 }
 

@@ -59,6 +59,14 @@ struct Uploader {
     // Returns when every object is stored. `onBytes` gets the bytes given to the
     // transport so far whenever they change; they go down when an attempt fails.
     void upload(const std::vector<UploadFile>& files, const std::function<void(std::uint64_t)>& onBytes = {}) const;
+
+    // The files of a video folder, by their paths in `directory`, under keyPrefix,
+    // batch after batch (videoFolderBatches): a batch starts only once every object
+    // of the one before is stored, so master.m3u8 comes last. onBytes gets the bytes
+    // given so far across the batches.
+    void uploadFolder(const std::filesystem::path& directory, const std::vector<std::string>& relativePaths,
+                      const std::string& keyPrefix, const std::function<ObjectHeaders(const std::string&)>& headersFor,
+                      const std::function<void(std::uint64_t)>& onBytes = {}) const;
 };
 
 }  // namespace vorlen
