@@ -104,6 +104,10 @@ TEST(SettingsWindowTest, AnR2SiteFromItsDialogKeepsItsTokenInTheSecretStore) {
     Desk desk;
     auto* settings = desk.window->openSettings();
     settings->tabs()->setCurrentIndex(1);
+    // These tests keep their secrets in the private file, and the sites page says so.
+    auto* notice = named<QLabel>(settings, "secretStoreNotice");
+    ASSERT_TRUE(notice);
+    EXPECT_EQ(notice->text(), "Secrets are kept in a private file, since this desktop has no Secret Service.");
     desk.click("Add R2 Site\u2026", settings);
     SiteDialog* dialog = nullptr;
     ASSERT_TRUE(QTest::qWaitFor([&] { return (dialog = named<SiteDialog>(settings, "siteDialog")) && dialog->isVisible(); }));
