@@ -23,6 +23,11 @@ public:
 
     inline static const std::string bucketCleanupHint =
         "Cleaning up the bucket; press Ctrl-C again to leave it as it is.";
+    // How a command that cleans up the bucket takes Ctrl-C, for its help.
+    inline static const std::string bucketCleanupHelp =
+        "Ctrl-C or SIGTERM stops it, and Vorlen deletes what it had uploaded, then ends with status 130. "
+        "A second Ctrl-C during that clean-up says \"" + bucketCleanupHint + "\"; a third ends at once, with "
+        "status 130, and leaves the bucket as it is.";
 
     // Listens while it lives; the newest listener is the one told. `onStop` runs
     // on the interrupt thread: it must be quick (cancel a task, post to a queue).

@@ -154,6 +154,9 @@ int runPublish(const PublishOptions& options) {
 void registerPublishCommand(CommandRegistry& registry) {
     auto options = std::make_shared<PublishOptions>();
     auto* command = registry.app.add_subcommand("publish", "Publish a video to a site (the local site when none is set up).");
+    command->footer(app::Interrupts::bucketCleanupHelp +
+                    " A name given with --name is kept: when another computer takes it meanwhile, the publish fails "
+                    "and nothing of the other's is touched.");
     command->add_option("FILE", options->file, "the video file")->required()->check(CLI::ExistingFile);
     command->add_option("--site", options->site, "the site's ID (see `vorlen sites`)");
     command->add_option("--name", options->name, "the folder name (default: from the file name)");

@@ -82,6 +82,7 @@ void registerUpload(CommandRegistry& registry) {
     auto* command = registry.app.add_subcommand(
         "upload", "Upload a folder to a bucket, master.m3u8 last. The access key comes from VORLEN_ACCESS_KEY_ID "
                   "and VORLEN_SECRET_ACCESS_KEY.");
+    command->footer(app::Interrupts::bucketCleanupHelp);
     command->add_option("folder", arguments->folder, "The folder to upload")->required();
     command->add_option("--endpoint", arguments->endpoint, "The S3 server, such as https://host:port, or file:///path")
         ->required();
