@@ -58,25 +58,23 @@ open=$(open_threads $pid)
 echo "$threads threads; taking interrupts: $open"
 test "$(wc -l <<<"$open")" -eq 1
 
-kill -INT $pid
-sleep 0.3
-kill -INT $pid
-status=0
-wait $pid || status=$?
-test $status -eq 130
-grep -qF "$hint" "$home/err"
+# Sends Ctrl-C N times, a moment apart, and checks that the publish ended with 130 after saying the hint.
+interrupt() {
+  for i in $(seq 1 $1); do
+    (( i == 1 )) || sleep 0.3
+    kill -INT $pid
+  done
+  local status=0
+  wait $pid || status=$?
+  test $status -eq 130
+  grep -qF "$hint" "$home/err"
+}
+
+interrupt 2
 grep -q "^Stopped. Vorlen deleted what it had uploaded.$" "$home/err"
 test -z "$(s3 list library/river/)"
 
 start_publish
-kill -INT $pid
-sleep 0.3
-kill -INT $pid
-sleep 0.3
-kill -INT $pid
-status=0
-wait $pid || status=$?
-test $status -eq 130
-grep -qF "$hint" "$home/err"
+interrupt 3
 # Ended at once: no word of a finished clean-up.
 if grep -q "^Stopped." "$home/err"; then exit 1; fi

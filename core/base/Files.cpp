@@ -48,23 +48,28 @@ void FileHandle::close() {
     if (::close(fd) != 0) throwErrno("cannot close", path_);
 }
 
+void writeAll(int fd, std::string_view bytes, const fs::path& path) {
+    while (!bytes.empty()) {
+        ssize_t written = ::write(fd, bytes.data(), bytes.size());
+        if (written < 0) {
+            if (errno == EINTR) continue;
+            throwErrno("cannot write", path);
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
 void writeFileAtomically(const fs::path& path, std::string_view bytes, unsigned mode) {
     fs::path folder = path.parent_path().empty() ? fs::path(".") : path.parent_path();
     fs::path temporary = folder / ("." + path.filename().string() + "." + randomString(12, "abcdefghijklmnopqrstuvwxyz0123456789") + ".tmp");
     int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, static_cast<mode_t>(mode));
     if (fd < 0) throwErrno("cannot create", temporary);
-    std::size_t written = 0;
-    while (written < bytes.size()) {
-        ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            int saved = errno;
-            ::close(fd);
-            ::unlink(temporary.c_str());
-            errno = saved;
-            throwErrno("cannot write", temporary);
-        }
-        written += static_cast<std::size_t>(n);
+    try {
+        writeAll(fd, bytes, temporary);
+    } catch (...) {
+        ::close(fd);
+        ::unlink(temporary.c_str());
+        throw;
     }
     if (::fsync(fd) != 0 || ::close(fd) != 0) {
         int saved = errno;

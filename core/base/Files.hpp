@@ -30,6 +30,9 @@ fs::path makeUniqueDirectory(const fs::path& parent, std::string_view prefix);
 // Throws the file system error of errno for path.
 [[noreturn]] void throwErrno(const std::string& what, const fs::path& path);
 
+// Writes all of bytes to fd, through short writes and interruptions; a failure names path.
+void writeAll(int fd, std::string_view bytes, const fs::path& path);
+
 // An open file descriptor that closes itself; close() reports a failed close of a written file.
 class FileHandle {
 public:

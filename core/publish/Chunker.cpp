@@ -28,18 +28,6 @@ std::uint64_t measure(const fs::path& path) {
     return static_cast<std::uint64_t>(end);
 }
 
-void writeAll(int fd, const char* data, std::size_t size, const fs::path& path) {
-    while (size > 0) {
-        ssize_t written = ::write(fd, data, size);
-        if (written < 0) {
-            if (errno == EINTR) continue;
-            throwErrno("cannot write", path);
-        }
-        data += written;
-        size -= static_cast<std::size_t>(written);
-    }
-}
-
 // Moves one piece into the chunk in steps of at most 1 MiB. Where the kernel can
 // copy between the two files, it does so itself: each byte is copied once and
 // no memory of ours holds it. Where it cannot (another file system, an old
@@ -62,7 +50,7 @@ void copyPiece(const Piece& piece, int out, const fs::path& outPath, char* buffe
             }
         } else {
             moved = ::read(in.fd(), buffer, step);
-            if (moved > 0) writeAll(out, buffer, static_cast<std::size_t>(moved), outPath);
+            if (moved > 0) writeAll(out, std::string_view(buffer, static_cast<std::size_t>(moved)), outPath);
         }
         if (moved < 0) {
             if (errno == EINTR) continue;

@@ -42,18 +42,6 @@ std::string unquoted(std::string_view etag) {
 }
 
 
-void writeAll(int fd, const char* data, std::size_t size, const fs::path& path) {
-    while (size > 0) {
-        ssize_t n = ::write(fd, data, size);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            throwErrno("cannot write", path);
-        }
-        data += n;
-        size -= static_cast<std::size_t>(n);
-    }
-}
-
 // Copies a range of `from` to the end of `out` in pieces, with the body's pacing
 // and reports when a body is given.
 void appendRange(int out, const fs::path& outPath, const fs::path& from, std::uint64_t offset, std::uint64_t length,
@@ -71,7 +59,7 @@ void appendRange(int out, const fs::path& outPath, const fs::path& from, std::ui
         if (n == 0) throw std::runtime_error("The file is shorter than planned.");
         piece.resize(static_cast<std::size_t>(n));
         if (body && body->limiter) body->limiter->reserve(piece.size());
-        writeAll(out, piece.data(), piece.size(), outPath);
+        writeAll(out, piece, outPath);
         digest.update(piece);
         if (body && body->onSend) body->onSend(piece.size());
         offset += static_cast<std::uint64_t>(n);
@@ -89,7 +77,7 @@ Written writeBody(const RequestBody& body, const fs::path& path) {
     Md5Stream digest;
     if (auto* data = std::get_if<std::string>(&body.content)) {
         checkCancellation();
-        writeAll(out.fd(), data->data(), data->size(), path);
+        writeAll(out.fd(), *data, path);
         digest.update(*data);
         if (body.onSend && !data->empty()) body.onSend(data->size());
     } else {
@@ -247,7 +235,7 @@ void FolderBucket::finishPending(const fs::path& record) {
         {
             FileHandle out(temporary, O_WRONLY | O_CREAT | O_TRUNC);
             auto content = write.at(1).get<std::string>();
-            writeAll(out.fd(), content.data(), content.size(), temporary);
+            writeAll(out.fd(), content, temporary);
         }
         fs::rename(temporary, path);
     }
