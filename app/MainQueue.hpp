@@ -1,9 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
 #include <mutex>
+
+#include "core/base/Task.hpp"
 
 namespace vorlen::app {
 
@@ -43,10 +46,23 @@ public:
         }
     }
 
+    // Runs posted work while `task` runs, looking at it a few times a second, then
+    // returns its result or passes on its failure.
+    template <class T>
+    T runWhile(Task<T>& task) {
+        while (!task.isFinished())
+            if (auto work = take(true, std::chrono::milliseconds(50))) work();
+        drain();
+        return task.value();
+    }
+
 private:
-    std::function<void()> take(bool wait) {
+    std::function<void()> take(bool wait, std::chrono::milliseconds patience = std::chrono::milliseconds::max()) {
         std::unique_lock lock(mutex_);
-        if (wait) changed_.wait(lock, [&] { return !pending_.empty(); });
+        if (wait && patience == std::chrono::milliseconds::max())
+            changed_.wait(lock, [&] { return !pending_.empty(); });
+        else if (wait)
+            changed_.wait_for(lock, patience, [&] { return !pending_.empty(); });
         if (pending_.empty()) return nullptr;
         auto work = std::move(pending_.front());
         pending_.pop_front();

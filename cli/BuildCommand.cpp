@@ -113,26 +113,22 @@ void registerBuildCommand(CommandRegistry& registry) {
 
         // The build runs on a task while this thread runs the review's main queue.
         std::optional<VideoDetails> details;
-        bool ended = false;
         auto build = Task<std::shared_ptr<BuiltFolder>>::spawn([&] {
-            // However the build ends, the main queue hears of it.
-            struct Ended {
-                app::PostedQueue& queue;
-                bool& ended;
-                ~Ended() { queue.post([&ended = ended] { ended = true; }); }
-            } atEnd{queue, ended};
             auto inspection = publisher.inspect(options->file);
             details.emplace(options->title ? *options->title : trimmed(inspection.suggestedTitle), std::nullopt,
                             std::nullopt, VideoVisibility::publicVideo);
             return publisher.build(inspection, *details, loudness, std::nullopt, std::ref(printer), review);
         });
-        {
+        std::shared_ptr<BuiltFolder> built;
+        try {
             app::Interrupts::Listener interrupts([&build] { build.cancel(); });
-            queue.runUntil([&] { return ended; });
+            built = queue.runWhile(build);
+        } catch (...) {
+            printer.finish();
+            throw;
         }
         terminal.terminal.reset();
         printer.finish();
-        auto built = build.value();
         if (fs::exists(out)) fs::remove(out);
         fs::create_directories(fs::absolute(out).parent_path());
         moveFolder(built->directory(), out);

@@ -57,18 +57,10 @@ protected:
                 type(typed, close);
             });
         };
-        bool ended = false;
-        auto task = Task<std::optional<Poster>>::spawn([&] {
-            struct Ended {
-                app::PostedQueue& queue;
-                bool& ended;
-                ~Ended() { queue.post([&ended = ended] { ended = true; }); }
-            } atEnd{queue, ended};
-            return reviewer_.review(proposal);
-        });
-        queue.runUntil([&] { return ended; });
+        auto task = Task<std::optional<Poster>>::spawn([&] { return reviewer_.review(proposal); });
+        auto poster = queue.runWhile(task);
         terminal.reset();
-        return task.value();
+        return poster;
     }
 
     void type(const std::string& text, bool close) {
