@@ -39,4 +39,19 @@ std::string randomString(std::size_t length, std::string_view alphabet) {
     return out;
 }
 
+std::string randomUUID() {
+    unsigned char bytes[16];
+    secureRandomBytes(bytes, sizeof bytes);
+    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);  // version 4
+    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string text;
+    for (int i = 0; i < 16; ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) text.push_back('-');
+        text.push_back(digits[bytes[i] >> 4]);
+        text.push_back(digits[bytes[i] & 0x0F]);
+    }
+    return text;
+}
+
 }  // namespace vorlen

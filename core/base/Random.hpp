@@ -16,4 +16,7 @@ std::uint32_t secureRandomBelow(std::uint32_t bound);
 // `length` characters drawn uniformly from an ASCII alphabet.
 std::string randomString(std::size_t length, std::string_view alphabet);
 
+// A random (version 4) UUID in upper-case text form.
+std::string randomUUID();
+
 }  // namespace vorlen

@@ -12,16 +12,27 @@ namespace vorlen {
 
 // How often and how patiently a transient failure is tried again.
 struct RetryPolicy {
-    std::int64_t maxRetries = 5;
-    std::chrono::duration<double> delay{0.5};
+    using Sleeper = std::function<void(std::chrono::nanoseconds)>;
 
-    // Runs work(attempt) with attempt from 1; a transient failure is tried again
-    // after retryWait while retries are left. The waits end early with Cancelled.
-    // onFailure runs after every failed attempt, before the decision; a failure
-    // that it throws ends the loop in place of the attempt's (the uploader gives
-    // checkCancellation, so that a failure while cancelled is the cancellation).
+    RetryPolicy(std::int64_t maxRetries = 5, std::chrono::duration<double> delay = std::chrono::duration<double>(0.5),
+                Sleeper sleep = {})
+        : maxRetries(maxRetries), delay(delay), sleep(std::move(sleep)) {}
+
+    std::int64_t maxRetries;
+    std::chrono::duration<double> delay;
+    // Waits between attempts; empty means sleepFor, which ends early with Cancelled.
+    // Tests give one that records the waits instead of sleeping.
+    Sleeper sleep;
+
+    // Runs work(attempt) with attempt from 1; a failure that mayRetry accepts (by
+    // default the transient test) is tried again after retryWait while retries
+    // are left. onFailure runs after every failed attempt, before the decision; a
+    // failure that it throws ends the loop in place of the attempt's (the uploader
+    // gives checkCancellation, so that a failure while cancelled is the cancellation).
     template <class F>
-    auto run(F&& work, const std::function<void()>& onFailure = {}) const -> decltype(work(std::int64_t{1}));
+    auto run(F&& work, const std::function<void()>& onFailure = {},
+             const std::function<bool(const std::exception_ptr&)>& mayRetry = {}) const
+        -> decltype(work(std::int64_t{1}));
 };
 
 // A failure that names its own wait (a server's Retry-After). One that also
@@ -46,15 +57,18 @@ std::chrono::duration<double> retryWait(std::chrono::duration<double> delay, std
                                         const std::exception_ptr& error);
 
 template <class F>
-auto RetryPolicy::run(F&& work, const std::function<void()>& onFailure) const -> decltype(work(std::int64_t{1})) {
+auto RetryPolicy::run(F&& work, const std::function<void()>& onFailure,
+                      const std::function<bool(const std::exception_ptr&)>& mayRetry) const
+    -> decltype(work(std::int64_t{1})) {
     for (std::int64_t attempt = 1;; ++attempt) {
         try {
             return work(attempt);
         } catch (...) {
             if (onFailure) onFailure();
             auto error = std::current_exception();
-            if (attempt > maxRetries || !isTransient(error)) throw;
-            sleepFor(std::chrono::duration_cast<std::chrono::nanoseconds>(retryWait(delay, attempt - 1, error)));
+            if (attempt > maxRetries || !(mayRetry ? mayRetry(error) : isTransient(error))) throw;
+            const auto wait = std::chrono::duration_cast<std::chrono::nanoseconds>(retryWait(delay, attempt - 1, error));
+            sleep ? sleep(wait) : sleepFor(wait);
         }
     }
 }

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/base/Json.hpp"
+#include "core/cloudflare/APIToken.hpp"
+#include "core/net/HttpClient.hpp"
+
+namespace vorlen::testing {
+
+// The local Cloudflare account (testing/cloudflare/start) with its R2 on a RADOS
+// Gateway, started once per test binary and stopped when the process ends.
+class LocalCloudflareAccount {
+public:
+    struct Request {
+        std::string method;
+        std::string path;  // after /client/v4, with its leading "/"
+        Json query;
+        int status = 0;
+    };
+
+    static LocalCloudflareAccount& shared();
+    ~LocalCloudflareAccount();
+    LocalCloudflareAccount(const LocalCloudflareAccount&) = delete;
+    LocalCloudflareAccount& operator=(const LocalCloudflareAccount&) = delete;
+
+    const std::string& api() const { return api_; }            // http://127.0.0.1:PORT/client/v4
+    const std::string& r2() const { return r2_; }              // the S3 endpoint of its R2
+    const std::string& accountID() const { return accountID_; }
+    const std::map<std::string, std::string>& zones() const { return zones_; }  // name → id
+    const APIToken& setupToken() const { return setupToken_; }
+
+    // The control surface: faults, quirks and switches, each a JSON body as the
+    // stand-in's README gives it; `reset()` turns all of them off.
+    void setFaults(const Json& faults) const;
+    void setQuirks(const Json& quirks) const;
+    void setR2Enabled(bool enabled) const;
+    void reset() const;
+    std::vector<Request> requests() const;
+    void clearRequests() const;
+
+private:
+    LocalCloudflareAccount();
+    void control(const std::string& method, const std::string& path, const Json& body) const;
+    std::string controlGet(const std::string& path) const;
+
+    std::filesystem::path dir_;
+    std::string api_;
+    std::string r2_;
+    std::string control_;
+    std::string accountID_;
+    std::map<std::string, std::string> zones_;
+    APIToken setupToken_;
+    std::shared_ptr<HttpClient> session_;
+};
+
+}  // namespace vorlen::testing
