@@ -130,7 +130,9 @@ export function routes({ store }) {
 
     'GET zones/:zone/dns_records': (request) => {
       const zone = zoneOf(request);
-      const { name, type } = request.query;
+      // The SDK asks "name.exact", Cloudflare's older form is "name".
+      const name = request.query.name ?? request.query['name.exact'];
+      const { type } = request.query;
       const records = zone.dnsRecords.filter((record) => (!name || record.name.toLowerCase() === name.toLowerCase())
         && (!type || record.type === type));
       return paged(request, records.map((record) => recordView(record, zone)), { maxPerPage: 5000 });
