@@ -230,6 +230,8 @@ describe('KV namespaces and page-number lists', () => {
     assert.deepEqual(titles, made.map((namespace) => namespace.title));
     const pages = (await control('GET', 'requests')).map((record) => record.query.page);
     assert.deepEqual(pages, [undefined, '2', '3']);
+    const first = await (await cf.kv.namespaces.list({ account_id, per_page: 5 }).asResponse()).json();
+    assert.deepEqual(first.result_info, { page: 1, per_page: 5, count: 5, total_count: 7, total_pages: 2 });
 
     await cf.kv.namespaces.delete(made[0].id, { account_id });
     assert.ok(!(await collect(cf.kv.namespaces.list({ account_id }))).some((namespace) => namespace.id === made[0].id));
