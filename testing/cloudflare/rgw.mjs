@@ -9,7 +9,6 @@ import { execFile } from 'node:child_process';
 import path from 'node:path';
 
 const REGION = 'auto';
-const EMPTY_SHA256 = createHash('sha256').update('').digest('hex');
 
 function encodeSegment(text) {
   return encodeURIComponent(text).replace(/[!'()*]/g, (c) => `%${c.charCodeAt(0).toString(16).toUpperCase()}`);
@@ -20,9 +19,9 @@ function hmac(key, text) {
 }
 
 // SigV4 headers for one S3 request (path-style); `query` is a list of [name, value].
-export function signS3({ method, url, query = [], headers = {}, body = Buffer.alloc(0), credentials, date = new Date() }) {
+function signS3({ method, url, query = [], headers = {}, body = Buffer.alloc(0), credentials }) {
   const target = new URL(url);
-  const amzDate = date.toISOString().replace(/[-:]/g, '').replace(/\.\d{3}/, '');
+  const amzDate = new Date().toISOString().replace(/[-:]/g, '').replace(/\.\d{3}/, '');
   const day = amzDate.slice(0, 8);
   const payloadHash = createHash('sha256').update(body).digest('hex');
   const all = { ...headers, host: target.host, 'x-amz-date': amzDate, 'x-amz-content-sha256': payloadHash };

@@ -221,7 +221,7 @@ class Account {
     return run;
   }
 
-  async carryOut(request, response) {
+  async carryOut(request) {
     const { route, params } = this.resolveRoute(request.method, request.path);
     request.params = params;
     this.authorize(request, route);
@@ -261,7 +261,7 @@ class Account {
     };
     let status;
     try {
-      const answer = await this.carryOut(request, response);
+      const answer = await this.carryOut(request);
       if (answer.raw) {
         status = answer.raw.status;
         response.writeHead(status, answer.raw.headers);

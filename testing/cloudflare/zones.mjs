@@ -81,8 +81,9 @@ export function routes({ store }) {
     return zone;
   }
 
-  function checkRuleLimit(phase, count) {
-    const limit = state.ruleLimits?.[phase];
+  // The limits go by the zone's plan.
+  function checkRuleLimit(zoneId, phase, count) {
+    const limit = state.ruleLimits?.[store.zone(zoneId)?.plan?.legacy_id]?.[phase];
     if (limit !== undefined && count > limit) {
       throw fail(400, 20080, `exceeded the maximum number of rules in the phase ${phase}: ${limit}`);
     }
@@ -172,7 +173,7 @@ export function routes({ store }) {
         }]);
       }
       const rules = (body.rules ?? []).map(ruleFrom);
-      checkRuleLimit(phase, rules.length);
+      checkRuleLimit(zone.id, phase, rules.length);
       const ruleset = {
         id: newId(), zoneId: zone.id, name: requireText(body, 'name'), description: body.description ?? '',
         kind, phase, version: '1', last_updated: isoNow(), rules,
@@ -185,7 +186,7 @@ export function routes({ store }) {
     'POST zones/:zone/rulesets/:ruleset/rules': (request) => {
       const ruleset = rulesetOf(request);
       const rule = ruleFrom(jsonBody(request));
-      checkRuleLimit(ruleset.phase, ruleset.rules.length + 1);
+      checkRuleLimit(ruleset.zoneId, ruleset.phase, ruleset.rules.length + 1);
       ruleset.rules.push(rule);
       return changed(ruleset);
     },

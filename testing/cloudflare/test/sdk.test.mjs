@@ -126,6 +126,14 @@ describe('R2 through the SDK', () => {
 
     const pages = await bucketPages(cf, local.account, 2);
     assert.deepEqual(pages.map((page) => page.map((bucket) => bucket.name)), [['media-one', 'media-three'], ['media-two']]);
+    const listPage = async (cursor) => (await cf.r2.buckets.list({ ...account(), per_page: 2, cursor }).asResponse()).json();
+    await control('PUT', 'quirks', { repeatingCursor: true });
+    try {
+      const { cursor } = (await listPage()).result_info;
+      assert.equal((await listPage(cursor)).result_info.cursor, cursor);
+    } finally {
+      await control('PUT', 'quirks', { repeatingCursor: false });
+    }
 
     assert.equal((await cf.r2.buckets.get('media-two', account())).name, 'media-two');
     await refused(cf.r2.buckets.get('media-none', account()), sdk.NotFoundError, 10006);
