@@ -101,7 +101,7 @@ std::vector<LocalCloudflareAccount::Request> LocalCloudflareAccount::requests() 
     std::vector<Request> all;
     for (const auto& entry : Json::parse(controlGet("/requests")))
         all.push_back({entry.value("method", ""), entry.value("path", ""), entry.value("query", Json::object()),
-                       entry.value("status", 0)});
+                       entry["status"].is_number() ? entry["status"].get<int>() : 0});
     return all;
 }
 

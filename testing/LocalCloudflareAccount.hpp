@@ -18,9 +18,9 @@ class LocalCloudflareAccount {
 public:
     struct Request {
         std::string method;
-        std::string path;  // after /client/v4, with its leading "/"
+        std::string path;  // after "/client/v4/", as sent (encoded)
         Json query;
-        int status = 0;
+        int status = 0;    // 0 for a connection that was reset
     };
 
     static LocalCloudflareAccount& shared();

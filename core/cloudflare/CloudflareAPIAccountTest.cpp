@@ -12,6 +12,7 @@
 #include "core/base/Crypto.hpp"
 #include "core/base/Random.hpp"
 #include "core/base/VorlenError.hpp"
+#include "core/net/TransportError.hpp"
 #include "core/storage/S3Bucket.hpp"
 #include "testing/LocalCloudflareAccount.hpp"
 
@@ -87,7 +88,7 @@ TEST_F(CloudflareAPIAccountTest, RefusedPathSegmentsAreNeverSentAndASlashStaysIn
     EXPECT_EQ(error.path(), "accounts/" + accountID() + "/r2/buckets/x/../../../../zones");
     const auto sent = apiRequests();
     ASSERT_EQ(sent.size(), 1u);
-    EXPECT_TRUE(sent[0].path.starts_with("/accounts/" + accountID() + "/r2/buckets/")) << sent[0].path;
+    EXPECT_TRUE(sent[0].path.starts_with("accounts/" + accountID() + "/r2/buckets/x%2F")) << sent[0].path;
     EXPECT_NE(sent[0].status, 200);
 
     try {
@@ -136,9 +137,15 @@ TEST_F(CloudflareAPIAccountTest, RetriesFollowRetryAfterAndNeverRepeatACreateTha
     EXPECT_EQ(apiRequests().size(), 6u);
     EXPECT_EQ(waits.seconds, (std::vector<double>{1, 2, 4, 8, 8}));
 
-    fiveFailures.push_back({{"reset", true}});
+    fiveFailures.push_back({{"status", 502}});
     account.setFaults({{"script", fiveFailures}});
-    EXPECT_THROW(api.kvNamespaces(accountID()), std::exception);
+    EXPECT_EQ(failureOf([&] { api.kvNamespaces(accountID()); }).status(), 502);
+
+    // A connection lost under a create may have created it: that is not sent again either.
+    account.clearRequests();
+    account.setFaults({{"script", {{{"reset", true}}}}});
+    EXPECT_THROW(api.createKVNamespace(accountID(), freshName("kv-")), TransportError);
+    EXPECT_EQ(apiRequests().size(), 1u);
 }
 
 TEST_F(CloudflareAPIAccountTest, FailedEnvelopesReportTheirErrorsWhateverTheResult) {
@@ -238,7 +245,8 @@ TEST_F(CloudflareAPIAccountTest, ZoneAccessSplitsTheZonesByWhatTheTokenMayConfig
     const std::string zoneRead = permissionGroup(api, accountID(), "Zone Read");
     const std::string wafWrite = permissionGroup(api, accountID(), "Zone WAF Write");
     const auto token = makeToken(api, accountID(),
-        {{{"effect", "allow"}, {"resources", {{"com.cloudflare.api.account." + accountID(), "*"}}},
+        {{{"effect", "allow"},
+          {"resources", {{"com.cloudflare.api.account." + accountID(), {{"com.cloudflare.api.account.zone.*", "*"}}}}},
           {"permission_groups", {{{"id", zoneRead}}}}},
          {{"effect", "allow"}, {"resources", {{"com.cloudflare.api.account.zone." + firstZoneID(), "*"}}},
           {"permission_groups", {{{"id", wafWrite}}}}}});

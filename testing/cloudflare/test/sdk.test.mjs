@@ -103,8 +103,8 @@ describe('an account read through the SDK', () => {
   });
 
   test('sdkValues prints what the SDK reads, for other clients to compare with', async () => {
-    // A failure's text would name the command, token and all: only its stderr is kept.
-    const { stdout } = await run('node', [new URL('sdkValues.mjs', import.meta.url).pathname, local.api, local.account, local.token])
+    const { stdout } = await run('node', [new URL('sdkValues.mjs', import.meta.url).pathname, local.api, local.account],
+      { env: { ...process.env, CLOUDFLARE_API_TOKEN: local.token } })
       .catch((error) => { throw new Error(`sdkValues failed: ${error.stderr}`); });
     const values = JSON.parse(stdout);
     assert.equal(values.accounts[0].id, local.account);

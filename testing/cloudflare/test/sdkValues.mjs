@@ -1,7 +1,8 @@
 // Prints, as one JSON object, what Cloudflare's own SDK reads of an account: the raw
 // objects as the SDK gives them, for a test that compares them with what another client
 // decodes from the same account.
-//   node testing/cloudflare/test/sdkValues.mjs API ACCOUNT TOKEN
+//   CLOUDFLARE_API_TOKEN=... node testing/cloudflare/test/sdkValues.mjs API ACCOUNT
+// The token comes through the environment, never as an argument that a process list shows.
 import { createRequire } from 'node:module';
 import { pathToFileURL } from 'node:url';
 
@@ -26,7 +27,7 @@ export async function bucketPages(cf, account, perPage) {
   return pages;
 }
 
-async function main([api, account, token]) {
+async function main([api, account], token) {
   const cf = new Cloudflare({ apiToken: token, baseURL: api, maxRetries: 0 });
   const zones = await collect(cf.zones.list({ account: { id: account } }));
   const dnsRecords = {};
@@ -45,11 +46,11 @@ async function main([api, account, token]) {
 }
 
 if (import.meta.url === pathToFileURL(process.argv[1]).href) {
-  if (process.argv.length !== 5) {
-    console.error('usage: node sdkValues.mjs API ACCOUNT TOKEN');
+  if (process.argv.length !== 4 || !process.env.CLOUDFLARE_API_TOKEN) {
+    console.error('usage: CLOUDFLARE_API_TOKEN=... node sdkValues.mjs API ACCOUNT');
     process.exit(2);
   }
-  main(process.argv.slice(2)).catch((error) => {
+  main(process.argv.slice(2), process.env.CLOUDFLARE_API_TOKEN).catch((error) => {
     console.error(`sdkValues: ${error.message}`);
     process.exit(1);
   });
