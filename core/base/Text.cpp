@@ -150,4 +150,21 @@ std::string foldedForComparison(std::string_view text) {
     return fromUnicode(unicode);
 }
 
+std::string percentEncoded(std::string_view bytes) {
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string out;
+    out.reserve(bytes.size());
+    for (unsigned char c : bytes) {
+        if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+            c == '_' || c == '~') {
+            out.push_back(static_cast<char>(c));
+        } else {
+            out.push_back('%');
+            out.push_back(digits[c >> 4]);
+            out.push_back(digits[c & 0x0F]);
+        }
+    }
+    return out;
+}
+
 }  // namespace vorlen

@@ -28,6 +28,9 @@ std::string asciiLowercased(std::string_view text);
 // Blanks, tabs and line breaks trimmed from both ends; other bytes stay.
 std::string trimmedAsciiWhitespace(std::string_view text);
 
+// Every byte but the unreserved ones (A-Z a-z 0-9 - . _ ~) as "%XX" with upper-case digits.
+std::string percentEncoded(std::string_view bytes);
+
 // UTF-8 <-> UTF-32 for code that walks scalars.
 std::u32string toUtf32(std::string_view utf8);
 std::string toUtf8(std::u32string_view scalars);

@@ -17,27 +17,6 @@ namespace {
 constexpr std::int64_t pageLimit = 200;
 constexpr std::size_t zoneProbeWidth = 8;
 
-bool isUnreserved(unsigned char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
-           c == '_' || c == '~';
-}
-
-// Every byte but the unreserved ones is encoded, so "/" and "%" in a segment stay data.
-std::string percentEncoded(std::string_view text) {
-    static constexpr char digits[] = "0123456789ABCDEF";
-    std::string out;
-    for (unsigned char c : text) {
-        if (isUnreserved(c)) {
-            out.push_back(static_cast<char>(c));
-        } else {
-            out.push_back('%');
-            out.push_back(digits[c >> 4]);
-            out.push_back(digits[c & 0x0F]);
-        }
-    }
-    return out;
-}
-
 std::string joinedPath(const std::vector<std::string>& segments) {
     std::string path;
     for (const auto& segment : segments) {
@@ -56,6 +35,7 @@ std::string urlFor(const std::string& baseURL, const CloudflareRequest& request)
         if (segment.empty() || segment == "." || segment == "..")
             throw VorlenError::config(fmt::format("\u201c{}\u201d is not a valid part of an API path", segment));
         if (i > 0) url.push_back('/');
+        // "/" and "%" inside a segment are encoded too: a value never changes the path.
         url += percentEncoded(segment);
     }
     for (std::size_t i = 0; i < request.query.size(); ++i) {
@@ -483,6 +463,94 @@ void CloudflareAPI::setCorsRules(const std::string& accountID, const std::string
 
 void CloudflareAPI::deleteCorsPolicy(const std::string& accountID, const std::string& bucket) const {
     call<IgnoredResult>(CloudflareRequest::remove(bucketPath(accountID, bucket, {"cors"})));
+}
+
+namespace {
+
+struct TokenStatus {
+    std::string id;
+    std::string status;
+};
+
+void from_json(const Json& json, TokenStatus& answer) {
+    json.at("id").get_to(answer.id);
+    json.at("status").get_to(answer.status);
+}
+
+}  // namespace
+
+VerifiedToken CloudflareAPI::verifyToken(const std::string& accountID) const {
+    const bool looksLikeAccountToken = token_.value.starts_with("cfat_");
+    auto ask = [&](VerifiedToken::Kind kind) {
+        const auto request = kind == VerifiedToken::Kind::account
+                                 ? CloudflareRequest::get({"accounts", accountID, "tokens", "verify"})
+                                 : CloudflareRequest::get({"user", "tokens", "verify"});
+        auto response = call<TokenStatus>(request);
+        if (!response.result) throw unexpectedForm(request, response.status, "the result is missing");
+        return VerifiedToken{response.result->id, response.result->status, kind};
+    };
+    const auto first = looksLikeAccountToken ? VerifiedToken::Kind::account : VerifiedToken::Kind::user;
+    const auto second = looksLikeAccountToken ? VerifiedToken::Kind::user : VerifiedToken::Kind::account;
+    try {
+        return ask(first);
+    } catch (const CloudflareError& error) {
+        // A server in trouble says nothing about the token.
+        if (error.isTransient()) throw;
+    } catch (const VorlenError&) {
+    }
+    try {
+        return ask(second);
+    } catch (const CloudflareError& error) {
+        if (error.isTransient()) throw;
+    } catch (const VorlenError&) {
+    }
+    throw VorlenError::config("Cloudflare did not accept the API token");
+}
+
+std::vector<CloudflareToken> CloudflareAPI::tokens(const std::string& accountID) const {
+    return pagedList<CloudflareToken>(CloudflareRequest::get({"accounts", accountID, "tokens"}));
+}
+
+CloudflareToken CloudflareAPI::token(const std::string& accountID, const std::string& tokenID) const {
+    const auto request = CloudflareRequest::get({"accounts", accountID, "tokens", tokenID});
+    auto response = call<CloudflareToken>(request);
+    if (!response.result) throw unexpectedForm(request, response.status, "the result is missing");
+    return std::move(*response.result);
+}
+
+namespace {
+
+struct MadeToken {
+    std::string id;
+    std::string name;
+    std::optional<std::string> value;
+};
+
+void from_json(const Json& json, MadeToken& made) {
+    json.at("id").get_to(made.id);
+    json.at("name").get_to(made.name);
+    if (auto value = json.find("value"); value != json.end() && value->is_string()) made.value = value->get<std::string>();
+}
+
+}  // namespace
+
+IssuedToken CloudflareAPI::createToken(const std::string& accountID, const std::string& name,
+                                       const std::vector<TokenPolicy>& policies) const {
+    const auto response = call<MadeToken>(CloudflareRequest::withJson(
+        CloudflareRequest::Method::post, {"accounts", accountID, "tokens"}, {{"name", name}, {"policies", policies}}, false));
+    if (!response.result || !response.result->value || response.result->value->empty())
+        throw VorlenError::config(fmt::format("Cloudflare gave no token value for \u201c{}\u201d", name));
+    return IssuedToken{response.result->id, response.result->name, APIToken{*response.result->value}};
+}
+
+void CloudflareAPI::revokeToken(const std::string& accountID, const std::string& tokenID) const {
+    call<IgnoredResult>(CloudflareRequest::remove({"accounts", accountID, "tokens", tokenID}));
+}
+
+std::vector<PermissionGroup> CloudflareAPI::permissionGroups(const std::string& accountID, const std::string& name) const {
+    const auto response = call<std::vector<PermissionGroup>>(
+        CloudflareRequest::get({"accounts", accountID, "tokens", "permission_groups"}, {{"name", name}}));
+    return response.result.value_or(std::vector<PermissionGroup>{});
 }
 
 }  // namespace vorlen

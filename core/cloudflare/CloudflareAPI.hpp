@@ -11,6 +11,7 @@
 #include "core/cloudflare/CloudflareError.hpp"
 #include "core/cloudflare/CloudflareRequest.hpp"
 #include "core/cloudflare/CloudflareResources.hpp"
+#include "core/cloudflare/IssuedToken.hpp"
 #include "core/net/Endpoints.hpp"
 #include "core/net/HttpClient.hpp"
 #include "core/net/RetryPolicy.hpp"
@@ -102,6 +103,17 @@ public:
     void setCorsRules(const std::string& accountID, const std::string& bucket,
                       const std::vector<R2CORSRule>& rules) const;
     void deleteCorsPolicy(const std::string& accountID, const std::string& bucket) const;
+
+    // Tokens. Verifying asks about this client's own token: an account token
+    // ("cfat_…") on the account path first, any other on the user path first, and
+    // the other path once when the first refuses.
+    VerifiedToken verifyToken(const std::string& accountID) const;
+    std::vector<CloudflareToken> tokens(const std::string& accountID) const;
+    CloudflareToken token(const std::string& accountID, const std::string& tokenID) const;
+    IssuedToken createToken(const std::string& accountID, const std::string& name,
+                            const std::vector<TokenPolicy>& policies) const;
+    void revokeToken(const std::string& accountID, const std::string& tokenID) const;
+    std::vector<PermissionGroup> permissionGroups(const std::string& accountID, const std::string& name) const;
 
 private:
     // An envelope whose call succeeded, its result not yet decoded.

@@ -24,6 +24,13 @@ void writeOptional(Json& json, const char* key, const std::optional<T>& field) {
 
 }  // namespace
 
+bool isValidBucketName(std::string_view name) {
+    if (name.size() < 3 || name.size() > 63) return false;
+    for (char c : name)
+        if (!((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-')) return false;
+    return true;
+}
+
 std::string rawValue(R2LocationHint hint) {
     switch (hint) {
         case R2LocationHint::asiaPacific: return "apac";
@@ -165,6 +172,26 @@ void from_json(const Json& json, Ruleset& ruleset) {
     readOptional(json, "phase", ruleset.phase);
     ruleset.rules.clear();
     if (auto rules = json.find("rules"); rules != json.end() && !rules->is_null()) rules->get_to(ruleset.rules);
+}
+
+void from_json(const Json& json, CloudflareToken& token) {
+    json.at("id").get_to(token.id);
+    json.at("name").get_to(token.name);
+    readOptional(json, "status", token.status);
+    readOptional(json, "issued_on", token.issuedOn);
+    readOptional(json, "expires_on", token.expiresOn);
+}
+
+void from_json(const Json& json, PermissionGroup& group) {
+    json.at("id").get_to(group.id);
+    json.at("name").get_to(group.name);
+    readOptional(json, "scopes", group.scopes);
+}
+
+void to_json(Json& json, const TokenPolicy& policy) {
+    Json groups = Json::array();
+    for (const auto& id : policy.permissionGroupIDs) groups.push_back({{"id", id}});
+    json = {{"effect", policy.effect}, {"resources", policy.resources}, {"permission_groups", groups}};
 }
 
 }  // namespace vorlen

@@ -5,8 +5,10 @@
 // missing, or any key of the wrong type, fails the decoding.
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/base/Json.hpp"
@@ -72,6 +74,9 @@ struct R2Bucket {
     std::optional<std::string> jurisdiction;  // "jurisdiction"
     bool operator==(const R2Bucket&) const = default;
 };
+
+// 3 to 63 characters of lower-case letters, digits and hyphens.
+bool isValidBucketName(std::string_view name);
 
 enum class R2LocationHint { asiaPacific, easternEurope, easternNorthAmerica, westernEurope, westernNorthAmerica, oceania };
 
@@ -165,6 +170,32 @@ struct VerifiedToken {
     bool operator==(const VerifiedToken&) const = default;
 };
 
+// A token as the account lists it.
+struct CloudflareToken {
+    std::string id;                       // "id"
+    std::string name;                     // "name"
+    std::optional<std::string> status;    // "status"
+    std::optional<std::string> issuedOn;  // "issued_on"
+    std::optional<std::string> expiresOn; // "expires_on"
+    bool operator==(const CloudflareToken&) const = default;
+};
+
+struct PermissionGroup {
+    std::string id;                                  // "id"
+    std::string name;                                // "name"
+    std::optional<std::vector<std::string>> scopes;  // "scopes"
+    bool operator==(const PermissionGroup&) const = default;
+};
+
+// What a token may do: always "allow", over resources, with permission groups
+// written as [{"id": …}].
+struct TokenPolicy {
+    std::string effect = "allow";
+    std::map<std::string, std::string> resources;
+    std::vector<std::string> permissionGroupIDs;
+    bool operator==(const TokenPolicy&) const = default;
+};
+
 void from_json(const Json& json, CloudflareResultInfo& info);
 void from_json(const Json& json, IgnoredResult& result);
 void from_json(const Json& json, CloudflareAccount& account);
@@ -179,5 +210,8 @@ void to_json(Json& json, const R2CORSRule& rule);
 void to_json(Json& json, const RuleDefinition& rule);
 void from_json(const Json& json, RulesetRule& rule);
 void from_json(const Json& json, Ruleset& ruleset);
+void from_json(const Json& json, CloudflareToken& token);
+void from_json(const Json& json, PermissionGroup& group);
+void to_json(Json& json, const TokenPolicy& policy);
 
 }  // namespace vorlen
