@@ -68,7 +68,7 @@ LocalCloudflareAccount::~LocalCloudflareAccount() {
     std::filesystem::remove_all(dir_, ignored);
 }
 
-void LocalCloudflareAccount::control(const std::string& method, const std::string& path, const Json& body) const {
+Json LocalCloudflareAccount::control(const std::string& method, const std::string& path, const Json& body) const {
     HttpRequest request;
     request.method = method;
     request.url = control_ + path;
@@ -79,6 +79,7 @@ void LocalCloudflareAccount::control(const std::string& method, const std::strin
     const auto response = session_->send(request);
     if (response.status / 100 != 2)
         throw std::runtime_error(fmt::format("the local account refused {} {}: HTTP {}", method, path, response.status));
+    return response.body.empty() ? Json() : Json::parse(response.body);
 }
 
 std::string LocalCloudflareAccount::controlGet(const std::string& path) const {
@@ -103,6 +104,14 @@ std::vector<LocalCloudflareAccount::Request> LocalCloudflareAccount::requests() 
         all.push_back({entry.value("method", ""), entry.value("path", ""), entry.value("query", Json::object()),
                        entry["status"].is_number() ? entry["status"].get<int>() : 0});
     return all;
+}
+
+APIToken LocalCloudflareAccount::makeUserToken() const {
+    const Json policy = {{"effect", "allow"},
+                         {"resources", {{"com.cloudflare.api.account." + accountID_, "*"}}},
+                         {"permission_groups", {{{"id", "c1fde68c7bcc44588cbb6ddbc16d6480"}}}}};  // Account Settings Read
+    const Json made = control("POST", "/user-tokens", {{"name", "user token"}, {"policies", {policy}}});
+    return APIToken{made.at("value").get<std::string>()};
 }
 
 void LocalCloudflareAccount::clearRequests() const { control("DELETE", "/requests", nullptr); }

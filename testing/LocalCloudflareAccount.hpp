@@ -41,11 +41,13 @@ public:
     void setR2Enabled(bool enabled) const;
     void reset() const;
     std::vector<Request> requests() const;
+    // A user token (not owned by the account) that may only read the account's settings.
+    APIToken makeUserToken() const;
     void clearRequests() const;
 
 private:
     LocalCloudflareAccount();
-    void control(const std::string& method, const std::string& path, const Json& body) const;
+    Json control(const std::string& method, const std::string& path, const Json& body) const;
     std::string controlGet(const std::string& path) const;
 
     std::filesystem::path dir_;
