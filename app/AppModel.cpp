@@ -1,5 +1,7 @@
 #include "app/AppModel.hpp"
 
+#include "app/SiteCollaborators.hpp"
+
 #include <fmt/format.h>
 
 #include "app/CredentialStore.hpp"
@@ -86,9 +88,28 @@ SiteID AppModel::addR2Site(const R2SiteForm& form, const R2Credentials& credenti
     site.folderPath = SiteFolder::normalisedPath(form.path);
     site.pagePath = SiteFolder::normalisedPath(form.pagePath);
     site.s3Endpoint = form.s3Endpoint;
+    return addSite(site, credentials);
+}
+
+SiteID AppModel::joinSite(const SetupCode& code) {
+    refuseSiteOnThisComputer(code.accountID, code.bucket);
+    JoinedSite joined = readJoinedSite(code, services_.endpoints);
+    return addSite(joined.site, joined.credentials);
+}
+
+SetupTokenStore AppModel::setupTokens(const SiteID& id, PassphrasePrompt prompt) const {
+    site(id);
+    return SetupTokenStore(services_.secrets, SiteStorage(id).setupTokenItem, std::move(prompt));
+}
+
+void AppModel::refuseSiteOnThisComputer(const std::string& accountID, const std::string& bucket) const {
     for (const auto& existing : settings_.sites)
-        if (existing.settings.accountID == site.accountID && existing.settings.bucket == site.bucket)
-            throw VorlenError::config(SiteListError::alreadyOnThisMac(site.bucket));
+        if (existing.settings.accountID == accountID && existing.settings.bucket == bucket)
+            throw VorlenError::config(SiteListError::alreadyOnThisMac(bucket));
+}
+
+SiteID AppModel::addSite(const SiteSummary& site, const R2Credentials& credentials) {
+    refuseSiteOnThisComputer(site.accountID, site.bucket);
     SiteID id = uniqueID(site.bucket);
     CredentialStore(services_.secrets, SiteStorage(id).credentialsItem).save(credentials);
     settings_.sites.push_back(LocalSite{id, site, VideoVisibility::publicVideo, std::nullopt, settings_.defaultUploadLimit});

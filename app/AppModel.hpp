@@ -10,7 +10,10 @@
 #include "app/LocalSettings.hpp"
 #include "app/MainQueue.hpp"
 #include "app/SecretStore.hpp"
+#include "app/SetupTokenStore.hpp"
 #include "app/SiteWorkspace.hpp"
+#include "core/cloudflare/SetupCode.hpp"
+#include "core/net/Endpoints.hpp"
 #include "core/net/RateLimiter.hpp"
 
 namespace vorlen::app {
@@ -41,6 +44,8 @@ public:
         // Makes the publish service of a site, whose uploads the site's limiter paces.
         std::function<std::shared_ptr<PublishService>(const LocalSite&, std::shared_ptr<RateLimiter>)> publishService;
         std::string appVersion = VORLEN_VERSION;
+        // Where Cloudflare and R2 are; tests point them at local stand-ins.
+        Endpoints endpoints;
     };
 
     AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing = WorkspaceTiming());
@@ -53,6 +58,12 @@ public:
     SiteID addLocalSite(const std::string& name, const std::filesystem::path& folder);
     // The hostnames and paths are checked as a site's settings file checks them.
     SiteID addR2Site(const R2SiteForm& form, const R2Credentials& credentials);
+    // A site that a collaborator's setup code opens: its token is verified and the
+    // site's settings are read from its bucket before anything is kept.
+    SiteID joinSite(const SetupCode& code);
+    // The sealed setup token of a site on this computer, opened with a passphrase that prompt asks for.
+    SetupTokenStore setupTokens(const SiteID& id, PassphrasePrompt prompt) const;
+    const Endpoints& endpoints() const { return services_.endpoints; }
     void removeSite(const SiteID& id);
     // Saved, and applied at once to the uploads of the site, a running one too.
     void setUploadLimit(const SiteID& id, UploadLimit limit);
@@ -80,6 +91,8 @@ public:
     bool isJobRunning() const;
 
 private:
+    void refuseSiteOnThisComputer(const std::string& accountID, const std::string& bucket) const;
+    SiteID addSite(const SiteSummary& site, const R2Credentials& credentials);
     void save();
     SiteID uniqueID(const std::string& name) const;
 

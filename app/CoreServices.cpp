@@ -9,12 +9,15 @@ namespace vorlen::app {
 AppModel::Services coreServices(const LocalSettingsStore& store, std::function<void(const std::string&)> onSecretNotice) {
     auto secrets = std::make_shared<SystemSecretStore>(userDataFolder() / "secrets.json", std::move(onSecretNotice));
     auto speed = store.load().encodingSpeed;
-    return AppModel::Services{secrets, [speed](const LocalSite&, std::shared_ptr<RateLimiter> limiter) {
+    const Endpoints endpoints = Endpoints::fromEnvironment();
+    return AppModel::Services{secrets, [speed, endpoints](const LocalSite&, std::shared_ptr<RateLimiter> limiter) {
                                   CorePipeline pipeline;
+                                  pipeline.endpoints = endpoints;
                                   pipeline.limiter = std::move(limiter);
                                   pipeline.encoder = std::make_shared<SoftwareEncoder>(speed);
                                   return std::make_shared<CorePublishService>(pipeline);
-                              }};
+                              },
+                              VORLEN_VERSION, endpoints};
 }
 
 }  // namespace vorlen::app

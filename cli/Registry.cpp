@@ -9,6 +9,7 @@ void registerPublishCommand(CommandRegistry& registry);
 void registerPreviewCommand(CommandRegistry& registry);
 void registerSitesCommand(CommandRegistry& registry);
 void registerSettingsCommand(CommandRegistry& registry);
+void registerInviteCommands(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
@@ -16,6 +17,7 @@ void registerCommands(CommandRegistry& registry) {
     registerPreviewCommand(registry);
     registerSitesCommand(registry);
     registerSettingsCommand(registry);
+    registerInviteCommands(registry);
     registerInspectCommand(registry);
     registerBuildCommand(registry);
     registerUpload(registry);

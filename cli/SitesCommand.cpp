@@ -48,7 +48,7 @@ void listSites(app::AppModel& model) {
 }  // namespace
 
 void registerSitesCommand(CommandRegistry& registry) {
-    auto* command = registry.app.add_subcommand("sites", "List this computer's sites, add one, or remove one.");
+    auto* command = registry.app.add_subcommand("sites", "List this computer's sites, add or join one, or remove one.");
     registry.add(command, [] {
         AppContext context;
         listSites(*context.model);
@@ -92,6 +92,21 @@ void registerSitesCommand(CommandRegistry& registry) {
         AppContext context;
         auto id = context.model->addR2Site(r2->site, credentials);
         std::cout << fmt::format("Added the site \u201c{}\u201d.\n", id.value);
+        return 0;
+    });
+
+    auto* join = command->add_subcommand(
+        "join", "Join a site with a setup code from its owner; the code comes from VORLEN_SETUP_CODE or the terminal.");
+    registry.add(join, [] {
+        auto text = fromEnvironment("VORLEN_SETUP_CODE");
+        if (!text) text = readSecretLine("The setup code (it is not shown): ");
+        if (!text || text->empty()) throw VorlenError::config("Give the setup code in VORLEN_SETUP_CODE or on the terminal.");
+        const auto code = SetupCode::parse(*text);
+        AppContext context;
+        auto id = context.model->joinSite(code);
+        const auto& site = context.model->site(id).settings;
+        std::cout << fmt::format("Joined the site “{}”: pages on {}, media on {}.\n", id.value, site.pageHost.name,
+                                 site.mediaHost.name);
         return 0;
     });
 

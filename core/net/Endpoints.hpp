@@ -13,6 +13,11 @@ struct Endpoints {
     std::string cloudflareDashboard = "https://dash.cloudflare.com";
     std::string vimeoAPI = "https://api.vimeo.com";
     std::string googleFonts = "https://fonts.googleapis.com";
+
+    // The defaults, each replaced by its variable when set (VORLEN_R2_STORAGE,
+    // VORLEN_CLOUDFLARE_API, VORLEN_CLOUDFLARE_DASHBOARD, VORLEN_VIMEO_API,
+    // VORLEN_GOOGLE_FONTS): tests and local stand-ins only.
+    static Endpoints fromEnvironment();
 };
 
 }  // namespace vorlen
