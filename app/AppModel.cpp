@@ -1,7 +1,5 @@
 #include "app/AppModel.hpp"
 
-#include "app/SiteCollaborators.hpp"
-
 #include <fmt/format.h>
 
 #include "app/CredentialStore.hpp"
@@ -93,8 +91,7 @@ SiteID AppModel::addR2Site(const R2SiteForm& form, const R2Credentials& credenti
 
 SiteID AppModel::joinSite(const SetupCode& code) {
     refuseSiteOnThisComputer(code.accountID, code.bucket);
-    JoinedSite joined = readJoinedSite(code, services_.endpoints);
-    return addSite(joined.site, joined.credentials);
+    return addJoinedSite(readJoinedSite(code, services_.endpoints));
 }
 
 SetupTokenStore AppModel::setupTokens(const SiteID& id, PassphrasePrompt prompt) const {

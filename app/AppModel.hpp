@@ -11,6 +11,7 @@
 #include "app/MainQueue.hpp"
 #include "app/SecretStore.hpp"
 #include "app/SetupTokenStore.hpp"
+#include "app/SiteCollaborators.hpp"
 #include "app/SiteWorkspace.hpp"
 #include "core/cloudflare/SetupCode.hpp"
 #include "core/net/Endpoints.hpp"
@@ -61,6 +62,8 @@ public:
     // A site that a collaborator's setup code opens: its token is verified and the
     // site's settings are read from its bucket before anything is kept.
     SiteID joinSite(const SetupCode& code);
+    // The second half of joining, for a front end that read the site on a task of its own.
+    SiteID addJoinedSite(const JoinedSite& joined) { return addSite(joined.site, joined.credentials); }
     // The sealed setup token of a site on this computer, opened with a passphrase that prompt asks for.
     SetupTokenStore setupTokens(const SiteID& id, PassphrasePrompt prompt) const;
     const Endpoints& endpoints() const { return services_.endpoints; }

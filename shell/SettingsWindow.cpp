@@ -17,6 +17,7 @@
 #include <QVBoxLayout>
 
 #include "shell/Appearance.hpp"
+#include "shell/CollaboratorDialog.hpp"
 #include "shell/Format.hpp"
 #include "shell/SiteDialog.hpp"
 
@@ -100,11 +101,16 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
     auto* siteButtons = new QHBoxLayout;
     auto* addLocal = plainButton("Add Local Site\u2026");
     auto* addR2 = plainButton("Add R2 Site\u2026");
+    auto* join = plainButton("Join with a Code\u2026");
+    invite_ = plainButton("Invite\u2026");
+    invite_->setAccessibleName("Invite a collaborator to the site");
     remove_ = plainButton("Remove");
     remove_->setAccessibleName("Remove the site");
     siteButtons->addWidget(addLocal);
     siteButtons->addWidget(addR2);
+    siteButtons->addWidget(join);
     siteButtons->addStretch(1);
+    siteButtons->addWidget(invite_);
     siteButtons->addWidget(remove_);
     sitesLayout->addLayout(siteButtons);
     if (auto notice = model_.secretStoreNotice()) {
@@ -131,7 +137,9 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
     QObject::connect(limit_, &QSpinBox::valueChanged, this, [this](int megabits) {
         model_.setUploadLimit(site_, megabits == 0 ? app::UploadLimit::unlimited() : app::UploadLimit::megabits(megabits));
     });
-    QObject::connect(sites_, &QListWidget::currentRowChanged, this, [this](int row) { remove_->setEnabled(row >= 0); });
+    QObject::connect(sites_, &QListWidget::currentRowChanged, this, [this](int) { enableSiteButtons(); });
+    QObject::connect(join, &QPushButton::clicked, this, [this] { joinSite(); });
+    QObject::connect(invite_, &QPushButton::clicked, this, [this] { inviteCollaborator(); });
     QObject::connect(addLocal, &QPushButton::clicked, this, [this] { addLocalSite(); });
     QObject::connect(addR2, &QPushButton::clicked, this, [this] { addR2Site(); });
     QObject::connect(remove_, &QPushButton::clicked, this, [this] { removeSite(); });
@@ -164,7 +172,40 @@ void SettingsWindow::showSites() {
         auto* item = new QListWidgetItem(text, sites_);
         item->setData(Qt::UserRole, name);
     }
-    remove_->setEnabled(sites_->currentRow() >= 0);
+    enableSiteButtons();
+}
+
+std::optional<app::SiteID> SettingsWindow::selectedSite() const {
+    auto* item = sites_->currentItem();
+    if (!item) return std::nullopt;
+    return app::SiteID{item->data(Qt::UserRole).toString().toStdString()};
+}
+
+void SettingsWindow::enableSiteButtons() {
+    const auto selected = selectedSite();
+    remove_->setEnabled(selected.has_value());
+    // Only a site in a Cloudflare account has collaborators.
+    const auto* site = selected ? model_.settings().site(*selected) : nullptr;
+    invite_->setEnabled(site && !site->settings.isLocal());
+}
+
+void SettingsWindow::joinSite() {
+    auto* dialog = new CollaboratorDialog(model_.endpoints(), this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->onJoined = [this](const app::JoinedSite& joined) {
+        model_.addJoinedSite(joined);
+        showSites();
+        if (onSitesChanged) onSitesChanged();
+    };
+    dialog->open();
+}
+
+void SettingsWindow::inviteCollaborator() {
+    const auto selected = selectedSite();
+    if (!selected) return;
+    auto* dialog = new CollaboratorDialog(model_.site(*selected).settings, model_.endpoints(), this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->open();
 }
 
 void SettingsWindow::report(const std::exception& error) {
@@ -196,9 +237,9 @@ void SettingsWindow::addR2Site() {
 }
 
 void SettingsWindow::removeSite() {
-    auto* item = sites_->currentItem();
-    if (!item) return;
-    app::SiteID id{item->data(Qt::UserRole).toString().toStdString()};
+    const auto selected = selectedSite();
+    if (!selected) return;
+    const app::SiteID id = *selected;
     auto* ask = new QMessageBox(QMessageBox::Question, "Remove the Site?",
                                 QString("Vorlen forgets the site %1 and its keys on this computer. The videos stay in its bucket.")
                                     .arg(format::quoted(QString::fromStdString(id.value))),

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 
 #include <QDialog>
 
@@ -27,6 +28,10 @@ public:
     void addLocalSite();
     void addR2Site();
     void removeSite();
+    void joinSite();
+    void inviteCollaborator();
+    std::optional<app::SiteID> selectedSite() const;
+    void enableSiteButtons();
 
 private:
     void showSites();
@@ -41,6 +46,7 @@ private:
     QSpinBox* limit_;
     QListWidget* sites_;
     QPushButton* remove_;
+    QPushButton* invite_;
 };
 
 }  // namespace vorlen::shell
