@@ -107,4 +107,6 @@ std::vector<LocalCloudflareAccount::Request> LocalCloudflareAccount::requests() 
 
 void LocalCloudflareAccount::clearRequests() const { control("DELETE", "/requests", nullptr); }
 
+Json LocalCloudflareAccount::state() const { return Json::parse(controlGet("/state")); }
+
 }  // namespace vorlen::testing

@@ -42,6 +42,8 @@ public:
     void reset() const;
     std::vector<Request> requests() const;
     void clearRequests() const;
+    // The whole account as the stand-in keeps it, without token values and secret texts.
+    Json state() const;
 
 private:
     LocalCloudflareAccount();
