@@ -22,17 +22,10 @@ const fs::path pageWorker = fs::path(VORLEN_SOURCE_DIR) / "worker";
 class WorkerDeploymentAccountTest : public ::testing::Test {
 protected:
     LocalCloudflareAccount& account = LocalCloudflareAccount::shared();
-    CloudflareAPI api{account.setupToken(), std::make_shared<HttpClient>(), endpoints(),
+    CloudflareAPI api{account.setupToken(), std::make_shared<HttpClient>(), account.endpoints(),
                       RetryPolicy{5, std::chrono::duration<double>(0.5), [](std::chrono::nanoseconds) {}}};
     WorkerScripts scripts{api, account.accountID()};
     std::vector<std::string> progress;
-
-    Endpoints endpoints() const {
-        Endpoints local;
-        local.cloudflareAPI = account.api();
-        local.r2Storage = account.r2();
-        return local;
-    }
 
     void SetUp() override {
         ASSERT_TRUE(fs::is_regular_file(pageWorker / "main.js")) << "run node worker/build.mjs first";

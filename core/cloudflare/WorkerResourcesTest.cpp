@@ -71,22 +71,5 @@ TEST(WorkerResourcesTest, SettingsMatchInAnyOrderComparingASecretByNameOnly) {
     EXPECT_FALSE(undated.matches({bucket, sessions, challengeKey}, "2026-04-20"));
 }
 
-TEST(WorkerResourcesTest, RecordsReadTheirKeys) {
-    const auto session = Json::parse(R"({"jwt": "t", "buckets": [["a", "b"], ["c"]]})").get<AssetUploadSession>();
-    EXPECT_EQ(session.buckets, (std::vector<std::vector<std::string>>{{"a", "b"}, {"c"}}));
-    EXPECT_TRUE(Json::parse(R"({"jwt": "t"})").get<AssetUploadSession>().buckets.empty());
-
-    const auto domain = Json::parse(R"({"id": "d1", "hostname": "watch.example.com", "service": "site",
-        "zone_id": "z1", "environment": "production"})").get<WorkerDomain>();
-    EXPECT_EQ(domain.zoneID, "z1");
-    EXPECT_FALSE(domain.zoneName);
-
-    const auto route = Json::parse(R"({"enabled": true, "previews_enabled": false})").get<WorkersDevSubdomain>();
-    EXPECT_TRUE(route.enabled);
-    EXPECT_FALSE(route.previewsEnabled);
-    EXPECT_THROW(Json::parse(R"({"enabled": "yes", "previews_enabled": false})").get<WorkersDevSubdomain>(),
-                 nlohmann::json::exception);
-}
-
 }  // namespace
 }  // namespace vorlen
