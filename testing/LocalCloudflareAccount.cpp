@@ -116,4 +116,6 @@ APIToken LocalCloudflareAccount::makeUserToken() const {
 
 void LocalCloudflareAccount::clearRequests() const { control("DELETE", "/requests", nullptr); }
 
+Json LocalCloudflareAccount::state() const { return Json::parse(controlGet("/state")); }
+
 }  // namespace vorlen::testing

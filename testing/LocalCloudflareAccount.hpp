@@ -8,6 +8,7 @@
 
 #include "core/base/Json.hpp"
 #include "core/cloudflare/APIToken.hpp"
+#include "core/net/Endpoints.hpp"
 #include "core/net/HttpClient.hpp"
 
 namespace vorlen::testing {
@@ -33,6 +34,13 @@ public:
     const std::string& accountID() const { return accountID_; }
     const std::map<std::string, std::string>& zones() const { return zones_; }  // name → id
     const APIToken& setupToken() const { return setupToken_; }
+    // The API and R2 addresses of this account, the rest as they are.
+    Endpoints endpoints() const {
+        Endpoints local;
+        local.cloudflareAPI = api_;
+        local.r2Storage = r2_;
+        return local;
+    }
 
     // The control surface: faults, quirks and switches, each a JSON body as the
     // stand-in's README gives it; `reset()` turns all of them off.
@@ -44,6 +52,8 @@ public:
     // A user token (not owned by the account) that may only read the account's settings.
     APIToken makeUserToken() const;
     void clearRequests() const;
+    // The whole account as the stand-in keeps it, without token values and secret texts.
+    Json state() const;
 
 private:
     LocalCloudflareAccount();

@@ -67,18 +67,39 @@ Digest256 hmacSha256(std::string_view key, std::string_view message) {
     return out;
 }
 
-Md5Stream::Md5Stream() : context_(EVP_MD_CTX_new()) {
-    EVP_DigestInit_ex(static_cast<EVP_MD_CTX*>(context_), EVP_md5(), nullptr);
+namespace {
+
+void* newDigestContext(const EVP_MD* type) {
+    EVP_MD_CTX* context = EVP_MD_CTX_new();
+    if (!context || EVP_DigestInit_ex(context, type, nullptr) != 1) {
+        EVP_MD_CTX_free(context);
+        throw std::runtime_error("digest failed");
+    }
+    return context;
 }
-Md5Stream::~Md5Stream() { EVP_MD_CTX_free(static_cast<EVP_MD_CTX*>(context_)); }
-void Md5Stream::update(std::string_view bytes) {
-    EVP_DigestUpdate(static_cast<EVP_MD_CTX*>(context_), bytes.data(), bytes.size());
+
+void updateDigest(void* context, std::string_view bytes) {
+    EVP_DigestUpdate(static_cast<EVP_MD_CTX*>(context), bytes.data(), bytes.size());
 }
-Digest128 Md5Stream::finish() {
-    Digest128 out{};
-    EVP_DigestFinal_ex(static_cast<EVP_MD_CTX*>(context_), out.data(), nullptr);
+
+template <std::size_t N>
+std::array<unsigned char, N> finishDigest(void* context) {
+    std::array<unsigned char, N> out{};
+    EVP_DigestFinal_ex(static_cast<EVP_MD_CTX*>(context), out.data(), nullptr);
     return out;
 }
+
+}  // namespace
+
+Md5Stream::Md5Stream() : context_(newDigestContext(EVP_md5())) {}
+Md5Stream::~Md5Stream() { EVP_MD_CTX_free(static_cast<EVP_MD_CTX*>(context_)); }
+void Md5Stream::update(std::string_view bytes) { updateDigest(context_, bytes); }
+Digest128 Md5Stream::finish() { return finishDigest<16>(context_); }
+
+Sha256Stream::Sha256Stream() : context_(newDigestContext(EVP_sha256())) {}
+Sha256Stream::~Sha256Stream() { EVP_MD_CTX_free(static_cast<EVP_MD_CTX*>(context_)); }
+void Sha256Stream::update(std::string_view bytes) { updateDigest(context_, bytes); }
+Digest256 Sha256Stream::finish() { return finishDigest<32>(context_); }
 
 std::string hex(std::string_view bytes) {
     static constexpr char digits[] = "0123456789abcdef";

@@ -36,6 +36,19 @@ private:
     void* context_;
 };
 
+class Sha256Stream {
+public:
+    Sha256Stream();
+    ~Sha256Stream();
+    Sha256Stream(const Sha256Stream&) = delete;
+    Sha256Stream& operator=(const Sha256Stream&) = delete;
+    void update(std::string_view bytes);
+    Digest256 finish();
+
+private:
+    void* context_;
+};
+
 std::string hex(std::string_view bytes);
 template <std::size_t N>
 std::string hex(const std::array<unsigned char, N>& digest) {

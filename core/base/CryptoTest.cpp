@@ -19,3 +19,15 @@ TEST(CryptoTest, KnownVectors) {
     EXPECT_EQ(base64Decode("Zm9v!mFy"), std::nullopt);
     EXPECT_EQ(base64Decode("Zm9"), std::nullopt);
 }
+
+TEST(CryptoTest, StreamedDigestsEqualTheDigestOfTheWhole) {
+    const std::string text = "The quick brown fox jumps over the lazy dog";
+    Sha256Stream sha;
+    Md5Stream md5Stream;
+    for (std::size_t at = 0; at < text.size(); at += 7) {
+        sha.update(std::string_view(text).substr(at, 7));
+        md5Stream.update(std::string_view(text).substr(at, 7));
+    }
+    EXPECT_EQ(sha.finish(), sha256(text));
+    EXPECT_EQ(md5Stream.finish(), md5(text));
+}

@@ -38,14 +38,7 @@ class CloudflareAPIAccountTest : public ::testing::Test {
 protected:
     LocalCloudflareAccount& account = LocalCloudflareAccount::shared();
     WaitRecorder waits;
-    CloudflareAPI api{account.setupToken(), std::make_shared<HttpClient>(), endpoints(), waits.policy()};
-
-    Endpoints endpoints() const {
-        Endpoints local;
-        local.cloudflareAPI = account.api();
-        local.r2Storage = account.r2();
-        return local;
-    }
+    CloudflareAPI api{account.setupToken(), std::make_shared<HttpClient>(), account.endpoints(), waits.policy()};
 
     void SetUp() override {
         account.reset();
@@ -250,7 +243,7 @@ TEST_F(CloudflareAPIAccountTest, ZoneAccessSplitsTheZonesByWhatTheTokenMayConfig
           {"permission_groups", {{{"id", zoneRead}}}}},
          {{"effect", "allow"}, {"resources", {{"com.cloudflare.api.account.zone." + firstZoneID(), "*"}}},
           {"permission_groups", {{{"id", wafWrite}}}}}});
-    const CloudflareAPI limited(token.value, std::make_shared<HttpClient>(), endpoints(), waits.policy());
+    const CloudflareAPI limited(token.value, std::make_shared<HttpClient>(), account.endpoints(), waits.policy());
     const auto access = limited.zoneAccess(accountID());
     ASSERT_EQ(access.configurable.size(), 1u);
     EXPECT_EQ(access.configurable[0].id, firstZoneID());
@@ -266,7 +259,7 @@ TEST_F(CloudflareAPIAccountTest, ObjectsAreReadByKeyWithTheirSlashesKept) {
     // The setup token reaches the bucket over S3 too, with the credentials R2 derives from it.
     const auto verified = api.call<Json>(CloudflareRequest::get({"accounts", accountID(), "tokens", "verify"}));
     S3Credentials credentials{verified.result->at("id").get<std::string>(), sha256Hex(account.setupToken().value)};
-    S3Bucket bucket(BucketLocation{accountID(), bucketName}, credentials, endpoints());
+    S3Bucket bucket(BucketLocation{accountID(), bucketName}, credentials, account.endpoints());
     const std::string key = "folder one/a+b é.json";
     bucket.put(key, RequestBody::bytes("{\"x\":1}"), {});
 

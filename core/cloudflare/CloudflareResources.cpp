@@ -2,27 +2,9 @@
 
 #include <fmt/format.h>
 
+#include "core/cloudflare/RecordFields.hpp"
+
 namespace vorlen {
-
-namespace {
-
-// A key that may be absent or null; present, it must have the right type.
-template <class T>
-void readOptional(const Json& json, const char* key, std::optional<T>& field) {
-    auto found = json.find(key);
-    if (found == json.end() || found->is_null()) {
-        field.reset();
-        return;
-    }
-    field = found->get<T>();
-}
-
-template <class T>
-void writeOptional(Json& json, const char* key, const std::optional<T>& field) {
-    if (field) json[key] = *field;
-}
-
-}  // namespace
 
 bool isValidBucketName(std::string_view name) {
     if (name.size() < 3 || name.size() > 63) return false;
