@@ -46,7 +46,7 @@ public:
         std::function<std::shared_ptr<PublishService>(const LocalSite&, std::shared_ptr<RateLimiter>)> publishService;
         std::string appVersion = VORLEN_VERSION;
         // Where Cloudflare and R2 are; tests point them at local stand-ins.
-        Endpoints endpoints;
+        Endpoints endpoints{};
     };
 
     AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing = WorkspaceTiming());

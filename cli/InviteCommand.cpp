@@ -68,7 +68,8 @@ void registerInviteCommands(CommandRegistry& registry) {
 
     auto listSite = std::make_shared<std::optional<std::string>>();
     auto* invitesCommand = registry.app.add_subcommand(
-        "invites", "List the site's invite tokens, or revoke one. Uses the Cloudflare Account API Token.");
+        "invites", "List the site's invite tokens, or revoke one. The Cloudflare Account API Token comes from "
+        "VORLEN_CLOUDFLARE_TOKEN or the terminal.");
     invitesCommand->add_option("--site", *listSite, "the site (by default the current one)");
     registry.add(invitesCommand, [listSite] {
         AppContext context;

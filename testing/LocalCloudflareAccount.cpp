@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "core/base/Files.hpp"
+#include "testing/CommandOutput.hpp"
 
 namespace vorlen::testing {
 
@@ -17,15 +18,6 @@ namespace {
 
 std::string script(const char* name) { return std::string(VORLEN_SOURCE_DIR) + "/testing/cloudflare/" + name; }
 
-std::string run(const std::string& command) {
-    std::FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) throw std::runtime_error("cannot run " + command);
-    std::string output;
-    std::array<char, 4096> buffer{};
-    while (std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe)) output.append(buffer.data(), got);
-    if (::pclose(pipe) != 0) throw std::runtime_error("the local Cloudflare account did not start; see its logs");
-    return output;
-}
 
 }  // namespace
 
@@ -45,7 +37,8 @@ LocalCloudflareAccount& LocalCloudflareAccount::shared() {
 LocalCloudflareAccount::LocalCloudflareAccount() : session_(std::make_shared<HttpClient>()) {
     dir_ = makeUniqueDirectory(std::filesystem::temp_directory_path(), "vorlen-cloudflare-");
     std::istringstream lines(
-        run(fmt::format("VORLEN_CLOUDFLARE_OWNER={} '{}' '{}'", ::getpid(), script("start"), dir_.string())));
+        commandOutput(fmt::format("VORLEN_CLOUDFLARE_OWNER={} '{}' '{}'", ::getpid(), script("start"), dir_.string()),
+                      "the local Cloudflare account did not start; see its logs"));
     for (std::string line; std::getline(lines, line);) {
         const auto equals = line.find('=');
         if (equals == std::string::npos) continue;

@@ -9,6 +9,7 @@
 
 #include "core/base/Dates.hpp"
 #include "core/base/Files.hpp"
+#include "testing/CommandOutput.hpp"
 #include "core/base/Random.hpp"
 #include "core/net/HttpClient.hpp"
 #include "core/storage/SigV4.hpp"
@@ -19,15 +20,6 @@ namespace {
 
 std::string script() { return std::string(VORLEN_SOURCE_DIR) + "/testing/rgw"; }
 
-std::string run(const std::string& command) {
-    std::FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) throw std::runtime_error("cannot run " + command);
-    std::string output;
-    std::array<char, 4096> buffer{};
-    while (std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe)) output.append(buffer.data(), got);
-    if (::pclose(pipe) != 0) throw std::runtime_error("the test S3 server did not start; see its logs");
-    return output;
-}
 
 std::string valueOf(const std::string& output, const std::string& name) {
     const auto start = output.find(name + "=");
@@ -53,8 +45,8 @@ RgwServer& RgwServer::shared() {
 
 RgwServer::RgwServer() {
     dir_ = makeUniqueDirectory(std::filesystem::temp_directory_path(), "vorlen-rgw-");
-    const std::string output =
-        run(fmt::format("VORLEN_RGW_OWNER={} '{}' start '{}'", ::getpid(), script(), dir_.string()));
+    const std::string output = commandOutput(fmt::format("VORLEN_RGW_OWNER={} '{}' start '{}'", ::getpid(), script(), dir_.string()),
+                                             "the test S3 server did not start; see its logs");
     endpoint_ = valueOf(output, "endpoint");
     credentials_ = {valueOf(output, "access_key"), valueOf(output, "secret_key")};
     // The first writes of a fresh cluster create its pools and take seconds (more on

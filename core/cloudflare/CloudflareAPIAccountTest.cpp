@@ -14,6 +14,7 @@
 #include "core/base/VorlenError.hpp"
 #include "core/net/TransportError.hpp"
 #include "core/storage/S3Bucket.hpp"
+#include "testing/CommandOutput.hpp"
 #include "testing/LocalCloudflareAccount.hpp"
 
 namespace vorlen {
@@ -331,12 +332,14 @@ Json sdkValues(const LocalCloudflareAccount& account) {
                                             account.api(), account.accountID());
     // The token goes through the environment, never through an argument that a process list shows.
     ::setenv("CLOUDFLARE_API_TOKEN", account.setupToken().value.c_str(), 1);
-    std::FILE* pipe = ::popen(command.c_str(), "r");
     std::string output;
-    std::array<char, 4096> buffer{};
-    while (std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe)) output.append(buffer.data(), got);
+    try {
+        output = testing::commandOutput(command, "the SDK could not read the account");
+    } catch (...) {
+        ::unsetenv("CLOUDFLARE_API_TOKEN");
+        throw;
+    }
     ::unsetenv("CLOUDFLARE_API_TOKEN");
-    EXPECT_EQ(::pclose(pipe), 0);
     return Json::parse(output);
 }
 

@@ -9,6 +9,7 @@
 
 #include "core/base/Files.hpp"
 #include "core/storage/S3Bucket.hpp"
+#include "testing/CommandOutput.hpp"
 
 namespace vorlen {
 namespace {
@@ -119,12 +120,7 @@ TEST(SigV4Test, AgreesWithBotocoreOnGeneratedRequests) {
 
     const std::string command = "/usr/bin/python3 '" + std::string(VORLEN_SOURCE_DIR) + "/testing/sigv4_oracle.py' < '" +
                                 (dir / "requests.jsonl").string() + "'";
-    std::FILE* pipe = ::popen(command.c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    std::string output;
-    char buffer[4096];
-    while (std::size_t got = std::fread(buffer, 1, sizeof buffer, pipe)) output.append(buffer, got);
-    ASSERT_EQ(::pclose(pipe), 0) << "botocore could not sign";
+    const std::string output = testing::commandOutput(command, "botocore could not sign");
 
     std::istringstream lines(output);
     std::string line;
