@@ -118,10 +118,13 @@ export const ENDPOINT_PERMISSIONS = {
   'POST accounts/:account/workers/scripts/:script/assets-upload-session': [account('Workers Scripts', 'write')],
   'POST accounts/:account/workers/assets/upload': 'session',
   'PUT accounts/:account/workers/scripts/:script': [account('Workers Scripts', 'write')],
+  'GET accounts/:account/workers/services/:script': [account('Workers Scripts', 'read')],
+  'GET accounts/:account/workers/scripts/:script/deployments': [account('Workers Scripts', 'read')],
   'GET accounts/:account/workers/scripts/:script/settings': [account('Workers Scripts', 'read')],
   'DELETE accounts/:account/workers/scripts/:script': [account('Workers Scripts', 'write')],
   'GET accounts/:account/workers/scripts/:script/subdomain': [account('Workers Scripts', 'read')],
   'POST accounts/:account/workers/scripts/:script/subdomain': [account('Workers Scripts', 'write')],
+  'GET accounts/:account/workers/subdomain': [account('Workers Scripts', 'read')],
   'GET accounts/:account/workers/domains': [account('Workers Scripts', 'read')],
   'PUT accounts/:account/workers/domains': (request) => [
     { family: 'Workers Routes', level: 'write', on: 'zone', zone: request.jsonOrEmpty().zone_id },

@@ -56,6 +56,11 @@ function xmlEscape(text) {
   return String(text).replace(/[<>&'"]/g, (c) => ({ '<': '&lt;', '>': '&gt;', '&': '&amp;', "'": '&apos;', '"': '&quot;' })[c]);
 }
 
+function xmlUnescape(text) {
+  return text.replace(/&(lt|gt|amp|apos|quot|#\d+|#x[0-9a-fA-F]+);/g, (whole, name) => ({ lt: '<', gt: '>', amp: '&', apos: "'", quot: '"' })[name]
+    ?? String.fromCodePoint(name[1] === 'x' ? Number.parseInt(name.slice(2), 16) : Number(name.slice(1))));
+}
+
 // R2's JSON CORS rules in S3's XML form.
 export function corsXml(rules) {
   const element = (name, values) => (values ?? []).map((value) => `<${name}>${xmlEscape(value)}</${name}>`).join('');
@@ -111,6 +116,33 @@ export class Gateway {
     const response = await this.send({ method: 'GET', bucket, key, accept: [404] });
     if (response.status === 404) return null;
     return { body: response.body, contentType: response.headers.get('content-type') ?? 'application/octet-stream' };
+  }
+
+  // One object request as a client asked it, answered with the gateway's status, headers
+  // and body. The gateway refuses a quoted ETag in if-match even when it matches (R2 takes
+  // it): the quotes are dropped on the way.
+  object(method, bucket, key, headers = {}, body = undefined) {
+    const sent = { ...headers };
+    for (const name of ['if-match', 'if-none-match']) if (sent[name]) sent[name] = sent[name].replace(/"/g, '');
+    return sendS3({ endpoint: this.endpoint, credentials: this.credentials, method, bucket, key, headers: sent, body });
+  }
+
+  // One page of ListObjectsV2: {objects: [{key, size, etag, uploaded}], delimitedPrefixes,
+  // truncated, cursor}.
+  async list(bucket, { prefix, delimiter, cursor, limit, startAfter } = {}) {
+    const query = [['list-type', '2'], ['prefix', prefix], ['delimiter', delimiter], ['continuation-token', cursor],
+      ['max-keys', limit], ['start-after', startAfter]].filter(([, value]) => value !== undefined && value !== null);
+    const response = await this.send({ method: 'GET', bucket, query: query.map(([name, value]) => [name, String(value)]) });
+    const xml = response.body.toString('utf8');
+    const text = (element, name) => xmlUnescape(new RegExp(`<${name}>([^<]*)</${name}>`).exec(element)?.[1] ?? '');
+    return {
+      objects: [...xml.matchAll(/<Contents>(.*?)<\/Contents>/gs)].map(([, entry]) => ({
+        key: text(entry, 'Key'), size: Number(text(entry, 'Size')), etag: text(entry, 'ETag'), uploaded: new Date(text(entry, 'LastModified')).toUTCString(),
+      })),
+      delimitedPrefixes: [...xml.matchAll(/<CommonPrefixes>(.*?)<\/CommonPrefixes>/gs)].map(([, entry]) => text(entry, 'Prefix')),
+      truncated: text(xml, 'IsTruncated') === 'true',
+      cursor: text(xml, 'NextContinuationToken') || undefined,
+    };
   }
 
   admin(args) {

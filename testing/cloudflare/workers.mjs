@@ -197,6 +197,39 @@ export function routes({ store }) {
       return { result: scriptView(request.params.script, script) };
     },
 
+    // Not in the API reference (a "service" is the script with its environments), but
+    // wrangler asks it before every deploy: a 10090 answer makes the script new to it.
+    'GET accounts/:account/workers/services/:script': (request) => {
+      const script = workers.scripts[request.params.script];
+      if (!script) throw fail(404, 10090, 'workers.api.error.service_not_found');
+      return {
+        result: {
+          id: request.params.script,
+          default_environment: {
+            environment: 'production',
+            created_on: script.created_on,
+            modified_on: script.modified_on,
+            script: { ...scriptView(request.params.script, script), tags: [], last_deployed_from: 'api' },
+          },
+          created_on: script.created_on,
+          modified_on: script.modified_on,
+        },
+      };
+    },
+
+    // The deployment that serves now: the last upload, whole.
+    'GET accounts/:account/workers/scripts/:script/deployments': (request) => {
+      const script = scriptOf(request);
+      return {
+        result: {
+          deployments: [{
+            id: script.tag, source: 'api', strategy: 'percentage', author_email: '', created_on: script.modified_on,
+            annotations: {}, versions: [{ version_id: script.tag, percentage: 100 }],
+          }],
+        },
+      };
+    },
+
     'GET accounts/:account/workers/scripts/:script/settings': (request) => {
       const script = scriptOf(request);
       return {
@@ -229,6 +262,8 @@ export function routes({ store }) {
       script.subdomain = { enabled: body.enabled, previews_enabled: body.previews_enabled ?? body.enabled };
       return { result: script.subdomain };
     },
+
+    'GET accounts/:account/workers/subdomain': () => ({ result: { subdomain: workers.subdomain } }),
 
     'GET accounts/:account/workers/domains': (request) => {
       const { hostname, service, zone_id: zoneId } = request.query;
