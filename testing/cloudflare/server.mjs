@@ -286,14 +286,14 @@ class Account {
 
   redactedState() {
     const { state } = this.store;
-    const scripts = Object.fromEntries(Object.entries(state.workers.scripts).map(([name, script]) => [name, {
-      ...script,
-      bindings: script.bindings.map(({ text, ...binding }) => binding),
-    }]));
+    const withoutTexts = (script) => ({ ...script, bindings: script.bindings.map(({ text, ...binding }) => binding) });
+    const scripts = Object.fromEntries(Object.entries(state.workers.scripts).map(([name, script]) => [name, withoutTexts(script)]));
+    const versions = Object.fromEntries(Object.entries(state.workers.versions)
+      .map(([id, entry]) => [id, { ...entry, version: withoutTexts(entry.version) }]));
     return {
       ...state,
       tokens: state.tokens.map(({ value, ...token }) => token),
-      workers: { ...state.workers, secret: undefined, scripts },
+      workers: { ...state.workers, secret: undefined, scripts, versions },
     };
   }
 

@@ -78,7 +78,7 @@ function seed(fixture) {
     kvNamespaces: [],
     rulesets: [],
     purges: [],
-    workers: { scripts: {}, assets: {}, uploadSessions: {}, domains: [], subdomain: subdomainFor(fixture.account),
+    workers: { scripts: {}, assets: {}, uploadSessions: {}, versions: {}, domains: [], subdomain: subdomainFor(fixture.account),
       secret: randomBytes(32).toString('hex') },
   };
 }
@@ -92,6 +92,7 @@ export class Store {
     if (existsSync(this.file)) {
       this.state = JSON.parse(readFileSync(this.file, 'utf8'));
       this.state.workers.subdomain ??= subdomainFor(this.state.account);
+      this.state.workers.versions ??= {};
     } else {
       this.state = seed(JSON.parse(readFileSync(fixtureFile, 'utf8')));
       this.save();

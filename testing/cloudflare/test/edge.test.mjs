@@ -142,27 +142,25 @@ describe('the rules language subset', () => {
 });
 
 describe('a Worker deployed by wrangler', () => {
-  test('its Worker domain and workers.dev name answer through the edge, with its assets, and an upload replaces it', async () => {
+  test('its Worker domain and workers.dev name answer through the edge, with its assets, and an upload replaces it', async (t) => {
     const project = await mkdtemp(path.join(os.tmpdir(), 'vorlen-wrangler-'));
-    try {
-      await cp(new URL('hello-worker', import.meta.url).pathname, project, { recursive: true });
-      await run(path.join(workerDir, '..', 'tools', 'node_modules', '.bin', 'wrangler'), ['deploy'], {
-        cwd: project,
-        env: {
-          ...process.env,
-          CLOUDFLARE_API_BASE_URL: local.api,
-          CLOUDFLARE_API_TOKEN: local.token,
-          CLOUDFLARE_ACCOUNT_ID: local.account,
-          WRANGLER_SEND_METRICS: 'false',
-          WRANGLER_SEND_ERROR_REPORTS: 'false',
-          CLOUDFLARE_CF_FETCH_ENABLED: 'false',
-          WRANGLER_HIDE_BANNER: 'true',
-          XDG_CONFIG_HOME: path.join(project, '.config'),
-        },
-      }).catch((error) => assert.fail(`wrangler deploy failed: ${error.stdout}\n${error.stderr}`));
-    } finally {
-      await rm(project, { recursive: true, force: true });
-    }
+    const deploy = (...args) => run(path.join(workerDir, '..', 'tools', 'node_modules', '.bin', 'wrangler'), ['deploy', ...args], {
+      cwd: project,
+      env: {
+        ...process.env,
+        CLOUDFLARE_API_BASE_URL: local.api,
+        CLOUDFLARE_API_TOKEN: local.token,
+        CLOUDFLARE_ACCOUNT_ID: local.account,
+        WRANGLER_SEND_METRICS: 'false',
+        WRANGLER_SEND_ERROR_REPORTS: 'false',
+        CLOUDFLARE_CF_FETCH_ENABLED: 'false',
+        WRANGLER_HIDE_BANNER: 'true',
+        XDG_CONFIG_HOME: path.join(project, '.config'),
+      },
+    }).catch((error) => assert.fail(`wrangler deploy failed: ${error.stdout}\n${error.stderr}`));
+    t.after(() => rm(project, { recursive: true, force: true }));
+    await cp(new URL('hello-worker', import.meta.url).pathname, project, { recursive: true });
+    await deploy();
     await cf.workers.domains.update({ account_id: local.account, hostname: 'hello.dovrin.test', service: 'hello-edge', zone_id: zoneOf('dovrin.test') });
 
     const page = await edge('hello.dovrin.test', '/');
@@ -170,6 +168,9 @@ describe('a Worker deployed by wrangler', () => {
     assert.deepEqual(JSON.parse(page.body), { greeting: 'hello', host: 'hello.dovrin.test', proto: 'https', ip: '127.0.0.1', asset: 200 });
     const asset = await edge('hello.dovrin.test', '/hello.txt');
     assert.deepEqual([asset.status, asset.body.toString(), asset.headers['x-asset-rule']], [200, 'Hello from a static asset.\n', 'hello']);
+    // A second deploy goes through a new version and its deployment.
+    await deploy('--var', 'GREETING:again');
+    assert.equal(JSON.parse((await edge('hello.dovrin.test', '/')).body).greeting, 'again');
 
     const { subdomain } = await api('GET', `accounts/${local.account}/workers/subdomain`);
     const devHost = `hello-edge.${subdomain}.workers.dev`;
