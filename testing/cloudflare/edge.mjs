@@ -8,11 +8,10 @@
 import { execFileSync } from 'node:child_process';
 import { existsSync, mkdirSync, readFileSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
+import { readBody } from './api.mjs';
+import { CONDITION_HEADERS, OBJECT_HEADERS, pickHeaders } from './rgw.mjs';
 import { matches, parseExpression } from './rules.mjs';
 
-const CONDITION_HEADERS = ['range', 'if-match', 'if-none-match', 'if-modified-since', 'if-unmodified-since'];
-const OBJECT_HEADERS = ['content-type', 'content-language', 'content-disposition', 'content-encoding', 'cache-control', 'expires',
-  'etag', 'last-modified', 'content-length', 'content-range', 'accept-ranges'];
 // Headers that belong to one hop, or that the Worker's answer no longer matches once
 // its body has been read whole.
 const HOP_HEADERS = ['connection', 'keep-alive', 'transfer-encoding', 'content-encoding', 'content-length'];
@@ -47,24 +46,6 @@ export function makeCertificates(dir, names) {
 export function certificateNames(state) {
   const { subdomain } = state.workers;
   return [...state.zones.flatMap((zone) => [zone.name, `*.${zone.name}`]), '*.workers.dev', `*.${subdomain}.workers.dev`];
-}
-
-function readBody(request) {
-  return new Promise((resolve, reject) => {
-    const chunks = [];
-    request.on('data', (chunk) => chunks.push(chunk));
-    request.on('end', () => resolve(Buffer.concat(chunks)));
-    request.on('error', reject);
-  });
-}
-
-function picked(headers, names) {
-  const out = {};
-  for (const name of names) {
-    const value = typeof headers.get === 'function' ? headers.get(name) : headers[name];
-    if (value !== null && value !== undefined) out[name] = value;
-  }
-  return out;
 }
 
 function text(status, body, headers = {}) {
@@ -200,11 +181,11 @@ export class Edge {
       ...(cors.exposeHeaders?.length ? { 'access-control-expose-headers': cors.exposeHeaders.join(', ') } : {}),
       vary: 'Origin',
     } : {};
-    const answer = key ? await this.gateway.object(incoming.method, bucket.name, key, picked(incoming.headers, CONDITION_HEADERS)) : { status: 404 };
+    const answer = key ? await this.gateway.object(incoming.method, bucket.name, key, pickHeaders(incoming.headers, CONDITION_HEADERS)) : { status: 404 };
     if (answer.status === 404) return text(404, 'Object not found\n', corsHeaders);
     return {
       status: answer.status,
-      headers: { ...picked(answer.headers, OBJECT_HEADERS), ...corsHeaders },
+      headers: { ...pickHeaders(answer.headers, OBJECT_HEADERS), ...corsHeaders },
       body: incoming.method === 'HEAD' ? Buffer.alloc(0) : answer.body,
     };
   }

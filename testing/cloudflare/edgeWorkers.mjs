@@ -7,16 +7,13 @@
 import { mkdir, readFile, rm, symlink, writeFile } from 'node:fs/promises';
 import { createRequire } from 'node:module';
 import path from 'node:path';
+import { CONDITION_HEADERS, OBJECT_HEADERS, pickHeaders, STORED_HEADERS } from './rgw.mjs';
 
 const toolsRequire = createRequire(new URL('../../tools/package.json', import.meta.url));
 const { Miniflare, Response: MiniflareResponse } = toolsRequire('miniflare');
 
 const ENTRY = '__edge_entry.mjs';
 const R2_MODULE = '__edge_r2.js';
-const PASSED_HEADERS = ['range', 'if-match', 'if-none-match', 'if-modified-since', 'if-unmodified-since', 'content-type',
-  'content-language', 'content-disposition', 'content-encoding', 'cache-control', 'expires'];
-const ANSWERED_HEADERS = [...PASSED_HEADERS.filter((name) => !name.startsWith('if-') && name !== 'range'),
-  'etag', 'last-modified', 'content-length', 'content-range', 'accept-ranges'];
 
 function moduleType(module) {
   const type = module.contentType ?? '';
@@ -46,15 +43,6 @@ export default {
 `;
 }
 
-function picked(headers, names) {
-  const out = {};
-  for (const name of names) {
-    const value = headers.get(name);
-    if (value !== null) out[name] = value;
-  }
-  return out;
-}
-
 // The service that edgeR2.js calls: one bucket's objects over S3.
 function s3Service(gateway, bucket) {
   return async (request) => {
@@ -65,13 +53,13 @@ function s3Service(gateway, bucket) {
       return MiniflareResponse.json(await gateway.list(bucket, options));
     }
     const key = url.searchParams.get('key');
-    const headers = picked(request.headers, PASSED_HEADERS);
+    const headers = pickHeaders(request.headers, [...CONDITION_HEADERS, ...STORED_HEADERS]);
     for (const [name, value] of request.headers) if (name.startsWith('x-amz-meta-')) headers[name] = value;
     const body = request.method === 'PUT' ? Buffer.from(await request.arrayBuffer()) : undefined;
     let answer = await gateway.object(request.method, bucket, key, headers, body);
     // A write answers the object as it now stands.
     if (request.method === 'PUT' && answer.status === 200) answer = await gateway.object('HEAD', bucket, key);
-    const out = picked(answer.headers, ANSWERED_HEADERS);
+    const out = pickHeaders(answer.headers, OBJECT_HEADERS);
     for (const [name, value] of answer.headers) if (name.startsWith('x-amz-meta-')) out[name] = value;
     const empty = request.method !== 'GET' || answer.status === 304 || answer.status === 204;
     return new MiniflareResponse(empty ? null : answer.body, { status: answer.status, headers: out });

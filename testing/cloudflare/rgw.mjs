@@ -10,6 +10,22 @@ import path from 'node:path';
 
 const REGION = 'auto';
 
+// The headers of an object request that pass between a client and the gateway: the
+// client's conditions, the object's stored HTTP headers, and what the answer adds.
+export const CONDITION_HEADERS = ['range', 'if-match', 'if-none-match', 'if-modified-since', 'if-unmodified-since'];
+export const STORED_HEADERS = ['content-type', 'content-language', 'content-disposition', 'content-encoding', 'cache-control', 'expires'];
+export const OBJECT_HEADERS = [...STORED_HEADERS, 'etag', 'last-modified', 'content-length', 'content-range', 'accept-ranges'];
+
+// The named headers present in a Headers object or in Node's plain header object.
+export function pickHeaders(headers, names) {
+  const out = {};
+  for (const name of names) {
+    const value = typeof headers.get === 'function' ? headers.get(name) : headers[name];
+    if (value !== null && value !== undefined) out[name] = value;
+  }
+  return out;
+}
+
 function encodeSegment(text) {
   return encodeURIComponent(text).replace(/[!'()*]/g, (c) => `%${c.charCodeAt(0).toString(16).toUpperCase()}`);
 }

@@ -64,22 +64,22 @@ class Parser {
     return tree;
   }
 
-  or() {
-    let tree = this.and();
-    while (this.peek('or')) {
+  // A left-associative chain of one operator over what `next` reads.
+  chain(operator, next) {
+    let tree = next();
+    while (this.peek(operator)) {
       this.take();
-      tree = { op: 'or', left: tree, right: this.and() };
+      tree = { op: operator, left: tree, right: next() };
     }
     return tree;
   }
 
+  or() {
+    return this.chain('or', () => this.and());
+  }
+
   and() {
-    let tree = this.unary();
-    while (this.peek('and')) {
-      this.take();
-      tree = { op: 'and', left: tree, right: this.unary() };
-    }
-    return tree;
+    return this.chain('and', () => this.unary());
   }
 
   unary() {

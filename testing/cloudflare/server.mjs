@@ -10,7 +10,7 @@ import http from 'node:http';
 import https from 'node:https';
 import { writeFileSync } from 'node:fs';
 import path from 'node:path';
-import { ApiError, fail } from './api.mjs';
+import { ApiError, fail, readBody } from './api.mjs';
 import { certificateNames, Edge, makeCertificates } from './edge.mjs';
 import { EdgeWorkers } from './edgeWorkers.mjs';
 import { ENDPOINT_PERMISSIONS, reachesR2, tokenAllows } from './permissions.mjs';
@@ -36,15 +36,6 @@ function writeJson(response, status, body, headers = {}) {
   const data = Buffer.from(JSON.stringify(body), 'utf8');
   response.writeHead(status, { 'content-type': 'application/json', 'content-length': data.length, ...headers });
   response.end(data);
-}
-
-function readBody(request) {
-  return new Promise((resolve, reject) => {
-    const chunks = [];
-    request.on('data', (chunk) => chunks.push(chunk));
-    request.on('end', () => resolve(Buffer.concat(chunks)));
-    request.on('error', reject);
-  });
 }
 
 // Patterns are "accounts/:account/r2/buckets/:bucket/objects/*key": ":name" is one segment
