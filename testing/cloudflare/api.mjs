@@ -1,5 +1,5 @@
-// What the families of endpoints share: Cloudflare's failure shape and the two kinds of
-// paged answer. Cloudflare's envelope and error list follow
+// What the families of endpoints share: Cloudflare's failure shape, the two kinds of
+// paged answer, and reading a request's body. Cloudflare's envelope and error list follow
 // https://developers.cloudflare.com/fundamentals/api/how-to/make-api-calls/ and
 // https://developers.cloudflare.com/api/ (every response: success, errors [{code, message}],
 // messages, result, and result_info for lists).
@@ -82,4 +82,14 @@ export function cursorPaged(request, items, key, { maxPerPage = 1000 } = {}) {
   if (asked && request.switches.repeatingCursor) resultInfo.cursor = asked;
   else if (more) resultInfo.cursor = Buffer.from(key(slice[slice.length - 1]), 'utf8').toString('base64url');
   return { slice, resultInfo };
+}
+
+// The whole body of an incoming request.
+export function readBody(request) {
+  return new Promise((resolve, reject) => {
+    const chunks = [];
+    request.on('data', (chunk) => chunks.push(chunk));
+    request.on('end', () => resolve(Buffer.concat(chunks)));
+    request.on('error', reject);
+  });
 }

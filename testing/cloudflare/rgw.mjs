@@ -10,6 +10,22 @@ import path from 'node:path';
 
 const REGION = 'auto';
 
+// The headers of an object request that pass between a client and the gateway: the
+// client's conditions, the object's stored HTTP headers, and what the answer adds.
+export const CONDITION_HEADERS = ['range', 'if-match', 'if-none-match', 'if-modified-since', 'if-unmodified-since'];
+export const STORED_HEADERS = ['content-type', 'content-language', 'content-disposition', 'content-encoding', 'cache-control', 'expires'];
+export const OBJECT_HEADERS = [...STORED_HEADERS, 'etag', 'last-modified', 'content-length', 'content-range', 'accept-ranges'];
+
+// The named headers present in a Headers object or in Node's plain header object.
+export function pickHeaders(headers, names) {
+  const out = {};
+  for (const name of names) {
+    const value = typeof headers.get === 'function' ? headers.get(name) : headers[name];
+    if (value !== null && value !== undefined) out[name] = value;
+  }
+  return out;
+}
+
 function encodeSegment(text) {
   return encodeURIComponent(text).replace(/[!'()*]/g, (c) => `%${c.charCodeAt(0).toString(16).toUpperCase()}`);
 }
@@ -54,6 +70,11 @@ export async function sendS3({ endpoint, credentials, method, bucket, key, query
 
 function xmlEscape(text) {
   return String(text).replace(/[<>&'"]/g, (c) => ({ '<': '&lt;', '>': '&gt;', '&': '&amp;', "'": '&apos;', '"': '&quot;' })[c]);
+}
+
+function xmlUnescape(text) {
+  return text.replace(/&(lt|gt|amp|apos|quot|#\d+|#x[0-9a-fA-F]+);/g, (whole, name) => ({ lt: '<', gt: '>', amp: '&', apos: "'", quot: '"' })[name]
+    ?? String.fromCodePoint(name[1] === 'x' ? Number.parseInt(name.slice(2), 16) : Number(name.slice(1))));
 }
 
 // R2's JSON CORS rules in S3's XML form.
@@ -111,6 +132,33 @@ export class Gateway {
     const response = await this.send({ method: 'GET', bucket, key, accept: [404] });
     if (response.status === 404) return null;
     return { body: response.body, contentType: response.headers.get('content-type') ?? 'application/octet-stream' };
+  }
+
+  // One object request as a client asked it, answered with the gateway's status, headers
+  // and body. The gateway refuses a quoted ETag in if-match even when it matches (R2 takes
+  // it): the quotes are dropped on the way.
+  object(method, bucket, key, headers = {}, body = undefined) {
+    const sent = { ...headers };
+    for (const name of ['if-match', 'if-none-match']) if (sent[name]) sent[name] = sent[name].replace(/"/g, '');
+    return sendS3({ endpoint: this.endpoint, credentials: this.credentials, method, bucket, key, headers: sent, body });
+  }
+
+  // One page of ListObjectsV2: {objects: [{key, size, etag, uploaded}], delimitedPrefixes,
+  // truncated, cursor}.
+  async list(bucket, { prefix, delimiter, cursor, limit, startAfter } = {}) {
+    const query = [['list-type', '2'], ['prefix', prefix], ['delimiter', delimiter], ['continuation-token', cursor],
+      ['max-keys', limit], ['start-after', startAfter]].filter(([, value]) => value !== undefined && value !== null);
+    const response = await this.send({ method: 'GET', bucket, query: query.map(([name, value]) => [name, String(value)]) });
+    const xml = response.body.toString('utf8');
+    const text = (element, name) => xmlUnescape(new RegExp(`<${name}>([^<]*)</${name}>`).exec(element)?.[1] ?? '');
+    return {
+      objects: [...xml.matchAll(/<Contents>(.*?)<\/Contents>/gs)].map(([, entry]) => ({
+        key: text(entry, 'Key'), size: Number(text(entry, 'Size')), etag: text(entry, 'ETag'), uploaded: new Date(text(entry, 'LastModified')).toUTCString(),
+      })),
+      delimitedPrefixes: [...xml.matchAll(/<CommonPrefixes>(.*?)<\/CommonPrefixes>/gs)].map(([, entry]) => text(entry, 'Prefix')),
+      truncated: text(xml, 'IsTruncated') === 'true',
+      cursor: text(xml, 'NextContinuationToken') || undefined,
+    };
   }
 
   admin(args) {

@@ -7,9 +7,12 @@
 // for that URI") and for missing credentials (HTTP 400, code 9106).
 //   node server.mjs DIR FIXTURE   (the gateway comes from VORLEN_CF_RGW_* variables)
 import http from 'node:http';
+import https from 'node:https';
 import { writeFileSync } from 'node:fs';
 import path from 'node:path';
-import { ApiError, fail } from './api.mjs';
+import { ApiError, fail, readBody } from './api.mjs';
+import { certificateNames, Edge, makeCertificates } from './edge.mjs';
+import { EdgeWorkers } from './edgeWorkers.mjs';
 import { ENDPOINT_PERMISSIONS, reachesR2, tokenAllows } from './permissions.mjs';
 import { Gateway } from './rgw.mjs';
 import { Store } from './state.mjs';
@@ -33,15 +36,6 @@ function writeJson(response, status, body, headers = {}) {
   const data = Buffer.from(JSON.stringify(body), 'utf8');
   response.writeHead(status, { 'content-type': 'application/json', 'content-length': data.length, ...headers });
   response.end(data);
-}
-
-function readBody(request) {
-  return new Promise((resolve, reject) => {
-    const chunks = [];
-    request.on('data', (chunk) => chunks.push(chunk));
-    request.on('end', () => resolve(Buffer.concat(chunks)));
-    request.on('error', reject);
-  });
 }
 
 // Patterns are "accounts/:account/r2/buckets/:bucket/objects/*key": ":name" is one segment
@@ -283,14 +277,14 @@ class Account {
 
   redactedState() {
     const { state } = this.store;
-    const scripts = Object.fromEntries(Object.entries(state.workers.scripts).map(([name, script]) => [name, {
-      ...script,
-      bindings: script.bindings.map(({ text, ...binding }) => binding),
-    }]));
+    const withoutTexts = (script) => ({ ...script, bindings: script.bindings.map(({ text, ...binding }) => binding) });
+    const scripts = Object.fromEntries(Object.entries(state.workers.scripts).map(([name, script]) => [name, withoutTexts(script)]));
+    const versions = Object.fromEntries(Object.entries(state.workers.versions)
+      .map(([id, entry]) => [id, { ...entry, version: withoutTexts(entry.version) }]));
     return {
       ...state,
       tokens: state.tokens.map(({ value, ...token }) => token),
-      workers: { ...state.workers, secret: undefined, scripts },
+      workers: { ...state.workers, secret: undefined, scripts, versions },
     };
   }
 
@@ -313,6 +307,8 @@ class Account {
       case 'GET requests': return writeJson(response, 200, this.records);
       case 'DELETE requests': this.records = []; return writeJson(response, 200, []);
       case 'GET state': return writeJson(response, 200, this.redactedState());
+      case 'GET edge-requests': return writeJson(response, 200, this.edge.records);
+      case 'DELETE edge-requests': this.edge.records = []; return writeJson(response, 200, []);
       case 'PUT faults':
         if (Array.isArray(input.script)) this.script = [...input.script];
         if (input.share !== undefined) {
@@ -362,14 +358,24 @@ async function main() {
   });
   const account = new Account(store, gateway);
   await account.reconcile();
+  const workers = new EdgeWorkers({ store, gateway, dir: path.join(dir, 'edge') });
+  account.edge = new Edge({ store, gateway, workers });
+  const { ca, key, cert } = makeCertificates(path.join(dir, 'edge'), certificateNames(store.state));
+  const edgeServer = https.createServer({ key, cert }, (incoming, response) => account.edge.handle(incoming, response));
+  await new Promise((resolve) => { edgeServer.listen(0, '127.0.0.1', resolve); });
+  writeFileSync(path.join(dir, 'edge.address'), `127.0.0.1:${edgeServer.address().port}\n${ca}\n`);
   const server = http.createServer((incoming, response) => account.handle(incoming, response));
   server.listen(Number(process.env.VORLEN_CF_PORT ?? 0), '127.0.0.1', () => {
     writeFileSync(path.join(dir, 'server.port'), `${server.address().port}\n`);
-    console.log(`listening on 127.0.0.1:${server.address().port}`);
+    console.log(`listening on 127.0.0.1:${server.address().port}, edge on 127.0.0.1:${edgeServer.address().port}`);
   });
+  // The Workers' workerd processes end with the server.
   const stop = () => {
-    server.close(() => process.exit(0));
-    server.closeAllConnections();
+    for (const one of [server, edgeServer]) {
+      one.close();
+      one.closeAllConnections();
+    }
+    workers.close().finally(() => process.exit(0));
   };
   process.on('SIGTERM', stop);
   process.on('SIGINT', stop);

@@ -38,6 +38,11 @@ function writeAtomically(file, data) {
   renameSync(temporary, file);
 }
 
+// The account's workers.dev subdomain: its name in lower case, words joined by "-".
+function subdomainFor(account) {
+  return account.name.toLowerCase().replace(/[^a-z0-9]+/g, '-').replace(/^-|-$/g, '') || account.id;
+}
+
 function seed(fixture) {
   const tokens = (fixture.tokens ?? []).map((token) => ({
     id: token.id ?? newId(),
@@ -73,7 +78,8 @@ function seed(fixture) {
     kvNamespaces: [],
     rulesets: [],
     purges: [],
-    workers: { scripts: {}, assets: {}, uploadSessions: {}, domains: [], secret: randomBytes(32).toString('hex') },
+    workers: { scripts: {}, assets: {}, uploadSessions: {}, versions: {}, domains: [], subdomain: subdomainFor(fixture.account),
+      secret: randomBytes(32).toString('hex') },
   };
 }
 
@@ -85,6 +91,8 @@ export class Store {
     mkdirSync(this.blobDir, { recursive: true });
     if (existsSync(this.file)) {
       this.state = JSON.parse(readFileSync(this.file, 'utf8'));
+      this.state.workers.subdomain ??= subdomainFor(this.state.account);
+      this.state.workers.versions ??= {};
     } else {
       this.state = seed(JSON.parse(readFileSync(fixtureFile, 'utf8')));
       this.save();

@@ -117,6 +117,47 @@ export function routes({ store }) {
     };
   }
 
+  async function scriptFromForm(request, before) {
+    const form = await formOf(request);
+    const metadataPart = form?.get('metadata');
+    let metadata;
+    try {
+      metadata = JSON.parse((await partBytes(metadataPart)).toString('utf8'));
+    } catch {
+      throw scriptError('could not read content for part metadata');
+    }
+    const mainModule = metadata.main_module;
+    const modules = [];
+    for (const [name, value] of form.entries()) {
+      if (name === 'metadata' || typeof value === 'string') continue;
+      const data = await partBytes(value);
+      modules.push({ name: value.name || name, contentType: value.type, blob: store.putBlob(data), sha256: sha256Hex(data) });
+    }
+    if (typeof mainModule !== 'string' || !modules.some((module) => module.name === mainModule)) {
+      throw scriptError(`No such module "${mainModule}".`);
+    }
+    return {
+      tag: newId(),
+      etag: sha256Hex(modules.map((module) => module.sha256).join('') + JSON.stringify(metadata.bindings ?? [])),
+      created_on: before?.created_on ?? isoNow(),
+      modified_on: isoNow(),
+      main_module: mainModule,
+      compatibility_date: metadata.compatibility_date ?? '2021-11-03',
+      compatibility_flags: metadata.compatibility_flags ?? [],
+      bindings: bindingsFrom(metadata.bindings),
+      modules,
+      assets: assetsFrom(metadata),
+      subdomain: before?.subdomain ?? { enabled: true, previews_enabled: true },
+    };
+  }
+
+  function deploymentView(script) {
+    return {
+      id: script.tag, source: 'api', strategy: 'percentage', author_email: '', created_on: script.modified_on,
+      annotations: {}, versions: [{ version_id: script.tag, percentage: 100 }],
+    };
+  }
+
   function zoneForHostname(body) {
     const zone = body.zone_id ? store.zone(body.zone_id) : state.zones.find((candidate) => candidate.name === body.zone_name);
     const hostname = body.hostname.toLowerCase();
@@ -161,40 +202,71 @@ export function routes({ store }) {
     },
 
     'PUT accounts/:account/workers/scripts/:script': async (request) => {
-      const form = await formOf(request);
-      const metadataPart = form?.get('metadata');
-      let metadata;
-      try {
-        metadata = JSON.parse((await partBytes(metadataPart)).toString('utf8'));
-      } catch {
-        throw scriptError('could not read content for part metadata');
-      }
-      const mainModule = metadata.main_module;
-      const modules = [];
-      for (const [name, value] of form.entries()) {
-        if (name === 'metadata' || typeof value === 'string') continue;
-        const data = await partBytes(value);
-        modules.push({ name: value.name || name, contentType: value.type, blob: store.putBlob(data), sha256: sha256Hex(data) });
-      }
-      if (typeof mainModule !== 'string' || !modules.some((module) => module.name === mainModule)) {
-        throw scriptError(`No such module "${mainModule}".`);
-      }
-      const before = workers.scripts[request.params.script];
-      const script = {
-        tag: newId(),
-        etag: sha256Hex(modules.map((module) => module.sha256).join('') + JSON.stringify(metadata.bindings ?? [])),
-        created_on: before?.created_on ?? isoNow(),
-        modified_on: isoNow(),
-        main_module: mainModule,
-        compatibility_date: metadata.compatibility_date ?? '2021-11-03',
-        compatibility_flags: metadata.compatibility_flags ?? [],
-        bindings: bindingsFrom(metadata.bindings),
-        modules,
-        assets: assetsFrom(metadata),
-        subdomain: before?.subdomain ?? { enabled: true, previews_enabled: true },
-      };
+      const script = await scriptFromForm(request, workers.scripts[request.params.script]);
       workers.scripts[request.params.script] = script;
       return { result: scriptView(request.params.script, script) };
+    },
+
+    // A version is uploaded as a script is, and serves only once a deployment names it.
+    'POST accounts/:account/workers/scripts/:script/versions': async (request) => {
+      const version = await scriptFromForm(request, scriptOf(request));
+      workers.versions[version.tag] = { script: request.params.script, version };
+      return {
+        result: {
+          id: version.tag,
+          number: Object.values(workers.versions).filter((entry) => entry.script === request.params.script).length,
+          metadata: { created_on: version.modified_on, source: 'api' },
+          resources: {
+            script: { etag: version.etag, handlers: ['fetch'] },
+            bindings: version.bindings.map(({ text, ...binding }) => binding),
+          },
+          startup_time_ms: 0,
+        },
+      };
+    },
+
+    'POST accounts/:account/workers/scripts/:script/deployments': (request) => {
+      scriptOf(request);
+      const body = jsonBody(request);
+      const [only, ...others] = Array.isArray(body.versions) ? body.versions : [];
+      const entry = workers.versions[only?.version_id];
+      if (others.length > 0 || only?.percentage !== 100 || entry?.script !== request.params.script) {
+        throw invalidBody('the local account deploys one version of this script at 100 percent');
+      }
+      workers.scripts[request.params.script] = entry.version;
+      delete workers.versions[only.version_id];
+      return { result: deploymentView(entry.version) };
+    },
+
+    // Settings that do not change the running Worker (logpush, tail consumers, tags).
+    'PATCH accounts/:account/workers/scripts/:script/script-settings': (request) => {
+      scriptOf(request);
+      return { result: { logpush: false, tail_consumers: [], observability: { enabled: false }, tags: [] } };
+    },
+
+    // Not in the API reference (a "service" is the script with its environments), but
+    // wrangler asks it before every deploy: a 10090 answer makes the script new to it.
+    'GET accounts/:account/workers/services/:script': (request) => {
+      const script = workers.scripts[request.params.script];
+      if (!script) throw fail(404, 10090, 'workers.api.error.service_not_found');
+      return {
+        result: {
+          id: request.params.script,
+          default_environment: {
+            environment: 'production',
+            created_on: script.created_on,
+            modified_on: script.modified_on,
+            script: { ...scriptView(request.params.script, script), tags: [], last_deployed_from: 'api' },
+          },
+          created_on: script.created_on,
+          modified_on: script.modified_on,
+        },
+      };
+    },
+
+    // The deployment that serves now: the last upload, whole.
+    'GET accounts/:account/workers/scripts/:script/deployments': (request) => {
+      return { result: { deployments: [deploymentView(scriptOf(request))] } };
     },
 
     'GET accounts/:account/workers/scripts/:script/settings': (request) => {
@@ -229,6 +301,8 @@ export function routes({ store }) {
       script.subdomain = { enabled: body.enabled, previews_enabled: body.previews_enabled ?? body.enabled };
       return { result: script.subdomain };
     },
+
+    'GET accounts/:account/workers/subdomain': () => ({ result: { subdomain: workers.subdomain } }),
 
     'GET accounts/:account/workers/domains': (request) => {
       const { hostname, service, zone_id: zoneId } = request.query;

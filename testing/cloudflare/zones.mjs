@@ -8,6 +8,7 @@
 // (an entry point that does not exist yet is 404 with code 10003 "could not find entrypoint
 // ruleset in the … phase"; a second zone ruleset of one phase is 400 with code 20217).
 import { ApiError, fail, invalidBody, jsonBody, paged, requireText } from './api.mjs';
+import { parseExpression, UnsupportedExpression } from './rules.mjs';
 import { isoNow, newId } from './state.mjs';
 
 function accountView(account) {
@@ -53,10 +54,26 @@ function recordView(record, zone) {
 
 const PURGE_KINDS = ['files', 'prefixes', 'hosts', 'tags'];
 
-function ruleFrom(definition) {
+// The edge evaluates only a subset of the Rules language: an expression outside it is
+// refused here, where it is written, rather than never matching on the edge.
+function checkExpression(expression, pointer) {
+  try {
+    parseExpression(expression);
+  } catch (error) {
+    if (!(error instanceof UnsupportedExpression)) throw error;
+    throw new ApiError(400, [{
+      code: 20100,
+      message: `'${expression}' is not a valid value for expression because the expression is not supported by the local account: ${error.message}`,
+      source: { pointer },
+    }]);
+  }
+}
+
+function ruleFrom(definition, pointer = '/expression') {
   if (typeof definition.expression !== 'string' || typeof definition.action !== 'string') {
     throw invalidBody('a rule needs an expression and an action');
   }
+  checkExpression(definition.expression, pointer);
   const id = newId();
   const rule = {
     id,
@@ -172,7 +189,7 @@ export function routes({ store }) {
           source: { pointer: '/kind' },
         }]);
       }
-      const rules = (body.rules ?? []).map(ruleFrom);
+      const rules = (body.rules ?? []).map((rule, index) => ruleFrom(rule, `/rules/${index}/expression`));
       checkRuleLimit(zone.id, phase, rules.length);
       const ruleset = {
         id: newId(), zoneId: zone.id, name: requireText(body, 'name'), description: body.description ?? '',

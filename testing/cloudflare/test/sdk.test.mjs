@@ -12,33 +12,21 @@ import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
 import { promisify } from 'node:util';
 import { sendS3 } from '../rgw.mjs';
+import { control as controlOf, eventually, startAccount, stopAccount } from './localAccount.mjs';
 import { bucketPages, collect } from './sdkValues.mjs';
 
 const toolsRequire = createRequire(new URL('../../../tools/package.json', import.meta.url));
 const sdk = toolsRequire('cloudflare');
 const Cloudflare = sdk.default;
 const run = promisify(execFile);
-const script = (name) => new URL(`../${name}`, import.meta.url).pathname;
 
 const HEX32 = /^[0-9a-f]{32}$/;
 let dir;
 let local;
 
-async function start() {
-  const { stdout } = await run(script('start'), [dir], { env: { ...process.env, VORLEN_CLOUDFLARE_OWNER: String(process.pid) } });
-  const lines = stdout.trim().split('\n').map((line) => [line.slice(0, line.indexOf('=')), line.slice(line.indexOf('=') + 1)]);
-  const value = (name) => lines.find(([key]) => key === name)[1];
-  const zones = Object.fromEntries(lines.filter(([key]) => key === 'zone').map(([, text]) => text.split(' ')));
-  return { api: value('api'), r2: value('r2'), account: value('account'), zones, token: value('token'), control: value('control') };
-}
-
 const client = (token) => new Cloudflare({ apiToken: token, baseURL: local.api, maxRetries: 0 });
 
-async function control(method, name, body) {
-  const response = await fetch(`${local.control}/${name}`, { method, body: body && JSON.stringify(body) });
-  assert.equal(response.status, 200, `control ${method} ${name}`);
-  return response.json();
-}
+const control = (method, name, body) => controlOf(local, method, name, body);
 
 // The SDK's error class for the answer, with Cloudflare's code in `.errors`.
 async function refused(promise, ErrorClass, code) {
@@ -49,25 +37,17 @@ async function refused(promise, ErrorClass, code) {
   });
 }
 
-async function eventually(condition, what) {
-  for (let attempt = 0; attempt < 600; attempt += 1) {
-    if (await condition()) return;
-    await new Promise((resolve) => { setTimeout(resolve, 100); });
-  }
-  assert.fail(`${what} did not happen within a minute`);
-}
-
 function s3Credentials(token) {
   return { accessKeyId: token.id, secretAccessKey: createHash('sha256').update(token.value).digest('hex') };
 }
 
 before(async () => {
   dir = await mkdtemp(path.join(os.tmpdir(), 'vorlen-cloudflare-'));
-  local = await start();
+  local = await startAccount(dir);
 });
 
 after(async () => {
-  await run(script('stop'), [dir]);
+  await stopAccount(dir);
   await rm(dir, { recursive: true, force: true });
 });
 
@@ -421,7 +401,7 @@ describe('faults and the record of requests', () => {
 describe('a restart with the same folder', () => {
   test('keeps the account, its tokens and buckets, and puts the buckets back on the gateway', async () => {
     const before = local;
-    local = await start();
+    local = await startAccount(dir);
     assert.ok(local.token === before.token, 'the setup token is the same after the restart');
     const names = (await client(local.token).r2.buckets.list({ account_id: local.account })).buckets.map((bucket) => bucket.name);
     assert.deepEqual(names, ['media-one', 'media-three', 'media-two']);
