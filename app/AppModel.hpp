@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -10,6 +11,7 @@
 #include "app/LocalSettings.hpp"
 #include "app/MainQueue.hpp"
 #include "app/SecretStore.hpp"
+#include "app/SetupService.hpp"
 #include "app/SetupTokenStore.hpp"
 #include "app/SiteCollaborators.hpp"
 #include "app/SiteWorkspace.hpp"
@@ -36,6 +38,30 @@ struct R2SiteForm {
     std::optional<std::string> s3Endpoint;  // another S3 service in place of R2
 };
 
+// What a person chose for a site to set up, new or one this computer has.
+struct SetupChoice {
+    std::string accountID;
+    std::string bucket;
+    std::optional<R2LocationHint> locationHint;
+    SiteHostname mediaHost;
+    SiteHostname pageHost;
+    std::string path;
+    std::optional<SiteTemplate> siteTemplate;
+    // The name of this computer's R2 API Token.
+    std::string computerName;
+    // A token the person made in the dashboard, in place of one the run makes.
+    std::optional<APIToken> pastedToken;
+    // Make a new token for this computer and revoke the one it has.
+    bool replacesToken = false;
+};
+
+// A setup about to run: the site it sets up and the run's request.
+struct SetupPlan {
+    SiteID site;
+    bool isNewSite = false;
+    SiteSetupRequest request;
+};
+
 // The process's one model: this computer's settings, written through on every
 // change, and one workspace for each site.
 class AppModel {
@@ -47,6 +73,8 @@ public:
         std::string appVersion = VORLEN_VERSION;
         // Where Cloudflare and R2 are; tests point them at local stand-ins.
         Endpoints endpoints{};
+        // The setup run and its questions to Cloudflare.
+        std::shared_ptr<SetupService> setup;
     };
 
     AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing = WorkspaceTiming());
@@ -67,6 +95,21 @@ public:
     // The sealed setup token of a site on this computer, opened with a passphrase that prompt asks for.
     SetupTokenStore setupTokens(const SiteID& id, PassphrasePrompt prompt) const;
     const Endpoints& endpoints() const { return services_.endpoints; }
+
+    // Setting up a site: planSetup on the main thread marks the site as one whose
+    // setup has not ended (a new site joins the list now, so that a token made by
+    // the run has a home); the run goes on any task with the plan's
+    // dailyTokenSaver; finishSetup on the main thread takes the settings that the
+    // run wrote, and ends the mark once every step is in place.
+    SetupPlan planSetup(const SetupChoice& choice);
+    // The plan of a check, or of a run again, of a site that this computer has.
+    SetupPlan planCheck(const SiteID& id, const APIToken& token, const std::string& computerName) const;
+    // Keeps a new R2 API Token in the site's credential store; callable from any thread.
+    SiteSetup::NewTokenCallback dailyTokenSaver(const SiteID& id) const;
+    void finishSetup(const SetupPlan& plan, const SetupReport& report);
+    SetupService& setupService() const;
+    // While a run goes on, a quit asks first.
+    void setSetupRunning(bool running) { isSetupRunning_ = running; }
     void removeSite(const SiteID& id);
     // Saved, and applied at once to the uploads of the site, a running one too.
     void setUploadLimit(const SiteID& id, UploadLimit limit);
@@ -84,9 +127,8 @@ public:
     // desktop's own store; the store's words when it fails.
     std::optional<std::string> secretStoreNotice() const;
 
-    // The quit guard. Only a running setup asks the person before a quit; this
-    // computer's model runs no setup yet, so nothing asks.
-    bool isSetupRunning() const { return false; }
+    // The quit guard: only a running setup asks the person before a quit.
+    bool isSetupRunning() const { return isSetupRunning_; }
     // A quit stops every job; a stopped publish deletes what it uploaded, so the
     // process ends only once no job runs any more.
     void quit();
@@ -108,6 +150,7 @@ private:
     // One limiter for each site, as long as its workspace lives.
     std::map<SiteID, std::shared_ptr<RateLimiter>> limiters_;
     bool isQuitting_ = false;
+    std::atomic<bool> isSetupRunning_ = false;
 };
 
 // Where the page Worker bundle that this program carries lies.
