@@ -10,6 +10,7 @@ void registerPreviewCommand(CommandRegistry& registry);
 void registerSitesCommand(CommandRegistry& registry);
 void registerSettingsCommand(CommandRegistry& registry);
 void registerInviteCommands(CommandRegistry& registry);
+void registerTemplateCommands(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
@@ -18,6 +19,7 @@ void registerCommands(CommandRegistry& registry) {
     registerSitesCommand(registry);
     registerSettingsCommand(registry);
     registerInviteCommands(registry);
+    registerTemplateCommands(registry);
     registerInspectCommand(registry);
     registerBuildCommand(registry);
     registerUpload(registry);
