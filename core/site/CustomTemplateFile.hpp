@@ -23,10 +23,7 @@ struct CustomTemplateFile {
 
     bool operator==(const CustomTemplateFile&) const = default;
 
-    struct Contents {
-        std::string bytes;
-        CustomTemplateFile file;
-    };
+    struct Contents;
 
     // The bucket's custom template, or nothing when it has none.
     static std::optional<Contents> find(Bucket& bucket);
@@ -36,6 +33,11 @@ struct CustomTemplateFile {
     static bool exists(Bucket& bucket);
     // Never cached, so that the Worker renders the next page load from the new template.
     static void write(Bucket& bucket, const PageTemplate& page, const std::optional<std::string>& sourceName);
+};
+
+struct CustomTemplateFile::Contents {
+    std::string bytes;
+    CustomTemplateFile file;
 };
 
 }  // namespace vorlen
