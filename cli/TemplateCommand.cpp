@@ -28,11 +28,11 @@ ChosenSite chosenSite(AppContext& context, const std::optional<std::string>& sit
     return {site, app::SiteTemplates::open(site, context.secrets, context.model->endpoints())};
 }
 
-std::string quoted(const std::string& text) { return "\u201c" + text + "\u201d"; }
+std::string inQuotes(const std::string& text) { return "\u201c" + text + "\u201d"; }
 
 std::string describeCustom(const CustomTemplateFile& file) {
     std::string text = "The custom template";
-    if (file.sourceName) text += " " + quoted(*file.sourceName);
+    if (file.sourceName) text += " " + inQuotes(*file.sourceName);
     text += fmt::format(" has {}", fileSizeText(static_cast<std::uint64_t>(file.size)));
     if (file.imported) text += ", imported " + formatIso8601(*file.imported);
     return text + ".";
@@ -58,7 +58,7 @@ void registerTemplateCommands(CommandRegistry& registry) {
         AppContext context;
         auto chosen = chosenSite(context, *shownSite);
         const auto current = chosen.templates.current();
-        std::cout << fmt::format("The site {} uses the {} template.\n", quoted(chosen.site.id.value), rawValue(current.design));
+        std::cout << fmt::format("The site {} uses the {} template.\n", inQuotes(chosen.site.id.value), rawValue(current.design));
         if (current.custom) std::cout << describeCustom(*current.custom) << '\n';
         return 0;
     });
@@ -73,7 +73,7 @@ void registerTemplateCommands(CommandRegistry& registry) {
         auto page = PageTemplate::inspectedFile(file);
         printReview(page);
         page.requireComplete();
-        std::cout << fmt::format("{} passes the check.\n", quoted(file.filename().string()));
+        std::cout << fmt::format("{} passes the check.\n", inQuotes(file.filename().string()));
         return 0;
     });
 
@@ -92,7 +92,7 @@ void registerTemplateCommands(CommandRegistry& registry) {
     registry.add(setCommand, [set] {
         AppContext context;
         auto chosen = chosenSite(context, set->site);
-        const auto site = quoted(chosen.site.id.value);
+        const auto site = inQuotes(chosen.site.id.value);
         if (auto design = siteTemplateFromRawValue(set->choice)) {
             chosen.templates.choose(*design);
             std::cout << fmt::format("The site {} now uses {} template.\n", site,
@@ -102,9 +102,9 @@ void registerTemplateCommands(CommandRegistry& registry) {
         const fs::path file = set->choice;
         if (!fs::is_regular_file(file))
             throw VorlenError::config(fmt::format("There is no file {}. Give a template file, or auto, light, dark or custom.",
-                                                  quoted(set->choice)));
+                                                  inQuotes(set->choice)));
         printReview(chosen.templates.importFile(file));
-        std::cout << fmt::format("The site {} now uses the custom template {}.\n", site, quoted(file.filename().string()));
+        std::cout << fmt::format("The site {} now uses the custom template {}.\n", site, inQuotes(file.filename().string()));
         return 0;
     });
 

@@ -1,7 +1,6 @@
 #include "core/site/CustomTemplateFile.hpp"
 
 #include "core/base/Text.hpp"
-#include "core/base/VorlenError.hpp"
 #include "core/site/PageTemplate.hpp"
 #include "core/site/SiteSettings.hpp"
 
@@ -21,11 +20,6 @@ std::optional<CustomTemplateFile::Contents> CustomTemplateFile::find(Bucket& buc
     CustomTemplateFile file{static_cast<std::int64_t>(bytes->size()), info->lastModified, std::nullopt};
     if (auto name = info->metadata.find(sourceNameKey); name != info->metadata.end()) file.sourceName = percentDecoded(name->second);
     return Contents{std::move(*bytes), std::move(file)};
-}
-
-CustomTemplateFile::Contents CustomTemplateFile::read(Bucket& bucket) {
-    if (auto contents = find(bucket)) return std::move(*contents);
-    throw VorlenError::config(missingMessage);
 }
 
 bool CustomTemplateFile::exists(Bucket& bucket) { return bucket.info(SiteRules::templateKey).has_value(); }

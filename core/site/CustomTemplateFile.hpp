@@ -13,6 +13,7 @@ struct PageTemplate;
 
 // The custom page template that a site keeps in "_vorlen/template.html", as a person sees it.
 struct CustomTemplateFile {
+    // A site cannot switch to a custom template that its bucket does not hold.
     static constexpr const char* missingMessage =
         "The bucket has no custom template in _vorlen/template.html. Import a template first.";
 
@@ -27,8 +28,6 @@ struct CustomTemplateFile {
 
     // The bucket's custom template, or nothing when it has none.
     static std::optional<Contents> find(Bucket& bucket);
-    // Fails with missingMessage when the bucket has none.
-    static Contents read(Bucket& bucket);
     // Whether the bucket holds one, without reading it.
     static bool exists(Bucket& bucket);
     // Never cached, so that the Worker renders the next page load from the new template.

@@ -53,11 +53,12 @@ TEST_F(SiteTemplateChoiceTest, AnImportKeepsThePageWithItsNameAndSwitchesOnlyThe
     EXPECT_EQ(record["cacheControl"], "no-cache");
     EXPECT_EQ(record["metadata"]["source-name"], "Page%20d%E2%80%99%C3%A9t%C3%A9%202026.html");
 
-    auto stored = CustomTemplateFile::read(bucket);
-    EXPECT_EQ(stored.bytes, "<head>{{head}}</head>{{player}}");
-    EXPECT_EQ(stored.file.size, 31);
-    EXPECT_EQ(stored.file.sourceName, name);
-    EXPECT_TRUE(stored.file.imported.has_value());
+    auto stored = CustomTemplateFile::find(bucket);
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(stored->bytes, "<head>{{head}}</head>{{player}}");
+    EXPECT_EQ(stored->file.size, 31);
+    EXPECT_EQ(stored->file.sourceName, name);
+    EXPECT_TRUE(stored->file.imported.has_value());
 
     auto expected = site;
     expected.siteTemplate = SiteTemplate::custom;
@@ -68,16 +69,18 @@ TEST_F(SiteTemplateChoiceTest, ABuiltInChoiceKeepsTheCustomPageForLater) {
     importSiteTemplate(bucket, PageTemplate::inspected("{{head}}{{player}}"), std::nullopt);
     chooseSiteTemplate(bucket, SiteTemplate::light);
     EXPECT_EQ(SiteSettings::readRequired(bucket).siteTemplate, SiteTemplate::light);
-    EXPECT_EQ(CustomTemplateFile::read(bucket).file.sourceName, std::nullopt);
+    auto kept = CustomTemplateFile::find(bucket);
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(kept->file.sourceName, std::nullopt);
 
     chooseSiteTemplate(bucket, SiteTemplate::custom);
     EXPECT_EQ(SiteSettings::readRequired(bucket).siteTemplate, SiteTemplate::custom);
 }
 
 TEST_F(SiteTemplateChoiceTest, NothingChangesWithoutAPageOrWithoutASite) {
-    const std::string noTemplate = "The bucket has no custom template in _vorlen/template.html. Import a template first.";
-    EXPECT_EQ(failureOf([&] { CustomTemplateFile::read(bucket); }), noTemplate);
-    EXPECT_EQ(failureOf([&] { chooseSiteTemplate(bucket, SiteTemplate::custom); }), noTemplate);
+    EXPECT_FALSE(CustomTemplateFile::find(bucket));
+    EXPECT_EQ(failureOf([&] { chooseSiteTemplate(bucket, SiteTemplate::custom); }),
+              "The bucket has no custom template in _vorlen/template.html. Import a template first.");
     EXPECT_THROW(importSiteTemplate(bucket, PageTemplate::inspected("{{head}} only"), "a.html"), PageTemplateError);
     EXPECT_FALSE(CustomTemplateFile::exists(bucket));
     EXPECT_EQ(SiteSettings::readRequired(bucket), site);
