@@ -286,15 +286,6 @@ R2CORSRule wantedCorsRule(const SetupState& state) {
     return rule;
 }
 
-std::string listText(const std::vector<std::string>& items) {
-    std::string text;
-    for (std::size_t index = 0; index < items.size(); ++index) {
-        if (index > 0) text += index + 1 == items.size() ? " and " : ", ";
-        text += items[index];
-    }
-    return text;
-}
-
 std::optional<R2CustomDomain> mediaDomain(const SetupState& state) {
     return unlessNotFound<R2CustomDomain>([&] {
         return state.api.customDomain(state.request.accountID, state.request.bucket, state.request.mediaHost.hostname.name);
@@ -331,7 +322,7 @@ StepFinding findCors(SetupState& state) {
     }
     const std::string& pageHost = state.request.pageHost.hostname.name;
     if (ours && *ours == wanted) {
-        std::string text = fmt::format("The CORS rule allows {}.", listText(wanted.allowed.origins));
+        std::string text = fmt::format("The CORS rule allows {}.", joinedWithAnd(wanted.allowed.origins));
         if (!others.empty())
             text += fmt::format(" Keep the {} other {}.", others.size(), others.size() == 1 ? "rule" : "rules");
         return StepFinding::inPlace(text);
