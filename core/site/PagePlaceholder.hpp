@@ -12,7 +12,7 @@ namespace vorlen {
 enum class PagePlaceholder { title, head, player, description, site, visibility };
 
 inline constexpr std::array<PagePlaceholder, 6> allPagePlaceholders = {
-    PagePlaceholder::title, PagePlaceholder::head,  PagePlaceholder::player,
+    PagePlaceholder::title,       PagePlaceholder::head, PagePlaceholder::player,
     PagePlaceholder::description, PagePlaceholder::site, PagePlaceholder::visibility};
 
 // "title", "head", ...
