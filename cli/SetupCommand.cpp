@@ -11,6 +11,7 @@
 #include "cli/SetupToken.hpp"
 #include "cli/Terminal.hpp"
 #include "core/base/Task.hpp"
+#include "core/cloudflare/TokenPermission.hpp"
 #include "core/base/VorlenError.hpp"
 
 namespace vorlen::cli {
@@ -122,6 +123,10 @@ void registerSetupCommands(CommandRegistry& registry) {
     registry.add(setup, [options] {
         AppContext context;
         app::AppModel& model = *context.model;
+        if (!std::getenv("VORLEN_CLOUDFLARE_TOKEN"))
+            std::cerr << "Make a Cloudflare Account API Token with this form in the dashboard (its name and permissions are "
+                         "filled in), then paste it here:\n  "
+                      << setupTokenFormURL(model.endpoints().cloudflareDashboard, options->manualTokens) << "\n";
         const APIToken token = setupTokenFromEnvironmentOrTerminal(app::SetupTokenPurpose::setUp);
         app::SetupService& service = model.setupService();
 

@@ -87,10 +87,15 @@ void LocalCloudflareAccount::setFaults(const Json& faults) const { control("PUT"
 void LocalCloudflareAccount::setQuirks(const Json& quirks) const { control("PUT", "/quirks", quirks); }
 void LocalCloudflareAccount::setR2Enabled(bool enabled) const { control("PUT", "/r2", {{"enabled", enabled}}); }
 
+void LocalCloudflareAccount::setDomainActivation(double seconds) const {
+    control("PUT", "/domains", {{"activationSeconds", seconds}});
+}
+
 void LocalCloudflareAccount::reset() const {
     setFaults({{"share", 0}, {"script", Json::array()}});
     setQuirks({{"endlessPaging", false}, {"repeatingCursor", false}});
     setR2Enabled(true);
+    setDomainActivation(2);
 }
 
 std::vector<LocalCloudflareAccount::Request> LocalCloudflareAccount::requests() const {

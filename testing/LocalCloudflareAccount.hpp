@@ -50,6 +50,8 @@ public:
     void setFaults(const Json& faults) const;
     void setQuirks(const Json& quirks) const;
     void setR2Enabled(bool enabled) const;
+    // How long a custom domain takes to turn active, for domains already added too (2 s after a reset).
+    void setDomainActivation(double seconds) const;
     void reset() const;
     std::vector<Request> requests() const;
     // A user token (not owned by the account) that may only read the account's settings.

@@ -111,6 +111,9 @@ StepFinding findAccount(SetupState& state) {
 
 StepFinding findBucket(SetupState& state) {
     const std::string& bucket = state.request.bucket;
+    // A create that failed on its way may have been carried out: look again before making it.
+    if (!state.bucketExists)
+        state.bucketExists = unlessNotFound<R2Bucket>([&] { return state.api.bucket(state.request.accountID, bucket); }).has_value();
     if (state.bucketExists) return StepFinding::inPlace(fmt::format("The bucket \u201c{}\u201d exists.", bucket));
     const auto& hint = state.request.locationHint;
     std::string text = hint ? fmt::format("Create the bucket \u201c{}\u201d in the region \u201c{}\u201d.", bucket, rawValue(*hint))
@@ -248,6 +251,8 @@ StepFinding newToken(SetupState& state, const std::string& computerName, const s
 }  // namespace
 
 StepFinding findDailyToken(SetupState& state) {
+    // A token this run made already (the step is looking again after a passing fault) is the one to use.
+    if (state.isNewDailyToken && state.dailyToken) return keptToken(state, *state.dailyToken, thisComputersToken, true);
     return std::visit(
         [&](const auto& source) -> StepFinding {
             using Source = std::decay_t<decltype(source)>;
