@@ -10,15 +10,10 @@
 //   { currentTime, afterSeek, duration, loadMode, textTracks, errors,
 //     mediaHost, responses: { <host>: { <status>: count } }, mediaPartial, screenshots }
 import { X509Certificate, createHash } from 'node:crypto';
-import { createRequire } from 'node:module';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
-import { fileURLToPath } from 'node:url';
-
-const here = path.dirname(fileURLToPath(import.meta.url));
-const require = createRequire(path.resolve(here, '../../tools/node_modules/noop.js'));
-const { chromium } = require('playwright-core');
+import { launchChromium } from './chromium.mjs';
 
 const [pageURL, edge, caFile, chromiumPath, outputFolder] = process.argv.slice(2);
 if (!pageURL || !edge || !caFile || !chromiumPath || !outputFolder) {
@@ -97,17 +92,9 @@ const profile = fs.mkdtempSync(path.join(os.tmpdir(), 'vorlen-page-'));
 let browser;
 try {
   fs.mkdirSync(outputFolder, { recursive: true });
-  browser = await chromium.launch({
-    executablePath: chromiumPath,
-    headless: true,
-    env: { ...process.env, XDG_CONFIG_HOME: profile, XDG_CACHE_HOME: profile },
-    args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-      '--disable-component-update', '--disable-sync', '--autoplay-policy=no-user-gesture-required',
-      // Every name goes to the edge, so that nothing leaves the machine; the edge
-      // answers a name it does not serve with 403.
-      `--host-resolver-rules=MAP * ${edge}, EXCLUDE localhost, EXCLUDE 127.0.0.1`,
-      `--ignore-certificate-errors-spki-list=${publicKeyHashes(caFile).join(',')}`],
-  });
+  // Every name goes to the edge, which answers a name it does not serve with 403.
+  browser = await launchChromium(chromiumPath, profile, `MAP * ${edge}, EXCLUDE localhost, EXCLUDE 127.0.0.1`,
+    [`--ignore-certificate-errors-spki-list=${publicKeyHashes(caFile).join(',')}`]);
 
   const responses = {};
   const errors = [];
