@@ -34,7 +34,6 @@ done
 
 "${setup[@]}" > "$work/final" 2>&1 || { cat "$work/final" >&2; exit 1; }
 grep -q 'Site settings: ' "$work/final"
-if grep -qE '^(failed|needsDashboard|toDo|running) ' "$work/final"; then cat "$work/final" >&2; exit 1; fi
 
 tokens=$(curl -sf "$control/state" | python3 -c '
 import json, sys
@@ -44,4 +43,15 @@ if [[ $tokens != 1 ]]; then echo "the account holds $tokens tokens of this compu
 # A second run finds everything in place.
 "${setup[@]}" > "$work/again" 2>&1
 [[ $(grep -c '^alreadyInPlace ' "$work/again") == 12 ]]
+
+# Neither the setup token nor the computer's token shows in any output, log or settings file.
+r2_token_value=$(python3 -c '
+import json, sys
+print(json.loads(next(iter(json.load(open(sys.argv[1])).values())))["token"])' "$home/data/vorlen/secrets.json")
+[[ -n $r2_token_value ]]
+for secret in "$VORLEN_CLOUDFLARE_TOKEN" "$r2_token_value"; do
+  if grep -rlF -- "$secret" "$work"/round* "$work/final" "$work/again" "$home/state" "$home/config"; then
+    echo "a token value leaked into the files above" >&2; exit 1
+  fi
+done
 echo "setup_killed: ok"
