@@ -70,7 +70,7 @@ grep -q "^HLS:   https://$media_host/harbour-at-dawn/master.m3u8\$" "$work/publi
 
 # Both pages play in their own player, with the media in byte ranges from the media
 # host and the subtitle tracks (languages, space-separated) that were published.
-mkdir -p "$screenshots"
+rm -rf "$screenshots" && mkdir -p "$screenshots"
 play_page() {
   node "$source_dir/testing/player/playPage.mjs" "$1" "$edge" "$ca" "$chromium" "$screenshots" > "$2"
   python3 - "$2" "$media_host" "$3" <<'EOF'
