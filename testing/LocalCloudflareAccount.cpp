@@ -49,6 +49,8 @@ LocalCloudflareAccount::LocalCloudflareAccount() : session_(std::make_shared<Htt
         else if (name == "account") accountID_ = value;
         else if (name == "token") setupToken_ = APIToken{value};
         else if (name == "control") control_ = value;
+        else if (name == "edge") edge_ = value;
+        else if (name == "ca") edgeAuthority_ = value;
         else if (name == "zone") zones_[value.substr(0, value.find(' '))] = value.substr(value.find(' ') + 1);
     }
     if (api_.empty() || control_.empty() || accountID_.empty() || setupToken_.value.empty())
