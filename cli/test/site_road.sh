@@ -87,6 +87,17 @@ if problems: sys.exit(f"{sys.argv[1]}: " + "; ".join(problems) + f"\n{json.dumps
 EOF
 }
 play_page "$public_page" "$work/played-public" fr
+
+# A custom template: the next page rendered is the person's own, and its player plays.
+cat > "$work/template.html" <<'EOF'
+<!doctype html>
+<html lang="en"><head><meta charset="utf-8">{{head}}<title>{{title}} at the Harbour Cinema</title></head>
+<body><header id="harbour-cinema">Harbour Cinema</header><main>{{player}}</main><footer>{{site}}</footer></body></html>
+EOF
+"$vorlen" template set "$work/template.html" > "$work/template" 2>&1 || { cat "$work/template" >&2; exit 1; }
+curl -s --connect-to "$page_host:443:$edge" --cacert "$ca" "$unlisted_page" > "$work/unlisted.html"
+grep -q '<header id="harbour-cinema">Harbour Cinema</header>' "$work/unlisted.html"
+grep -q '<title>Night Crossing at the Harbour Cinema</title>' "$work/unlisted.html"
 play_page "$unlisted_page" "$work/played-unlisted" ""
 
 # The home page is off until the site makes it public, so it is not found.
@@ -134,7 +145,7 @@ state = json.load(open(sys.argv[1]))
 print(next(t["value"] for t in state["tokens"] if t["name"] == "Vorlen \u2013 road"))' "$account_dir/state.json")
 r2_secret=$(printf %s "$r2_token" | sha256sum | cut -d' ' -f1)
 test -n "$r2_token"
-if grep -rqF -e "$setup_token" -e "$r2_token" -e "$r2_secret" "$work"/{setup,published,unlisted,played-public,played-unlisted,check,setup-again} \
+if grep -rqF -e "$setup_token" -e "$r2_token" -e "$r2_secret" "$work"/{setup,published,unlisted,played-public,played-unlisted,template,check,setup-again} \
     "$home/config" "$home/state"; then
   echo "a token or secret key leaked into an output, a log or the settings" >&2
   exit 1
