@@ -261,8 +261,10 @@ StepFinding findDailyToken(SetupState& state) {
             } else if constexpr (std::is_same_v<Source, DailyTokenSource::Pasted>) {
                 const VerifiedToken verified = state.api.withToken(source.token).verifyToken(state.request.accountID);
                 DailyToken pasted{s3Credentials(verified.id, source.token), source.token};
+                StepFinding found = keptToken(state, pasted, "The pasted token", true);
+                // Kept once it has shown that it reads the bucket.
                 if (!state.isCheck && state.onNewDailyToken) state.onNewDailyToken(pasted);
-                return keptToken(state, pasted, "The pasted token", true);
+                return found;
             } else if constexpr (std::is_same_v<Source, DailyTokenSource::Create>) {
                 return newToken(state, source.computerName, std::nullopt);
             } else {

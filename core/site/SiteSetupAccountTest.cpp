@@ -283,6 +283,47 @@ TEST_F(SiteSetupAccountTest, ATokenMadeByTheRunIsKeptWhenALaterStepFails) {
     EXPECT_TRUE(std::any_of(tokens.begin(), tokens.end(), [&](const auto& token) { return token.id == keptTokens[0].tokenID(); }));
 }
 
+TEST_F(SiteSetupAccountTest, ASetupTokenThatCannotMakeTokensAsksForOneMadeInTheDashboard) {
+    // The setup token's permissions without "Account API Tokens Write", over every zone by its id.
+    std::vector<TokenPolicy> policies;
+    for (const auto& token : account.state()["tokens"])
+        if (token.value("setup", false))
+            for (const auto& policy : token["policies"]) {
+                TokenPolicy limited;
+                for (const auto& group : policy["permission_groups"])
+                    if (group["name"] != "Account API Tokens Write") limited.permissionGroupIDs.push_back(group["id"]);
+                if (policy["resources"].begin().value().is_object()) {
+                    for (const auto& [name, id] : account.zones()) limited.resources["com.cloudflare.api.account.zone." + id] = "*";
+                } else {
+                    limited.resources["com.cloudflare.api.account." + account.accountID()] = "*";
+                }
+                policies.push_back(limited);
+            }
+    const IssuedToken limitedToken = api.createToken(account.accountID(), "setup without tokens " + suffix, policies);
+    const CloudflareAPI limited = api.withToken(limitedToken.value);
+
+    auto site = request();
+    const SetupReport asked = SiteSetup(limited, site, options()).run({}, [this](const DailyToken& token) { keptTokens.push_back(token); });
+    ASSERT_NE(asked.stoppedAt(), nullptr);
+    EXPECT_EQ(asked.stoppedAt()->step, SetupStep::dailyToken);
+    const auto& task = std::get<SetupStatus::NeedsDashboard>(asked.status(SetupStep::dailyToken).value).task;
+    ASSERT_TRUE(std::holds_alternative<DashboardTask::CreateDailyToken>(task.kind));
+    EXPECT_EQ(task.url.rfind(fmt::format("https://dash.example.test/{}/r2/api-tokens/create?", account.accountID()), 0), 0u);
+    EXPECT_NE(task.message.find(site.bucket), std::string::npos);
+    EXPECT_TRUE(keptTokens.empty());
+
+    // The person makes the R2 API Token in the dashboard and pastes it: it is kept once it reads the bucket.
+    const DailyToken made = DailyTokens{api, account.accountID(), site.bucket, site.mediaHost.zone.id}.makeForComputer("dashboard " + suffix);
+    site.dailyToken = {DailyTokenSource::Pasted{*made.value}};
+    const SetupReport completed = SiteSetup(limited, site, options()).run({}, [this](const DailyToken& token) { keptTokens.push_back(token); });
+    EXPECT_EQ(completed.stoppedAt(), nullptr) << completed.stoppedAt()->status.text();
+    EXPECT_EQ(completed.status(SetupStep::dailyToken).text(),
+              fmt::format("The pasted token (ID {}) can read the bucket \u201c{}\u201d.", made.tokenID(), site.bucket));
+    ASSERT_EQ(keptTokens.size(), 1u);
+    EXPECT_EQ(keptTokens[0].tokenID(), made.tokenID());
+    api.revokeToken(account.accountID(), limitedToken.id);
+}
+
 TEST_F(SiteSetupAccountTest, ASetupCompletesWhileTheAccountFailsOneRequestInTen) {
     account.clearRequests();
     account.setFaults({{"share", 0.1}, {"retryAfter", 0}});
