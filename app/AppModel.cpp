@@ -114,6 +114,106 @@ SiteID AppModel::addSite(const SiteSummary& site, const R2Credentials& credentia
     return id;
 }
 
+SetupService& AppModel::setupService() const {
+    if (!services_.setup) throw VorlenError::config("This program has no setup service.");
+    return *services_.setup;
+}
+
+namespace {
+
+// This computer's token as the site's credential store keeps it.
+std::optional<DailyToken> storedDailyToken(const std::optional<R2Credentials>& credentials) {
+    if (!credentials) return std::nullopt;
+    DailyToken token{S3Credentials{credentials->accessKeyID, credentials->secretAccessKey}, std::nullopt};
+    if (credentials->token) token.value = APIToken{*credentials->token};
+    return token;
+}
+
+}  // namespace
+
+SetupPlan AppModel::planSetup(const SetupChoice& choice) {
+    SetupPlan plan;
+    SiteSetupRequest& request = plan.request;
+    request.accountID = choice.accountID;
+    request.bucket = choice.bucket;
+    request.locationHint = choice.locationHint;
+    request.mediaHost = choice.mediaHost;
+    request.pageHost = choice.pageHost;
+    request.path = choice.path;
+    request.siteTemplate = choice.siteTemplate;
+    request.dailyToken = {DailyTokenSource::Create{choice.computerName}};
+    request.validate();
+    request.workerBundle = setupService().workerBundle();
+
+    const LocalSite* existing = nullptr;
+    for (const auto& site : settings_.sites)
+        if (site.settings.accountID == choice.accountID && site.settings.bucket == choice.bucket) existing = &site;
+    if (existing) {
+        plan.site = existing->id;
+    } else {
+        plan.site = uniqueID(choice.bucket);
+        plan.isNewSite = true;
+        SiteSummary summary;
+        summary.accountID = choice.accountID;
+        summary.bucket = choice.bucket;
+        summary.folderPath = SiteFolder::normalisedPath(choice.path);
+        summary.mediaHost = choice.mediaHost.hostname;
+        summary.pageHost = choice.pageHost.hostname;
+        summary.mediaZoneID = choice.mediaHost.zone.id;
+        settings_.sites.push_back(
+            LocalSite{plan.site, summary, VideoVisibility::publicVideo, std::nullopt, settings_.defaultUploadLimit});
+    }
+    settings_.unfinishedSetup = plan.site;
+    save();
+
+    const auto stored = storedDailyToken(CredentialStore(services_.secrets, SiteStorage(plan.site).credentialsItem).read());
+    if (choice.pastedToken) request.dailyToken = {DailyTokenSource::Pasted{*choice.pastedToken}};
+    else if (stored && choice.replacesToken) request.dailyToken = {DailyTokenSource::Replace{*stored, choice.computerName}};
+    else if (stored) request.dailyToken = {DailyTokenSource::Stored{*stored}};
+    return plan;
+}
+
+SetupPlan AppModel::planCheck(const SiteID& id, const APIToken& token, const std::string& computerName) const {
+    const LocalSite& local = site(id);
+    const SiteSummary& summary = local.settings;
+    if (summary.isLocal() || summary.s3Endpoint)
+        throw VorlenError::config(fmt::format("The site “{}” is not in a Cloudflare account.", id.value));
+    SetupPlan plan{id, false, {}};
+    SiteSetupRequest& request = plan.request;
+    request.accountID = summary.accountID;
+    request.bucket = summary.bucket;
+    request.mediaHost = setupService().siteHostname(token, summary.accountID, summary.mediaHost.name);
+    request.pageHost = setupService().siteHostname(token, summary.accountID, summary.pageHost.name);
+    request.path = summary.folderPath;
+    request.workerBundle = setupService().workerBundle();
+    const auto stored = storedDailyToken(CredentialStore(services_.secrets, SiteStorage(id).credentialsItem).read());
+    if (stored) request.dailyToken = {DailyTokenSource::Stored{*stored}};
+    else request.dailyToken = {DailyTokenSource::Create{computerName}};
+    return plan;
+}
+
+SiteSetup::NewTokenCallback AppModel::dailyTokenSaver(const SiteID& id) const {
+    return [store = CredentialStore(services_.secrets, SiteStorage(id).credentialsItem)](const DailyToken& token) mutable {
+        R2Credentials credentials{token.tokenID(), token.credentials.accessKeyID, token.credentials.secretAccessKey,
+                                  std::nullopt};
+        if (token.value) credentials.token = token.value->value;
+        store.save(credentials);
+    };
+}
+
+void AppModel::finishSetup(const SetupPlan& plan, const SetupReport& report) {
+    const bool complete = std::all_of(report.steps.begin(), report.steps.end(), [](const SetupStepReport& step) {
+        return step.status.is<SetupStatus::Done>() || step.status.is<SetupStatus::AlreadyInPlace>();
+    });
+    if (!complete || !report.siteSettings) return;
+    for (auto& site : settings_.sites)
+        if (site.id == plan.site)
+            site.settings = SiteSummary::from(*report.siteSettings, plan.request.accountID, plan.request.bucket);
+    if (settings_.unfinishedSetup == plan.site) settings_.unfinishedSetup.reset();
+    save();
+    log().info("Set up the site {}.", plan.site.value);
+}
+
 void AppModel::removeSite(const SiteID& id) {
     site(id);
     if (auto found = workspaces_.find(id); found != workspaces_.end()) {

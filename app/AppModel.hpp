@@ -74,7 +74,7 @@ public:
         // Where Cloudflare and R2 are; tests point them at local stand-ins.
         Endpoints endpoints{};
         // The setup run and its questions to Cloudflare.
-        std::shared_ptr<SetupService> setup;
+        std::shared_ptr<SetupService> setup{};
     };
 
     AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing = WorkspaceTiming());

@@ -1,6 +1,7 @@
 #include "app/CoreServices.hpp"
 
 #include "app/CorePublishService.hpp"
+#include "app/CoreSetupService.hpp"
 #include "app/SiteStorage.hpp"
 #include "core/publish/SoftwareEncoder.hpp"
 
@@ -17,7 +18,9 @@ AppModel::Services coreServices(const LocalSettingsStore& store, std::function<v
                                   pipeline.encoder = std::make_shared<SoftwareEncoder>(speed);
                                   return std::make_shared<CorePublishService>(pipeline);
                               },
-                              VORLEN_VERSION, endpoints};
+                              VORLEN_VERSION, endpoints,
+                              std::make_shared<CoreSetupService>(endpoints, std::make_shared<HttpClient>(),
+                                                                 bundledWorkerDirectory())};
 }
 
 }  // namespace vorlen::app

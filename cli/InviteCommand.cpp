@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <iostream>
 
 #include <fmt/format.h>
@@ -6,33 +5,13 @@
 #include "app/SiteCollaborators.hpp"
 #include "cli/AppContext.hpp"
 #include "cli/Commands.hpp"
+#include "cli/SetupToken.hpp"
 #include "cli/Terminal.hpp"
 #include "core/base/VorlenError.hpp"
 
 namespace vorlen::cli {
 
 namespace {
-
-app::SiteID chosenSite(app::AppModel& model, const std::optional<std::string>& site) {
-    if (site) return model.site(app::SiteID{*site}).id;
-    if (auto current = model.currentSite()) return *current;
-    throw VorlenError::config("There is no site on this computer yet. Join one with `vorlen sites join`.");
-}
-
-// The setup token is never an argument: it comes from VORLEN_CLOUDFLARE_TOKEN, else
-// from the sealed store of the site (asking for its passphrase), else from the terminal.
-APIToken setupToken(app::AppModel& model, const app::SiteID& site, app::SetupTokenPurpose purpose) {
-    if (const char* value = std::getenv("VORLEN_CLOUDFLARE_TOKEN"); value && *value) return APIToken{value};
-    auto store = model.setupTokens(site, [](const app::PassphraseRequest& request) {
-        return readSecretLine(fmt::format("To {}, give the passphrase of its sealed copy: ", request.reason));
-    });
-    if (store.hasToken())
-        if (auto token = store.token(purpose)) return APIToken{*token};
-    auto typed = readSecretLine(fmt::format("To {}, paste the token (it is not shown): ", app::reason(purpose)));
-    if (!typed || typed->empty())
-        throw VorlenError::config("Give the Cloudflare Account API Token in VORLEN_CLOUDFLARE_TOKEN or on the terminal.");
-    return APIToken{*typed};
-}
 
 app::SiteCollaborators collaborators(AppContext& context, const std::optional<std::string>& siteOption,
                                      app::SetupTokenPurpose purpose) {

@@ -10,6 +10,7 @@ void registerPreviewCommand(CommandRegistry& registry);
 void registerSitesCommand(CommandRegistry& registry);
 void registerSettingsCommand(CommandRegistry& registry);
 void registerInviteCommands(CommandRegistry& registry);
+void registerSetupCommands(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
@@ -17,6 +18,7 @@ void registerCommands(CommandRegistry& registry) {
     registerPreviewCommand(registry);
     registerSitesCommand(registry);
     registerSettingsCommand(registry);
+    registerSetupCommands(registry);
     registerInviteCommands(registry);
     registerInspectCommand(registry);
     registerBuildCommand(registry);

@@ -35,6 +35,12 @@ public:
                   RetryPolicy retryPolicy = {});
 
     const std::string& baseURL() const { return baseURL_; }
+    // The same client working with another token (a pasted one, to verify it).
+    CloudflareAPI withToken(APIToken token) const {
+        CloudflareAPI other = *this;
+        other.token_ = std::move(token);
+        return other;
+    }
 
     // The three families of call. Each retries as the request allows: an
     // idempotent one on any transient failure, any other only on a 429 whose

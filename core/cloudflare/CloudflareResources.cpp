@@ -25,6 +25,13 @@ std::string rawValue(R2LocationHint hint) {
     return "";
 }
 
+std::optional<R2LocationHint> r2LocationHintFromRawValue(std::string_view text) {
+    for (auto hint : {R2LocationHint::asiaPacific, R2LocationHint::easternEurope, R2LocationHint::easternNorthAmerica,
+                      R2LocationHint::westernEurope, R2LocationHint::westernNorthAmerica, R2LocationHint::oceania})
+        if (rawValue(hint) == text) return hint;
+    return std::nullopt;
+}
+
 std::string rawValue(RulesetPhase phase) {
     return phase == RulesetPhase::firewallCustom ? "http_request_firewall_custom" : "http_request_cache_settings";
 }

@@ -82,6 +82,7 @@ enum class R2LocationHint { asiaPacific, easternEurope, easternNorthAmerica, wes
 
 // "apac", "eeur", "enam", "weur", "wnam", "oc".
 std::string rawValue(R2LocationHint hint);
+std::optional<R2LocationHint> r2LocationHintFromRawValue(std::string_view text);
 
 struct R2CustomDomain {
     struct Status {
