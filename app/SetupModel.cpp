@@ -10,37 +10,16 @@
 
 #include "core/base/Text.hpp"
 #include "core/base/VorlenError.hpp"
-#include "core/cloudflare/CloudflareError.hpp"
 
 namespace vorlen::app {
 
-namespace SetupWords {
-
-std::string tokenRefused(const std::string& failure) {
-    return fmt::format("Cloudflare refused the token. Check that you copied the complete token value. ({})", failure);
-}
-
-std::string notActive(const std::string& status) {
+std::string SetupWords::notActive(const std::string& status) {
     return fmt::format("The Cloudflare Account API Token is {}, not active.", status);
 }
 
-std::string unreadableSettings(const std::string& failure) {
-    return fmt::format("Vorlen cannot read the settings of this bucket. Try again, or choose a different bucket. ({})",
-                       failure);
-}
-
-std::string zoneNotConfigurable(const std::string& host) {
-    return fmt::format(
-        "The Cloudflare Account API Token cannot configure the domain of {}. Change the token in the dashboard, or "
-        "choose a different bucket.",
-        host);
-}
-
-}  // namespace SetupWords
-
 std::string defaultComputerName() {
     std::array<char, 256> name{};
-    if (::gethostname(name.data(), name.size() - 1) != 0) return "";
+    if (::gethostname(name.data(), name.size() - 1) != 0 || !name[0]) return "this computer";
     return name.data();
 }
 
@@ -53,55 +32,18 @@ bool looksLikeToken(const std::string& text) {
     });
 }
 
-// The core says so when a file has a version beyond the one this program reads.
-bool isNewerFile(const VorlenError& error) {
-    return error.is<failure::Metadata>() && error.text().find("from a newer version of Vorlen") != std::string::npos;
-}
-
-// What the token's first check found, in the screens' words: a server in trouble
-// or a lost connection says nothing about the token.
-std::string tokenCheckWords(const std::exception_ptr& failure) {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const CloudflareError& error) {
-        return error.isTransient() ? error.description() : SetupWords::tokenRefused(error.description());
-    } catch (const VorlenError& error) {
-        return SetupWords::tokenRefused(error.text());
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-}
-
-std::string accountWords(const std::exception_ptr& failure) {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const CloudflareError& error) {
-        return error.has(CloudflareError::Code::r2NotEnabled) ? SetupWords::r2Off : error.description();
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-}
-
-std::string bucketSettingsWords(const std::exception_ptr& failure) {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const VorlenError& error) {
-        return isNewerFile(error) ? SetupWords::newerSettings : SetupWords::unreadableSettings(error.text());
-    } catch (const std::exception& error) {
-        return SetupWords::unreadableSettings(error.what());
-    }
-}
-
-template <class Item>
-bool containsWhere(const std::vector<Item>& items, const std::function<bool(const Item&)>& test) {
-    return std::any_of(items.begin(), items.end(), test);
+SetupRun pendingRun(bool isCheck) {
+    SetupRun run;
+    run.isCheck = isCheck;
+    for (SetupStep step : allSetupSteps) run.rows.push_back(SetupRow{step, SetupStatus{SetupStatus::Pending{}}, std::nullopt});
+    return run;
 }
 
 }  // namespace
 
 const DashboardTask* SetupRun::dashboardTask() const {
     for (const auto& row : rows)
-        if (auto* waiting = std::get_if<SetupStatus::NeedsDashboard>(&row.status.value)) return &waiting->task;
+        if (const auto* waiting = std::get_if<SetupStatus::NeedsDashboard>(&row.status.value)) return &waiting->task;
     return nullptr;
 }
 
@@ -134,10 +76,12 @@ std::shared_ptr<SetupModel> SetupModel::setUp(const SetupService& service, Host 
 }
 
 std::shared_ptr<SetupModel> SetupModel::check(const SetupService& service, Host host, MainQueue& mainQueue,
-                                              SetupPlan plan, APIToken token, std::function<void()> onChange) {
+                                              std::function<SetupPlan()> plan, APIToken token,
+                                              std::function<void()> onChange) {
     std::shared_ptr<SetupModel> model(new SetupModel(service, std::move(host), mainQueue, std::move(onChange)));
     model->token_ = std::move(token);
-    model->start(plan, true);
+    model->checkPlan_ = std::move(plan);
+    model->start(model->checkPlan_, true);
     return model;
 }
 
@@ -167,8 +111,6 @@ SetupModel::Reply SetupModel::newReply() {
         });
     };
 }
-
-void SetupModel::launch(std::function<Apply()> work) { launch(std::move(work), newReply()); }
 
 void SetupModel::launch(std::function<Apply()> work, Reply reply) {
     task_.reset();
@@ -217,25 +159,21 @@ void SetupModel::submitToken() {
             return [checked](SetupModel& model) {
                 auto& entry = model.current<TokenEntry>();
                 entry.isChecking = false;
-                if (checked.token.kind == VerifiedToken::Kind::user)
-                    entry.problem = SetupWords::userToken;
-                else if (checked.token.status != "active")
-                    entry.problem = SetupWords::notActive(checked.token.status);
-                else if (checked.accounts.empty())
-                    entry.problem = SetupWords::noAccount;
+                if (checked.token.status != "active") entry.problem = SetupWords::notActive(checked.token.status);
+                else if (checked.accounts.empty()) entry.problem = SetupWords::noAccount;
                 if (entry.problem) return model.changed();
                 auto choice = *model.choice_;
                 choice.accounts = checked.accounts;
-                const bool stillThere = containsWhere<CloudflareAccount>(
-                    checked.accounts, [&](const CloudflareAccount& account) { return account.id == choice.accountID; });
+                const bool stillThere = std::any_of(checked.accounts.begin(), checked.accounts.end(),
+                                                    [&](const CloudflareAccount& account) { return account.id == choice.accountID; });
                 if (!stillThere) choice.accountID = checked.accounts.front().id;
                 model.stage_ = std::move(choice);
                 model.loadAccount();
             };
         } catch (const Cancelled&) {
             throw;
-        } catch (...) {
-            return [words = tokenCheckWords(std::current_exception())](SetupModel& model) {
+        } catch (const std::exception& error) {
+            return [words = std::string(error.what())](SetupModel& model) {
                 auto& entry = model.current<TokenEntry>();
                 entry.isChecking = false;
                 entry.problem = words;
@@ -268,13 +206,12 @@ void SetupModel::loadAccount() {
                 auto& choice = model.current<SiteChoice>();
                 choice.isBusy = false;
                 choice.offered = offered;
-                if (offered.zones.empty()) choice.problem = SetupWords::noConfigurableDomain;
                 model.changed();
             };
         } catch (const Cancelled&) {
             throw;
-        } catch (...) {
-            return [words = accountWords(std::current_exception())](SetupModel& model) {
+        } catch (const std::exception& error) {
+            return [words = std::string(error.what())](SetupModel& model) {
                 auto& choice = model.current<SiteChoice>();
                 choice.isBusy = false;
                 choice.problem = words;
@@ -287,7 +224,7 @@ void SetupModel::loadAccount() {
 void SetupModel::useNewBucket(const std::string& name, std::optional<R2LocationHint> locationHint) {
     auto* choice = at<SiteChoice>();
     if (!choice) return;
-    // A bucket's settings being read no longer count.
+    // The settings of a bucket still being read no longer count.
     if (choice->bucketKind == SiteChoice::BucketKind::existingBucket && choice->isBusy) {
         ++generation_;
         choice->isBusy = false;
@@ -302,18 +239,17 @@ void SetupModel::useNewBucket(const std::string& name, std::optional<R2LocationH
 }
 
 void SetupModel::useExistingBucket(const std::string& name) {
-    auto* found = at<SiteChoice>();
-    if (!found) return;
-    auto& choice = *found;
-    choice.bucketKind = SiteChoice::BucketKind::existingBucket;
-    choice.bucket = name;
-    choice.locationHint.reset();
-    choice.existingSettings.reset();
-    choice.isBucketRead = false;
-    choice.isBusy = true;
-    choice.problem.reset();
+    auto* choice = at<SiteChoice>();
+    if (!choice) return;
+    choice->bucketKind = SiteChoice::BucketKind::existingBucket;
+    choice->bucket = name;
+    choice->locationHint.reset();
+    choice->existingSettings.reset();
+    choice->isBucketRead = false;
+    choice->isBusy = true;
+    choice->problem.reset();
     changed();
-    launch([&service = service_, token = token_, accountID = choice.accountID, name]() -> Apply {
+    launch([&service = service_, token = token_, accountID = choice->accountID, name]() -> Apply {
         try {
             auto settings = service.bucketSettings(token, accountID, name);
             return [settings](SetupModel& model) {
@@ -331,8 +267,8 @@ void SetupModel::useExistingBucket(const std::string& name) {
             };
         } catch (const Cancelled&) {
             throw;
-        } catch (...) {
-            return [words = bucketSettingsWords(std::current_exception())](SetupModel& model) {
+        } catch (const std::exception& error) {
+            return [words = std::string(error.what())](SetupModel& model) {
                 auto& choice = model.current<SiteChoice>();
                 choice.isBusy = false;
                 choice.problem = words;
@@ -354,16 +290,17 @@ void SetupModel::confirmChoice() {
     auto* found = at<SiteChoice>();
     if (!found || found->isBusy || !found->offered) return;
     auto& choice = *found;
+    // The settings of an existing bucket must be read first; a failed read is tried again.
     if (choice.bucketKind == SiteChoice::BucketKind::existingBucket && !choice.isBucketRead)
         return useExistingBucket(choice.bucket);
     const auto fail = [&](std::string words) {
         choice.problem = std::move(words);
         changed();
     };
-    if (choice.offered->zones.empty()) return fail(SetupWords::noConfigurableDomain);
     const std::string bucket = trimmed(choice.bucket);
+    const auto& buckets = choice.offered->buckets;
     if (choice.bucketKind == SiteChoice::BucketKind::newBucket &&
-        containsWhere<R2Bucket>(choice.offered->buckets, [&](const R2Bucket& existing) { return existing.name == bucket; }))
+        std::any_of(buckets.begin(), buckets.end(), [&](const R2Bucket& existing) { return existing.name == bucket; }))
         return fail(SetupWords::bucketExists);
     std::optional<Hostname> media, page;
     try {
@@ -374,33 +311,25 @@ void SetupModel::confirmChoice() {
     }
     if (*media == *page) return fail(SetupWords::sameHost);
 
-    SetupChoice wanted{choice.accountID, bucket, choice.locationHint, {}, {}, trimmed(choice.path), std::nullopt,
-                       trimmed(choice.computerName), std::nullopt, false};
+    SetupChoice wanted;
+    wanted.accountID = choice.accountID;
+    wanted.bucket = bucket;
+    wanted.locationHint = choice.locationHint;
+    wanted.path = trimmed(choice.path);
+    wanted.computerName = trimmed(choice.computerName);
     if (choice.existingSettings) wanted.siteTemplate = choice.existingSettings->siteTemplate;
     choice.isBusy = true;
     choice.problem.reset();
     changed();
-    launch([&service = service_, token = token_, zones = choice.offered->zones, wanted, media = *media,
-            page = *page]() mutable -> Apply {
+    launch([&service = service_, token = token_, wanted, media = media->name, page = page->name]() mutable -> Apply {
         try {
-            for (auto [host, into] : {std::pair{&media, &wanted.mediaHost}, {&page, &wanted.pageHost}}) {
-                *into = service.siteHostname(token, wanted.accountID, host->name);
-                const bool configurable = containsWhere<CloudflareZone>(
-                    zones, [&](const CloudflareZone& zone) { return zone.id == into->zone.id; });
-                if (!configurable) throw VorlenError::config(SetupWords::zoneNotConfigurable(host->name));
-            }
+            wanted.mediaHost = service.siteHostname(token, wanted.accountID, media);
+            wanted.pageHost = service.siteHostname(token, wanted.accountID, page);
             return [wanted](SetupModel& model) {
                 auto& choice = model.current<SiteChoice>();
                 choice.isBusy = false;
                 model.choice_ = choice;
-                SetupPlan plan;
-                try {
-                    plan = model.host_.plan(wanted);
-                } catch (const std::exception& error) {
-                    choice.problem = error.what();
-                    return model.changed();
-                }
-                model.start(plan, false);
+                model.plan(wanted);
             };
         } catch (const Cancelled&) {
             throw;
@@ -415,12 +344,23 @@ void SetupModel::confirmChoice() {
     });
 }
 
-void SetupModel::start(const SetupPlan& plan, bool isCheck) {
-    plan_ = plan;
-    SetupRun run;
-    run.isCheck = isCheck;
-    for (SetupStep step : allSetupSteps) run.rows.push_back(SetupRow{step, SetupStatus{SetupStatus::Pending{}}, std::nullopt});
-    stage_ = std::move(run);
+void SetupModel::plan(const SetupChoice& wanted) {
+    SetupPlan planned;
+    try {
+        planned = host_.plan(wanted);
+    } catch (const std::exception& error) {
+        // A plan that is refused leaves the person where they chose.
+        if (!at<SiteChoice>()) stage_ = *choice_;
+        current<SiteChoice>().problem = error.what();
+        return changed();
+    }
+    wanted_ = wanted;
+    plan_ = planned;
+    start([planned] { return planned; }, false);
+}
+
+void SetupModel::start(std::function<SetupPlan()> plan, bool isCheck) {
+    stage_ = pendingRun(isCheck);
     host_.setRunning(true);
     changed();
 
@@ -431,24 +371,25 @@ void SetupModel::start(const SetupPlan& plan, bool isCheck) {
     SiteSetup::ProgressCallback progress = [reply](SetupStep step, const std::string& text) {
         reply([step, text](SetupModel& model) { model.showProgress(step, text); });
     };
-    SiteSetup::NewTokenCallback saveToken = isCheck ? SiteSetup::NewTokenCallback() : host_.tokenSaver(plan.site);
+    SiteSetup::NewTokenCallback saveToken = isCheck ? SiteSetup::NewTokenCallback() : host_.tokenSaver(plan_->site);
     launch(
-        [&service = service_, token = token_, request = plan.request, isCheck, report, progress, saveToken]() -> Apply {
-        try {
-            auto result = isCheck ? service.check(token, request, report, progress)
-                                  : service.run(token, request, report, saveToken, progress);
-            return [result](SetupModel& model) { model.ended(result); };
-        } catch (const Cancelled&) {
-            throw;
-        } catch (const std::exception& error) {
-            return [words = std::string(error.what())](SetupModel& model) { model.failedBeforeSteps(words); };
-        }
-    }, reply);
+        [&service = service_, token = token_, plan = std::move(plan), isCheck, report, progress, saveToken]() -> Apply {
+            try {
+                const SetupPlan planned = plan();
+                auto result = isCheck ? service.check(token, planned.request, report, progress)
+                                      : service.run(token, planned.request, report, saveToken, progress);
+                return [planned, result](SetupModel& model) { model.ended(planned, result); };
+            } catch (const Cancelled&) {
+                throw;
+            } catch (const std::exception& error) {
+                return [words = std::string(error.what())](SetupModel& model) { model.failedBeforeSteps(words); };
+            }
+        },
+        reply);
 }
 
 void SetupModel::applyReport(const SetupStepReport& report) {
-    auto& run = current<SetupRun>();
-    for (auto& row : run.rows)
+    for (auto& row : current<SetupRun>().rows)
         if (row.step == report.step) {
             row.status = report.status;
             row.progress.reset();
@@ -462,25 +403,25 @@ void SetupModel::showProgress(SetupStep step, const std::string& text) {
     changed();
 }
 
-void SetupModel::ended(const SetupReport& report) {
+void SetupModel::ended(const SetupPlan& plan, const SetupReport& report) {
+    plan_ = plan;
     auto& run = current<SetupRun>();
-    for (const auto& stepReport : report.steps) {
+    for (const auto& stepReport : report.steps)
         for (auto& row : run.rows)
             if (row.step == stepReport.step) row.status = stepReport.status;
-    }
     for (auto& row : run.rows) row.progress.reset();
     run.isRunning = false;
     host_.setRunning(false);
     if (!run.isCheck) {
         try {
-            host_.finish(*plan_, report);
+            host_.finish(plan, report);
         } catch (const std::exception& error) {
             run.problem = error.what();
         }
     }
     const DashboardTask* task = run.dashboardTask();
     const auto* tokenTask = task ? std::get_if<DashboardTask::CreateDailyToken>(&task->kind) : nullptr;
-    if (tokenTask && mode_ == TokenMode::manual && !run.isCheck)
+    if (tokenTask && mode_ == TokenMode::manual && wanted_)
         stage_ = ManualTokenEntry{tokenTask->request, task->message, std::nullopt};
     changed();
 }
@@ -495,14 +436,15 @@ void SetupModel::failedBeforeSteps(const std::string& words) {
 
 void SetupModel::runAgain() {
     const auto* run = as<SetupRun>();
-    if (!run || run->isRunning || !plan_) return;
-    start(*plan_, run->isCheck);
+    if (!run || run->isRunning) return;
+    if (run->isCheck) return start(checkPlan_, true);
+    if (plan_) start([plan = *plan_] { return plan; }, false);
 }
 
 void SetupModel::repair() {
     const auto* run = as<SetupRun>();
     if (!run || run->isRunning || !run->isCheck || !plan_) return;
-    start(*plan_, false);
+    start([plan = *plan_] { return plan; }, false);
 }
 
 void SetupModel::submitManualToken(const std::string& text) {
@@ -513,17 +455,17 @@ void SetupModel::submitManualToken(const std::string& text) {
         entry->problem = SetupWords::notAToken;
         return changed();
     }
-    plan_->request.dailyToken = DailyTokenSource{DailyTokenSource::Pasted{APIToken{value}}};
-    start(*plan_, false);
+    SetupChoice wanted = *wanted_;
+    wanted.pastedToken = APIToken{value};
+    plan(wanted);
 }
 
 void SetupModel::goBack() {
     if (isRunning()) return;
-    if (as<SiteChoice>()) {
+    if (at<SiteChoice>()) {
         ++generation_;
         stage_ = TokenEntry{token_, mode_, setupTokenFormURL(dashboard_, mode_ == TokenMode::manual), false, std::nullopt};
-    } else if ((as<SetupRun>() && !as<SetupRun>()->isCheck) || as<ManualTokenEntry>()) {
-        if (!choice_ || choice_->accounts.empty()) return;
+    } else if (choice_ && !choice_->accounts.empty() && (at<ManualTokenEntry>() || (at<SetupRun>() && !at<SetupRun>()->isCheck))) {
         stage_ = *choice_;
     } else {
         return;

@@ -15,31 +15,17 @@
 
 namespace vorlen::app {
 
-// The setup screens' own words for what the first questions to Cloudflare find.
+// The setup screens' own words for what they find before asking Cloudflare, or
+// in its answers; the setup service's failures carry their own.
 namespace SetupWords {
-std::string tokenRefused(const std::string& failure);
 std::string notActive(const std::string& status);
 inline constexpr const char* notAToken =
     "This is not the token. On the Cloudflare page, copy the value of Your API Token. It starts with \u201ccfat_\u201d.";
-inline constexpr const char* userToken =
-    "This is a user API token. Vorlen needs a Cloudflare Account API Token. Select Open the Token Form, and make the "
-    "token there.";
 inline constexpr const char* noAccount =
     "Cloudflare accepted the token, but the token cannot access an account. Make a Cloudflare Account API Token with "
     "the permissions above.";
-inline constexpr const char* noConfigurableDomain =
-    "The Cloudflare Account API Token cannot configure any domain of this account. Change the token in the dashboard, "
-    "or go back and make a new token. Choose your domain in Specified Domains.";
-inline constexpr const char* r2Off =
-    "R2 is not on for this account. Turn it on in the dashboard. Cloudflare asks for a payment method, even within the "
-    "free tier.";
-inline constexpr const char* newerSettings =
-    "Vorlen cannot use the settings of this bucket. A newer version of Vorlen can have written them. Update Vorlen, or "
-    "choose a different bucket.";
-std::string unreadableSettings(const std::string& failure);
 inline constexpr const char* bucketExists =
     "A bucket with this name exists. To use it, choose \u201cUse an existing bucket\u201d.";
-std::string zoneNotConfigurable(const std::string& host);
 inline constexpr const char* sameHost = "Use a hostname that is different from the media hostname.";
 }  // namespace SetupWords
 
@@ -135,15 +121,17 @@ public:
     static std::shared_ptr<SetupModel> setUp(const SetupService& service, Host host, MainQueue& mainQueue,
                                              std::string dashboard, std::string computerName,
                                              std::function<void()> onChange);
-    // A check of a site this computer has, which starts at once.
+    // A check of a site this computer has, which starts at once. Its plan asks
+    // Cloudflare for the zones, so it is made on the model's task.
     static std::shared_ptr<SetupModel> check(const SetupService& service, Host host, MainQueue& mainQueue,
-                                             SetupPlan plan, APIToken token, std::function<void()> onChange);
+                                             std::function<SetupPlan()> plan, APIToken token,
+                                             std::function<void()> onChange);
     ~SetupModel();
 
     const Stage& stage() const { return stage_; }
     template <class T>
     const T* as() const { return std::get_if<T>(&stage_); }
-    // The site of the last run or check.
+    // The site of the last run or check, once planned.
     std::optional<SiteID> site() const;
     // A run, or a check, is under way.
     bool isRunning() const;
@@ -178,11 +166,12 @@ private:
     SetupModel(const SetupService& service, Host host, MainQueue& mainQueue, std::function<void()> onChange);
     Reply newReply();
     // Asks on the model's task; what the work returns is applied on the main thread.
-    void launch(std::function<Apply()> work);
     void launch(std::function<Apply()> work, Reply reply);
+    void launch(std::function<Apply()> work) { launch(std::move(work), newReply()); }
     void loadAccount();
-    void start(const SetupPlan& plan, bool isCheck);
-    void ended(const SetupReport& report);
+    void plan(const SetupChoice& wanted);
+    void start(std::function<SetupPlan()> plan, bool isCheck);
+    void ended(const SetupPlan& plan, const SetupReport& report);
     void failedBeforeSteps(const std::string& words);
     void applyReport(const SetupStepReport& report);
     void showProgress(SetupStep step, const std::string& text);
@@ -200,9 +189,13 @@ private:
     std::string dashboard_;
     Stage stage_;
     APIToken token_;
-    std::optional<SiteChoice> choice_;
-    std::optional<SetupPlan> plan_;
     TokenMode mode_ = TokenMode::automatic;
+    // The choice as the person left it, and what it asked for.
+    std::optional<SiteChoice> choice_;
+    std::optional<SetupChoice> wanted_;
+    // A check plans again each time; a run keeps its plan.
+    std::function<SetupPlan()> checkPlan_;
+    std::optional<SetupPlan> plan_;
     std::optional<Task<void>> task_;
     std::uint64_t generation_ = 0;
 };
