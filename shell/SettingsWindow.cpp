@@ -4,6 +4,7 @@
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QFormLayout>
+#include <QInputDialog>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -19,6 +20,7 @@
 #include "shell/Appearance.hpp"
 #include "shell/CollaboratorDialog.hpp"
 #include "shell/Format.hpp"
+#include "shell/SetupWindow.hpp"
 #include "shell/SiteDialog.hpp"
 
 namespace vorlen::shell {
@@ -99,17 +101,22 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
     sites_->setSpacing(3);
     sitesLayout->addWidget(sites_, 1);
     auto* siteButtons = new QHBoxLayout;
+    auto* setUp = plainButton("Set Up a Site\u2026");
     auto* addLocal = plainButton("Add Local Site\u2026");
     auto* addR2 = plainButton("Add R2 Site\u2026");
     auto* join = plainButton("Join with a Code\u2026");
     invite_ = plainButton("Invite\u2026");
     invite_->setAccessibleName("Invite a collaborator to the site");
+    check_ = plainButton("Check Site\u2026");
+    check_->setAccessibleName("Check the site in its Cloudflare account");
     remove_ = plainButton("Remove");
     remove_->setAccessibleName("Remove the site");
+    siteButtons->addWidget(setUp);
     siteButtons->addWidget(addLocal);
     siteButtons->addWidget(addR2);
     siteButtons->addWidget(join);
     siteButtons->addStretch(1);
+    siteButtons->addWidget(check_);
     siteButtons->addWidget(invite_);
     siteButtons->addWidget(remove_);
     sitesLayout->addLayout(siteButtons);
@@ -138,6 +145,8 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
         model_.setUploadLimit(site_, megabits == 0 ? app::UploadLimit::unlimited() : app::UploadLimit::megabits(megabits));
     });
     QObject::connect(sites_, &QListWidget::currentRowChanged, this, [this](int) { enableSiteButtons(); });
+    QObject::connect(setUp, &QPushButton::clicked, this, [this] { setUpSite(); });
+    QObject::connect(check_, &QPushButton::clicked, this, [this] { checkSite(); });
     QObject::connect(join, &QPushButton::clicked, this, [this] { joinSite(); });
     QObject::connect(invite_, &QPushButton::clicked, this, [this] { inviteCollaborator(); });
     QObject::connect(addLocal, &QPushButton::clicked, this, [this] { addLocalSite(); });
@@ -187,6 +196,52 @@ void SettingsWindow::enableSiteButtons() {
     // Only a site in a Cloudflare account has collaborators.
     const auto* site = selected ? model_.settings().site(*selected) : nullptr;
     invite_->setEnabled(site && !site->settings.isLocal());
+    check_->setEnabled(site && !site->settings.isLocal() && !site->settings.s3Endpoint);
+}
+
+SetupWindow* SettingsWindow::setUpSite() {
+    auto* setup = new SetupWindow(model_, this);
+    setup->onRunEnded = [this](const app::SiteID& id, bool isComplete) {
+        showSites();
+        if (onSitesChanged) onSitesChanged();
+        if (isComplete && onSiteSetUp) onSiteSetUp(id);
+    };
+    setup->open();
+    return setup;
+}
+
+SetupWindow* SettingsWindow::checkSite() {
+    const auto selected = selectedSite();
+    if (!selected) return nullptr;
+    const QString reason = QString::fromStdString(app::reason(app::SetupTokenPurpose::checkSite));
+    std::optional<std::string> token;
+    try {
+        auto store = model_.setupTokens(*selected, [this](const app::PassphraseRequest& request) -> std::optional<std::string> {
+            bool given = false;
+            QString passphrase = QInputDialog::getText(this, "Passphrase", QString("To %1, give the passphrase of its sealed copy:")
+                                                                              .arg(QString::fromStdString(request.reason)),
+                                                       QLineEdit::Password, QString(), &given);
+            if (!given) return std::nullopt;
+            return passphrase.toStdString();
+        });
+        if (store.hasToken()) token = store.token(app::SetupTokenPurpose::checkSite);
+    } catch (const Cancelled&) {
+        return nullptr;
+    } catch (const std::exception& error) {
+        report(error);
+        return nullptr;
+    }
+    if (!token) {
+        bool given = false;
+        QString typed = QInputDialog::getText(this, "Cloudflare Account API Token",
+                                              QString("To %1, paste the Cloudflare Account API Token:").arg(reason),
+                                              QLineEdit::Password, QString(), &given);
+        if (!given || typed.trimmed().isEmpty()) return nullptr;
+        token = typed.trimmed().toStdString();
+    }
+    auto* check = new SetupWindow(model_, *selected, APIToken{*token}, this);
+    check->open();
+    return check;
 }
 
 void SettingsWindow::joinSite() {
