@@ -116,10 +116,14 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
     siteButtons->addWidget(addR2);
     siteButtons->addWidget(join);
     siteButtons->addStretch(1);
-    siteButtons->addWidget(check_);
-    siteButtons->addWidget(invite_);
-    siteButtons->addWidget(remove_);
     sitesLayout->addLayout(siteButtons);
+    // What the selected site allows, on a line of its own.
+    auto* selectedButtons = new QHBoxLayout;
+    selectedButtons->addStretch(1);
+    selectedButtons->addWidget(check_);
+    selectedButtons->addWidget(invite_);
+    selectedButtons->addWidget(remove_);
+    sitesLayout->addLayout(selectedButtons);
     if (auto notice = model_.secretStoreNotice()) {
         auto* secrets = wrapped(QString::fromStdString(*notice), "secondary");
         secrets->setObjectName("secretStoreNotice");
