@@ -112,17 +112,33 @@ SetupModel::Reply SetupModel::newReply() {
     };
 }
 
-void SetupModel::launch(std::function<Apply()> work, Reply reply) {
+void SetupModel::launch(std::function<Apply()> work, Failed failed, Reply reply) {
     task_.reset();
-    task_.emplace(Task<void>::spawn([work = std::move(work), reply = std::move(reply)] {
+    task_.emplace(Task<void>::spawn([work = std::move(work), failed, reply = std::move(reply)] {
         Apply apply;
         try {
             apply = work();
         } catch (const Cancelled&) {
             return;
+        } catch (const std::exception& error) {
+            apply = [failed, words = std::string(error.what())](SetupModel& model) { (model.*failed)(words); };
         }
         reply(std::move(apply));
     }));
+}
+
+void SetupModel::tokenFailed(const std::string& words) {
+    auto& entry = current<TokenEntry>();
+    entry.isChecking = false;
+    entry.problem = words;
+    changed();
+}
+
+void SetupModel::choiceFailed(const std::string& words) {
+    auto& choice = current<SiteChoice>();
+    choice.isBusy = false;
+    choice.problem = words;
+    changed();
 }
 
 void SetupModel::editToken(const std::string& text) {
@@ -153,8 +169,8 @@ void SetupModel::submitToken() {
     entry->isChecking = true;
     entry->problem.reset();
     changed();
-    launch([&service = service_, token = token_]() -> Apply {
-        try {
+    launch(
+        [&service = service_, token = token_]() -> Apply {
             auto checked = service.checkToken(token, std::nullopt);
             return [checked](SetupModel& model) {
                 auto& entry = model.current<TokenEntry>();
@@ -170,17 +186,8 @@ void SetupModel::submitToken() {
                 model.stage_ = std::move(choice);
                 model.loadAccount();
             };
-        } catch (const Cancelled&) {
-            throw;
-        } catch (const std::exception& error) {
-            return [words = std::string(error.what())](SetupModel& model) {
-                auto& entry = model.current<TokenEntry>();
-                entry.isChecking = false;
-                entry.problem = words;
-                model.changed();
-            };
-        }
-    });
+        },
+        &SetupModel::tokenFailed);
 }
 
 void SetupModel::chooseAccount(const std::string& accountID) {
@@ -199,8 +206,8 @@ void SetupModel::loadAccount() {
     choice.isBusy = true;
     choice.problem.reset();
     changed();
-    launch([&service = service_, token = token_, accountID = choice.accountID]() -> Apply {
-        try {
+    launch(
+        [&service = service_, token = token_, accountID = choice.accountID]() -> Apply {
             auto offered = service.choices(token, accountID);
             return [offered](SetupModel& model) {
                 auto& choice = model.current<SiteChoice>();
@@ -208,17 +215,8 @@ void SetupModel::loadAccount() {
                 choice.offered = offered;
                 model.changed();
             };
-        } catch (const Cancelled&) {
-            throw;
-        } catch (const std::exception& error) {
-            return [words = std::string(error.what())](SetupModel& model) {
-                auto& choice = model.current<SiteChoice>();
-                choice.isBusy = false;
-                choice.problem = words;
-                model.changed();
-            };
-        }
-    });
+        },
+        &SetupModel::choiceFailed);
 }
 
 void SetupModel::useNewBucket(const std::string& name, std::optional<R2LocationHint> locationHint) {
@@ -249,8 +247,8 @@ void SetupModel::useExistingBucket(const std::string& name) {
     choice->isBusy = true;
     choice->problem.reset();
     changed();
-    launch([&service = service_, token = token_, accountID = choice->accountID, name]() -> Apply {
-        try {
+    launch(
+        [&service = service_, token = token_, accountID = choice->accountID, name]() -> Apply {
             auto settings = service.bucketSettings(token, accountID, name);
             return [settings](SetupModel& model) {
                 auto& choice = model.current<SiteChoice>();
@@ -265,17 +263,8 @@ void SetupModel::useExistingBucket(const std::string& name) {
                 }
                 model.changed();
             };
-        } catch (const Cancelled&) {
-            throw;
-        } catch (const std::exception& error) {
-            return [words = std::string(error.what())](SetupModel& model) {
-                auto& choice = model.current<SiteChoice>();
-                choice.isBusy = false;
-                choice.problem = words;
-                model.changed();
-            };
-        }
-    });
+        },
+        &SetupModel::choiceFailed);
 }
 
 void SetupModel::editChoice(const std::function<void(SiteChoice&)>& change) {
@@ -321,8 +310,8 @@ void SetupModel::confirmChoice() {
     choice.isBusy = true;
     choice.problem.reset();
     changed();
-    launch([&service = service_, token = token_, wanted, media = media->name, page = page->name]() mutable -> Apply {
-        try {
+    launch(
+        [&service = service_, token = token_, wanted, media = media->name, page = page->name]() mutable -> Apply {
             wanted.mediaHost = service.siteHostname(token, wanted.accountID, media);
             wanted.pageHost = service.siteHostname(token, wanted.accountID, page);
             return [wanted](SetupModel& model) {
@@ -331,17 +320,8 @@ void SetupModel::confirmChoice() {
                 model.choice_ = choice;
                 model.plan(wanted);
             };
-        } catch (const Cancelled&) {
-            throw;
-        } catch (const std::exception& error) {
-            return [words = std::string(error.what())](SetupModel& model) {
-                auto& choice = model.current<SiteChoice>();
-                choice.isBusy = false;
-                choice.problem = words;
-                model.changed();
-            };
-        }
-    });
+        },
+        &SetupModel::choiceFailed);
 }
 
 void SetupModel::plan(const SetupChoice& wanted) {
@@ -374,18 +354,12 @@ void SetupModel::start(std::function<SetupPlan()> plan, bool isCheck) {
     SiteSetup::NewTokenCallback saveToken = isCheck ? SiteSetup::NewTokenCallback() : host_.tokenSaver(plan_->site);
     launch(
         [&service = service_, token = token_, plan = std::move(plan), isCheck, report, progress, saveToken]() -> Apply {
-            try {
-                const SetupPlan planned = plan();
-                auto result = isCheck ? service.check(token, planned.request, report, progress)
-                                      : service.run(token, planned.request, report, saveToken, progress);
-                return [planned, result](SetupModel& model) { model.ended(planned, result); };
-            } catch (const Cancelled&) {
-                throw;
-            } catch (const std::exception& error) {
-                return [words = std::string(error.what())](SetupModel& model) { model.failedBeforeSteps(words); };
-            }
+            const SetupPlan planned = plan();
+            auto result = isCheck ? service.check(token, planned.request, report, progress)
+                                  : service.run(token, planned.request, report, saveToken, progress);
+            return [planned, result](SetupModel& model) { model.ended(planned, result); };
         },
-        reply);
+        &SetupModel::failedBeforeSteps, reply);
 }
 
 void SetupModel::applyReport(const SetupStepReport& report) {

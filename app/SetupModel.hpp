@@ -164,10 +164,15 @@ private:
     using Reply = std::function<void(Apply)>;
 
     SetupModel(const SetupService& service, Host host, MainQueue& mainQueue, std::function<void()> onChange);
+    // Shows a failure's words on the stage that asked.
+    using Failed = void (SetupModel::*)(const std::string&);
+
     Reply newReply();
-    // Asks on the model's task; what the work returns is applied on the main thread.
-    void launch(std::function<Apply()> work, Reply reply);
-    void launch(std::function<Apply()> work) { launch(std::move(work), newReply()); }
+    // Asks on the model's task; what the work returns, or its failure, is applied on the main thread.
+    void launch(std::function<Apply()> work, Failed failed, Reply reply);
+    void launch(std::function<Apply()> work, Failed failed) { launch(std::move(work), failed, newReply()); }
+    void tokenFailed(const std::string& words);
+    void choiceFailed(const std::string& words);
     void loadAccount();
     void plan(const SetupChoice& wanted);
     void start(std::function<SetupPlan()> plan, bool isCheck);

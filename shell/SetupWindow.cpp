@@ -75,6 +75,35 @@ QLineEdit* addField(QFormLayout* form, const QString& name, bool isSecret = fals
     return made;
 }
 
+// A page of the window with its heading; the caller adds the rest.
+QVBoxLayout* pageLayout(QWidget* page, QLabel* heading) {
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(12);
+    layout->addWidget(heading);
+    return layout;
+}
+
+// A button on a line of its own, at the left.
+void addAlone(QVBoxLayout* layout, QPushButton* single) {
+    auto* line = new QHBoxLayout;
+    line->addWidget(single);
+    line->addStretch(1);
+    layout->addLayout(line);
+}
+
+// The foot of a page: the problem, room unless the page fills itself, then buttons at the left and at the right.
+void addFoot(QVBoxLayout* layout, QLabel* problem, std::initializer_list<QPushButton*> left,
+             std::initializer_list<QPushButton*> right, bool isFilled = false) {
+    layout->addWidget(problem);
+    if (!isFilled) layout->addStretch(1);
+    auto* buttons = new QHBoxLayout;
+    for (auto* each : left) buttons->addWidget(each);
+    buttons->addStretch(1);
+    for (auto* each : right) buttons->addWidget(each);
+    layout->addLayout(buttons);
+}
+
 // Changes a field only when the model's value differs, so that typing keeps its cursor.
 void follow(QLineEdit* field, const std::string& value) {
     if (field->text() != text(value)) field->setText(text(value));
@@ -143,11 +172,7 @@ void SetupWindow::build() {
 
 QWidget* SetupWindow::buildTokenPage() {
     auto* page = new QWidget;
-    auto* layout = new QVBoxLayout(page);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(12);
-    auto* heading = wrapped("Set Up a Site in Your Cloudflare Account", "heading");
-    layout->addWidget(heading);
+    auto* layout = pageLayout(page, wrapped("Set Up a Site in Your Cloudflare Account", "heading"));
     layout->addWidget(wrapped("Vorlen sets up the site with a Cloudflare Account API Token. The token form opens in the "
                               "dashboard with its name and these permissions filled in; choose your domain in Specified "
                               "Domains, create the token, and paste its value here.",
@@ -161,23 +186,14 @@ QWidget* SetupWindow::buildTokenPage() {
                               "dashboard when the setup asks for it.",
                               "secondary"));
     openForm_ = button("Open the Token Form");
-    auto* formRow = new QHBoxLayout;
-    formRow->addWidget(openForm_);
-    formRow->addStretch(1);
-    layout->addLayout(formRow);
+    addAlone(layout, openForm_);
     auto* form = new QFormLayout;
     token_ = addField(form, "Cloudflare Account API Token", true);
     layout->addLayout(form);
     tokenProblem_ = problemLabel();
-    layout->addWidget(tokenProblem_);
-    layout->addStretch(1);
-    auto* buttons = new QHBoxLayout;
     auto* cancel = button("Cancel");
     continue_ = button("Continue", true);
-    buttons->addStretch(1);
-    buttons->addWidget(cancel);
-    buttons->addWidget(continue_);
-    layout->addLayout(buttons);
+    addFoot(layout, tokenProblem_, {}, {cancel, continue_});
 
     QObject::connect(manualTokens_, &QCheckBox::toggled, this, [this](bool manual) {
         setup_->setTokenMode(manual ? app::TokenMode::manual : app::TokenMode::automatic);
@@ -192,10 +208,7 @@ QWidget* SetupWindow::buildTokenPage() {
 
 QWidget* SetupWindow::buildChoicePage() {
     auto* page = new QWidget;
-    auto* layout = new QVBoxLayout(page);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(10);
-    layout->addWidget(wrapped("Choose the Bucket and the Hostnames", "heading"));
+    auto* layout = pageLayout(page, wrapped("Choose the Bucket and the Hostnames", "heading"));
     auto* form = new QFormLayout;
     form->setLabelAlignment(Qt::AlignRight | Qt::AlignVCenter);
     form->setHorizontalSpacing(14);
@@ -228,15 +241,9 @@ QWidget* SetupWindow::buildChoicePage() {
     form->addRow(QString(), wrapped("The name of this computer's R2 API Token, with which it publishes.", "secondary"));
     layout->addLayout(form);
     choiceProblem_ = problemLabel();
-    layout->addWidget(choiceProblem_);
-    layout->addStretch(1);
-    auto* buttons = new QHBoxLayout;
     auto* back = button("Back");
     setUp_ = button("Set Up", true);
-    buttons->addWidget(back);
-    buttons->addStretch(1);
-    buttons->addWidget(setUp_);
-    layout->addLayout(buttons);
+    addFoot(layout, choiceProblem_, {back}, {setUp_});
     connectChoice();
     QObject::connect(back, &QPushButton::clicked, this, [this] { setup_->goBack(); });
     return page;
@@ -274,11 +281,8 @@ void SetupWindow::useBucketKind() {
 
 QWidget* SetupWindow::buildRunPage() {
     auto* page = new QWidget;
-    auto* layout = new QVBoxLayout(page);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(10);
     runHeading_ = wrapped(QString(), "heading");
-    layout->addWidget(runHeading_);
+    auto* layout = pageLayout(page, runHeading_);
     auto* steps = new QWidget;
     auto* grid = new QGridLayout(steps);
     grid->setContentsMargins(0, 0, 8, 0);
@@ -320,19 +324,11 @@ QWidget* SetupWindow::buildRunPage() {
     dashboard_->hide();
     layout->addWidget(dashboard_);
     runProblem_ = problemLabel();
-    layout->addWidget(runProblem_);
-
-    auto* buttons = new QHBoxLayout;
     runBack_ = button("Back");
     runAgain_ = button("Run Again");
     repair_ = button("Set Up Again");
     done_ = button("Close", true);
-    buttons->addWidget(runBack_);
-    buttons->addStretch(1);
-    buttons->addWidget(runAgain_);
-    buttons->addWidget(repair_);
-    buttons->addWidget(done_);
-    layout->addLayout(buttons);
+    addFoot(layout, runProblem_, {runBack_}, {runAgain_, repair_, done_}, true);
 
     QObject::connect(openTask_, &QPushButton::clicked, this, [this] { openInBrowser(openTask_); });
     QObject::connect(runBack_, &QPushButton::clicked, this, [this] { setup_->goBack(); });
@@ -344,30 +340,18 @@ QWidget* SetupWindow::buildRunPage() {
 
 QWidget* SetupWindow::buildManualPage() {
     auto* page = new QWidget;
-    auto* layout = new QVBoxLayout(page);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(12);
-    layout->addWidget(wrapped("Make This Computer's R2 API Token", "heading"));
+    auto* layout = pageLayout(page, wrapped("Make This Computer's R2 API Token", "heading"));
     manualMessage_ = wrapped(QString());
     layout->addWidget(manualMessage_);
     openTokenPage_ = button("Open in the Browser");
-    auto* openRow = new QHBoxLayout;
-    openRow->addWidget(openTokenPage_);
-    openRow->addStretch(1);
-    layout->addLayout(openRow);
+    addAlone(layout, openTokenPage_);
     auto* form = new QFormLayout;
     manualToken_ = addField(form, "R2 API Token", true);
     layout->addLayout(form);
     manualProblem_ = problemLabel();
-    layout->addWidget(manualProblem_);
-    layout->addStretch(1);
-    auto* buttons = new QHBoxLayout;
     auto* back = button("Back");
     auto* resume = button("Continue the Setup", true);
-    buttons->addWidget(back);
-    buttons->addStretch(1);
-    buttons->addWidget(resume);
-    layout->addLayout(buttons);
+    addFoot(layout, manualProblem_, {back}, {resume});
 
     auto submit = [this] { setup_->submitManualToken(manualToken_->text().toStdString()); };
     QObject::connect(openTokenPage_, &QPushButton::clicked, this, [this] { openInBrowser(openTokenPage_); });
