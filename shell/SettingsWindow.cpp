@@ -17,6 +17,7 @@
 #include <QTabWidget>
 #include <QVBoxLayout>
 
+#include "core/base/Text.hpp"
 #include "shell/Appearance.hpp"
 #include "shell/CollaboratorDialog.hpp"
 #include "shell/Format.hpp"
@@ -37,6 +38,14 @@ QLabel* wrapped(const QString& text, const char* role = nullptr) {
     made->setWordWrap(true);
     if (role) setRole(made, role);
     return made;
+}
+
+// A secret asked for without showing it; nothing when the person cancels.
+std::optional<std::string> askSecret(QWidget* parent, const QString& title, const QString& question) {
+    bool isGiven = false;
+    const QString answer = QInputDialog::getText(parent, title, question, QLineEdit::Password, QString(), &isGiven);
+    if (!isGiven) return std::nullopt;
+    return answer.toStdString();
 }
 
 QPushButton* plainButton(const QString& text) {
@@ -217,16 +226,11 @@ SetupWindow* SettingsWindow::setUpSite() {
 SetupWindow* SettingsWindow::checkSite() {
     const auto selected = selectedSite();
     if (!selected) return nullptr;
-    const QString reason = QString::fromStdString(app::reason(app::SetupTokenPurpose::checkSite));
     std::optional<std::string> token;
     try {
-        auto store = model_.setupTokens(*selected, [this](const app::PassphraseRequest& request) -> std::optional<std::string> {
-            bool given = false;
-            QString passphrase = QInputDialog::getText(this, "Passphrase", QString("To %1, give the passphrase of its sealed copy:")
-                                                                              .arg(QString::fromStdString(request.reason)),
-                                                       QLineEdit::Password, QString(), &given);
-            if (!given) return std::nullopt;
-            return passphrase.toStdString();
+        auto store = model_.setupTokens(*selected, [this](const app::PassphraseRequest& request) {
+            return askSecret(this, "Passphrase",
+                             QString("To %1, give the passphrase of its sealed copy:").arg(QString::fromStdString(request.reason)));
         });
         if (store.hasToken()) token = store.token(app::SetupTokenPurpose::checkSite);
     } catch (const Cancelled&) {
@@ -235,15 +239,12 @@ SetupWindow* SettingsWindow::checkSite() {
         report(error);
         return nullptr;
     }
-    if (!token) {
-        bool given = false;
-        QString typed = QInputDialog::getText(this, "Cloudflare Account API Token",
-                                              QString("To %1, paste the Cloudflare Account API Token:").arg(reason),
-                                              QLineEdit::Password, QString(), &given);
-        if (!given || typed.trimmed().isEmpty()) return nullptr;
-        token = typed.trimmed().toStdString();
-    }
-    auto* check = new SetupWindow(model_, *selected, APIToken{*token}, this);
+    if (!token)
+        token = askSecret(this, "Cloudflare Account API Token",
+                          QString("To %1, paste the Cloudflare Account API Token:")
+                              .arg(QString::fromStdString(app::reason(app::SetupTokenPurpose::checkSite))));
+    if (!token || trimmed(*token).empty()) return nullptr;
+    auto* check = new SetupWindow(model_, *selected, APIToken{trimmed(*token)}, this);
     check->open();
     return check;
 }

@@ -133,7 +133,7 @@ void openInBrowser(QWidget* trigger) { QDesktopServices::openUrl(QUrl(trigger->t
 
 }  // namespace
 
-SetupWindow::SetupWindow(app::AppModel& model, QWidget* parent) : QDialog(parent), model_(model) {
+SetupWindow::SetupWindow(app::AppModel& model, QWidget* parent) : QDialog(parent) {
     build();
     setWindowTitle("Set Up a Site");
     setup_ = app::SetupModel::setUp(model.setupService(), app::SetupModel::Host::of(model), queue_,
@@ -142,7 +142,7 @@ SetupWindow::SetupWindow(app::AppModel& model, QWidget* parent) : QDialog(parent
 }
 
 SetupWindow::SetupWindow(app::AppModel& model, const app::SiteID& site, APIToken token, QWidget* parent)
-    : QDialog(parent), model_(model) {
+    : QDialog(parent) {
     build();
     setWindowTitle("Check the Site");
     auto plan = [&model, site, token] { return model.planCheck(site, token, app::defaultComputerName()); };

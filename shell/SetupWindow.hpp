@@ -63,7 +63,6 @@ private:
     void showManual(const app::ManualTokenEntry& entry);
     void useBucketKind();
 
-    app::AppModel& model_;
     // The model's answers come through this queue; it outlives the model, which is dropped first.
     QtMainQueue queue_;
     std::shared_ptr<app::SetupModel> setup_;
