@@ -19,7 +19,7 @@ AppModel::Services coreServices(const LocalSettingsStore& store, std::function<v
                                   return std::make_shared<CorePublishService>(pipeline);
                               },
                               VORLEN_VERSION, endpoints,
-                              std::make_shared<CoreSetupService>(endpoints, std::make_shared<HttpClient>(),
+                              std::make_shared<CoreSetupService>(endpoints, endpoints.session(),
                                                                  bundledWorkerDirectory())};
 }
 

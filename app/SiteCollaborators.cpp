@@ -11,7 +11,7 @@ namespace vorlen::app {
 namespace {
 
 CloudflareAPI clientFor(const APIToken& token, const Endpoints& endpoints) {
-    return CloudflareAPI(token, std::make_shared<HttpClient>(), endpoints);
+    return CloudflareAPI(token, endpoints.session(), endpoints);
 }
 
 // A refusal gets the words that say which permission the setup token lacks.

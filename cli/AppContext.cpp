@@ -8,10 +8,9 @@ namespace vorlen::cli {
 
 AppContext::AppContext() {
     auto store = app::LocalSettingsStore::standard();
-    model = std::make_unique<app::AppModel>(store, app::coreServices(store, [](const std::string& notice) {
-                                                std::cerr << notice << '\n';
-                                            }),
-                                            queue);
+    auto services = app::coreServices(store, [](const std::string& notice) { std::cerr << notice << '\n'; });
+    secrets = services.secrets;
+    model = std::make_unique<app::AppModel>(store, std::move(services), queue);
 }
 
 }  // namespace vorlen::cli

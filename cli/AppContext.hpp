@@ -13,6 +13,8 @@ namespace vorlen::cli {
 struct AppContext {
     app::PostedQueue queue;
     std::unique_ptr<app::AppModel> model;
+    // The model's secret store, for the commands that reach a site's bucket themselves.
+    std::shared_ptr<app::SecretStore> secrets;
 
     AppContext();
 };

@@ -11,6 +11,7 @@ void registerSitesCommand(CommandRegistry& registry);
 void registerSettingsCommand(CommandRegistry& registry);
 void registerInviteCommands(CommandRegistry& registry);
 void registerSetupCommands(CommandRegistry& registry);
+void registerTemplateCommands(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
@@ -20,6 +21,7 @@ void registerCommands(CommandRegistry& registry) {
     registerSettingsCommand(registry);
     registerSetupCommands(registry);
     registerInviteCommands(registry);
+    registerTemplateCommands(registry);
     registerInspectCommand(registry);
     registerBuildCommand(registry);
     registerUpload(registry);

@@ -6,11 +6,14 @@
 #include <unistd.h>
 
 #include "app/Interrupts.hpp"
+#include "app/SiteTemplates.hpp"
 #include "cli/AppContext.hpp"
 #include "cli/Commands.hpp"
 #include "cli/SetupToken.hpp"
 #include "cli/Terminal.hpp"
 #include "core/base/Task.hpp"
+#include "core/cloudflare/TokenPermission.hpp"
+#include "core/site/PageTemplate.hpp"
 #include "core/base/VorlenError.hpp"
 
 namespace vorlen::cli {
@@ -113,7 +116,8 @@ void registerSetupCommands(CommandRegistry& registry) {
     setup->add_option("--media-host", options->mediaHost, "the hostname of the videos, in a zone of the account")->required();
     setup->add_option("--page-host", options->pageHost, "the hostname of the player pages, in a zone of the account")->required();
     setup->add_option("--path", options->path, "the folder of the videos in the bucket (by default its top)");
-    setup->add_option("--template", options->siteTemplate, "the page design: auto, light, dark, or an HTML template file");
+    setup->add_option("--template", options->siteTemplate,
+                      "the page design: auto, light, dark, or an HTML template file (see `vorlen template check`)");
     setup->add_option("--location-hint", options->locationHint, "where a new bucket should live: apac, eeur, enam, weur, wnam or oc");
     setup->add_option("--computer-name", options->computerName, "this computer's name, for its R2 API Token (by default the host name)");
     setup->add_flag("--manual-tokens", options->manualTokens,
@@ -122,6 +126,10 @@ void registerSetupCommands(CommandRegistry& registry) {
     registry.add(setup, [options] {
         AppContext context;
         app::AppModel& model = *context.model;
+        if (!std::getenv("VORLEN_CLOUDFLARE_TOKEN"))
+            std::cerr << "Make a Cloudflare Account API Token with this form in the dashboard (its name and permissions are "
+                         "filled in), then paste it here:\n  "
+                      << setupTokenFormURL(model.endpoints().cloudflareDashboard, options->manualTokens) << "\n";
         const APIToken token = setupTokenFromEnvironmentOrTerminal(app::SetupTokenPurpose::setUp);
         app::SetupService& service = model.setupService();
 
@@ -139,9 +147,8 @@ void registerSetupCommands(CommandRegistry& registry) {
             choice.siteTemplate = builtInTemplate(*options->siteTemplate);
             if (!choice.siteTemplate) templateFile = *options->siteTemplate;
         }
-        if (templateFile)
-            throw VorlenError::config("Set up the site with a built-in design first, then set your template with "
-                                      "`vorlen template set FILE`.");
+        // A template file is checked before anything is sent, and goes into the bucket once the site is set up.
+        if (templateFile) PageTemplate::inspectedFile(*templateFile).requireComplete();
         choice.path = options->path;
         choice.computerName = options->computerName.value_or(hostName());
         choice.mediaHost = service.siteHostname(token, options->account, options->mediaHost);
@@ -169,6 +176,10 @@ void registerSetupCommands(CommandRegistry& registry) {
                 continue;
             }
             const int status = printer.finish(report);
+            if (status == 0 && templateFile) {
+                app::SiteTemplates::open(model.site(plan.site), context.secrets, model.endpoints()).importFile(*templateFile);
+                std::cout << fmt::format("The pages use the template {}.\n", *templateFile);
+            }
             if (status == 0)
                 std::cout << fmt::format("\nThe site \u201c{}\u201d is set up: https://{}/\n", plan.site.value,
                                          choice.pageHost.hostname.name);

@@ -115,8 +115,15 @@ void registerSitesCommand(CommandRegistry& registry) {
     remove->add_option("ID", *removeID, "the site's ID")->required();
     registry.add(remove, [removeID] {
         AppContext context;
+        const app::SiteSummary site = context.model->site(app::SiteID{*removeID}).settings;
         context.model->removeSite(app::SiteID{*removeID});
         std::cout << fmt::format("Removed the site \u201c{}\u201d from this computer.\n", *removeID);
+        if (!site.isLocal() && !site.s3Endpoint)
+            std::cout << fmt::format(
+                "The Cloudflare account is left as it is: the bucket \u201c{}\u201d with its videos, the page Worker, "
+                "the hostnames {} and {}, and this computer's R2 API Token stay. Revoke the token in the dashboard if "
+                "this computer should not publish any more.\n",
+                site.bucket, site.pageHost.name, site.mediaHost.name);
         return 0;
     });
 }

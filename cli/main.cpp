@@ -28,6 +28,11 @@ int main(int argc, char** argv) {
     CLI::App app{"Vorlen publishes your videos into your own Cloudflare account.", "vorlen"};
     app.set_version_flag("--version", std::string("vorlen ") + VORLEN_VERSION);
     app.require_subcommand(0, 1);
+    app.footer(
+        "For tests and local stand-ins only: VORLEN_CLOUDFLARE_API, VORLEN_R2_STORAGE ({account} stands for the "
+        "account ID), VORLEN_CLOUDFLARE_DASHBOARD, VORLEN_VIMEO_API and VORLEN_GOOGLE_FONTS replace the services' "
+        "addresses; VORLEN_CONNECT_TO (comma-separated HOST:443:127.0.0.1:PORT, as curl's --connect-to) sends "
+        "connections elsewhere, and VORLEN_CA_FILE names a certificate authority trusted besides the system's.");
     CommandRegistry registry{app, {}};
     registerCommands(registry);
     auto* gui = app.add_subcommand("gui", "Open the window; the same as no command at all on a desktop.");

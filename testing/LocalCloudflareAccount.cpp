@@ -49,6 +49,8 @@ LocalCloudflareAccount::LocalCloudflareAccount() : session_(std::make_shared<Htt
         else if (name == "account") accountID_ = value;
         else if (name == "token") setupToken_ = APIToken{value};
         else if (name == "control") control_ = value;
+        else if (name == "edge") edge_ = value;
+        else if (name == "ca") edgeAuthority_ = value;
         else if (name == "zone") zones_[value.substr(0, value.find(' '))] = value.substr(value.find(' ') + 1);
     }
     if (api_.empty() || control_.empty() || accountID_.empty() || setupToken_.value.empty())
@@ -85,10 +87,15 @@ void LocalCloudflareAccount::setFaults(const Json& faults) const { control("PUT"
 void LocalCloudflareAccount::setQuirks(const Json& quirks) const { control("PUT", "/quirks", quirks); }
 void LocalCloudflareAccount::setR2Enabled(bool enabled) const { control("PUT", "/r2", {{"enabled", enabled}}); }
 
+void LocalCloudflareAccount::setDomainActivation(double seconds) const {
+    control("PUT", "/domains", {{"activationSeconds", seconds}});
+}
+
 void LocalCloudflareAccount::reset() const {
     setFaults({{"share", 0}, {"script", Json::array()}});
     setQuirks({{"endlessPaging", false}, {"repeatingCursor", false}});
     setR2Enabled(true);
+    setDomainActivation(2);
 }
 
 std::vector<LocalCloudflareAccount::Request> LocalCloudflareAccount::requests() const {

@@ -34,6 +34,9 @@ public:
     const std::string& accountID() const { return accountID_; }
     const std::map<std::string, std::string>& zones() const { return zones_; }  // name → id
     const APIToken& setupToken() const { return setupToken_; }
+    const std::string& edge() const { return edge_; }  // 127.0.0.1:PORT, HTTPS routed by Host
+    // The PEM file of the authority that signs the edge's certificates.
+    const std::filesystem::path& edgeAuthority() const { return edgeAuthority_; }
     // The API and R2 addresses of this account, the rest as they are.
     Endpoints endpoints() const {
         Endpoints local;
@@ -47,6 +50,8 @@ public:
     void setFaults(const Json& faults) const;
     void setQuirks(const Json& quirks) const;
     void setR2Enabled(bool enabled) const;
+    // How long a custom domain takes to turn active, for domains already added too (2 s after a reset).
+    void setDomainActivation(double seconds) const;
     void reset() const;
     std::vector<Request> requests() const;
     // A user token (not owned by the account) that may only read the account's settings.
@@ -64,6 +69,8 @@ private:
     std::string api_;
     std::string r2_;
     std::string control_;
+    std::string edge_;
+    std::filesystem::path edgeAuthority_;
     std::string accountID_;
     std::map<std::string, std::string> zones_;
     APIToken setupToken_;

@@ -76,7 +76,10 @@ HttpResponse RgwServer::sendSigned(const std::string& method, const std::string&
     request.headers.emplace_back("authorization", SigV4::authorization(signing, credentials_, SigV4::Scope{}));
     request.headers.emplace_back("x-amz-date", signing.headers["x-amz-date"]);
     request.headers.emplace_back("x-amz-content-sha256", "UNSIGNED-PAYLOAD");
-    return HttpClient({1, noProgressTimeout}).send(request);
+    HttpClientOptions options;
+    options.maxConnectionsPerHost = 1;
+    options.noProgressTimeout = noProgressTimeout;
+    return HttpClient(options).send(request);
 }
 
 std::shared_ptr<S3Bucket> RgwServer::makeBucket(const std::string& endpoint, int connections,

@@ -1,5 +1,7 @@
 #include "core/base/Text.hpp"
 
+#include <fmt/format.h>
+
 #include <memory>
 #include <stdexcept>
 #include <unicode/normalizer2.h>
@@ -165,6 +167,49 @@ std::string percentEncoded(std::string_view bytes) {
         }
     }
     return out;
+}
+
+namespace {
+
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
+}  // namespace
+
+std::string percentDecoded(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] == '%' && at + 2 < text.size() && hexValue(text[at + 1]) >= 0 && hexValue(text[at + 2]) >= 0) {
+            out.push_back(static_cast<char>(hexValue(text[at + 1]) * 16 + hexValue(text[at + 2])));
+            at += 2;
+        } else {
+            out.push_back(text[at]);
+        }
+    }
+    return out;
+}
+
+std::string joinedWithAnd(const std::vector<std::string>& items) {
+    std::string out;
+    for (std::size_t index = 0; index < items.size(); ++index) {
+        if (index > 0) out += index + 1 == items.size() ? " and " : ", ";
+        out += items[index];
+    }
+    return out;
+}
+
+std::string fileSizeText(std::uint64_t bytes) {
+    if (bytes < 1000) return fmt::format("{} bytes", bytes);
+    static constexpr const char* units[] = {"kB", "MB", "GB", "TB"};
+    double value = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    for (value /= 1000; value >= 1000 && unit + 1 < std::size(units); value /= 1000) ++unit;
+    return fmt::format("{:.{}f} {}", value, value < 10 ? 2 : 1, units[unit]);
 }
 
 }  // namespace vorlen

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vorlen {
 
@@ -30,6 +32,14 @@ std::string trimmedAsciiWhitespace(std::string_view text);
 
 // Every byte but the unreserved ones (A-Z a-z 0-9 - . _ ~) as "%XX" with upper-case digits.
 std::string percentEncoded(std::string_view bytes);
+// "%XX" back to its byte (either case of hex digit); a "%" without two hex digits stays as it is.
+std::string percentDecoded(std::string_view text);
+
+// "a", "a and b", "a, b and c"
+std::string joinedWithAnd(const std::vector<std::string>& items);
+
+// "820 bytes", "4.2 MB", "1.30 GB": decimal units, as disks and networks count.
+std::string fileSizeText(std::uint64_t bytes);
 
 // UTF-8 <-> UTF-32 for code that walks scalars.
 std::u32string toUtf32(std::string_view utf8);

@@ -15,3 +15,23 @@ TEST(TextTest, RepairsNormalisesTrimsAndFolds) {
     EXPECT_EQ(caseFolded("Straße"), "strasse");
     EXPECT_EQ(foldedForComparison("Crème BRÛLÉE \uFF21"), foldedForComparison("creme brulee A"));
 }
+
+TEST(TextTest, PercentDecodingUndoesEncodingAndKeepsStrayPercents) {
+    const std::string name = "Our Page – été 100%.html";
+    EXPECT_EQ(percentDecoded(percentEncoded(name)), name);
+    EXPECT_EQ(percentDecoded("a%2fb%2Fc"), "a/b/c");
+    EXPECT_EQ(percentDecoded("50% off%"), "50% off%");
+    EXPECT_EQ(percentDecoded("%G1%4"), "%G1%4");
+}
+
+TEST(TextTest, ListsAndFileSizesReadAsSentences) {
+    EXPECT_EQ(joinedWithAnd({}), "");
+    EXPECT_EQ(joinedWithAnd({"a"}), "a");
+    EXPECT_EQ(joinedWithAnd({"a", "b"}), "a and b");
+    EXPECT_EQ(joinedWithAnd({"a", "b", "c"}), "a, b and c");
+    EXPECT_EQ(fileSizeText(999), "999 bytes");
+    EXPECT_EQ(fileSizeText(1000), "1.00 kB");
+    EXPECT_EQ(fileSizeText(262144), "262.1 kB");
+    EXPECT_EQ(fileSizeText(4200000), "4.20 MB");
+    EXPECT_EQ(fileSizeText(1300000000), "1.30 GB");
+}

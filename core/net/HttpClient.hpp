@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -50,6 +51,12 @@ struct HttpClientOptions {
     int maxConnectionsPerHost = 8;
     // A transfer that moves no byte for this long fails as timed out; a slow one goes on.
     std::chrono::seconds noProgressTimeout{60};
+    // Entries of curl's --connect-to form, "HOST:PORT:CONNECT-HOST:CONNECT-PORT": a
+    // request to HOST:PORT connects there instead, still naming HOST in its Host
+    // header and TLS handshake.
+    std::vector<std::string> connectTo;
+    // A certificate authority (a PEM file) trusted on top of the system's; empty for none.
+    std::filesystem::path extraCertificateAuthority;
 };
 
 // The HTTP session every service shares: connections kept per host up to a cap,
@@ -58,6 +65,7 @@ struct HttpClientOptions {
 // Reference type: hold it as std::shared_ptr<HttpClient>.
 class HttpClient {
 public:
+    // Fails when the extra certificate authority cannot be read.
     explicit HttpClient(HttpClientOptions options = {});
     ~HttpClient();
     HttpClient(const HttpClient&) = delete;
@@ -76,6 +84,8 @@ private:
     void release(const std::string& origin, Slot* slot);
 
     HttpClientOptions options_;
+    // The system's bundle followed by the extra authority; empty when there is none.
+    std::string trustedCertificates_;
     std::mutex mutex_;
     std::map<std::string, std::unique_ptr<HostPool>> pools_;
 };

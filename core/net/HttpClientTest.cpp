@@ -261,7 +261,9 @@ TEST_F(HttpClientTest, ConnectionsPerHostStayUnderTheCap) {
         response.status = 200;
     });
     loopback.start();
-    HttpClient client({2, std::chrono::seconds(60)});
+    HttpClientOptions options;
+    options.maxConnectionsPerHost = 2;
+    HttpClient client(options);
     forEachInWindow(8, 8, [&](std::size_t) {
         EXPECT_EQ(client.send(request("GET", loopback.url("/slow"))).status, 200);
     });
@@ -292,7 +294,10 @@ TEST_F(HttpClientTest, ATransferWithoutProgressTimesOutAsATransientFailure) {
         response.status = 200;
     });
     loopback.start();
-    HttpClient client({1, std::chrono::seconds(1)});
+    HttpClientOptions options;
+    options.maxConnectionsPerHost = 1;
+    options.noProgressTimeout = std::chrono::seconds(1);
+    HttpClient client(options);
     try {
         client.send(request("GET", loopback.url("/stalled")));
         FAIL() << "expected a time-out";
@@ -329,6 +334,35 @@ TEST_F(HttpClientTest, ARefusedConnectionIsTransientAndABadAddressIsNot) {
         FAIL() << "expected a failure";
     } catch (const TransportError&) {
         EXPECT_FALSE(isTransient(std::current_exception()));
+    }
+}
+
+TEST_F(HttpClientTest, AConnectToEntryTakesItsHostElsewhereUnderItsOwnName) {
+    LoopbackServer loopback;
+    std::string host;
+    loopback.server.Get("/", [&](const httplib::Request& request, httplib::Response& response) {
+        host = request.get_header_value("Host");
+        response.status = 204;
+    });
+    loopback.start();
+    HttpClientOptions options;
+    options.connectTo = {"videos.example.test:80:127.0.0.1:" + std::to_string(loopback.port)};
+    HttpClient client(options);
+
+    const auto response = client.send(request("GET", "http://videos.example.test/"));
+    EXPECT_EQ(response.status, 204);
+    EXPECT_EQ(host, "videos.example.test");
+    EXPECT_EQ(response.transport.remote, "127.0.0.1:" + std::to_string(loopback.port));
+}
+
+TEST_F(HttpClientTest, AnExtraAuthorityThatCannotBeReadFailsTheSessionWithItsPath) {
+    try {
+        HttpClientOptions options;
+        options.extraCertificateAuthority = dir / "missing-ca.pem";
+        HttpClient client(options);
+        FAIL() << "expected a failure";
+    } catch (const std::filesystem::filesystem_error& error) {
+        EXPECT_EQ(error.path1(), dir / "missing-ca.pem");
     }
 }
 

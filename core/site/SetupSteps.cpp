@@ -111,6 +111,9 @@ StepFinding findAccount(SetupState& state) {
 
 StepFinding findBucket(SetupState& state) {
     const std::string& bucket = state.request.bucket;
+    // A create that failed on its way may have been carried out: look again before making it.
+    if (!state.bucketExists)
+        state.bucketExists = unlessNotFound<R2Bucket>([&] { return state.api.bucket(state.request.accountID, bucket); }).has_value();
     if (state.bucketExists) return StepFinding::inPlace(fmt::format("The bucket \u201c{}\u201d exists.", bucket));
     const auto& hint = state.request.locationHint;
     std::string text = hint ? fmt::format("Create the bucket \u201c{}\u201d in the region \u201c{}\u201d.", bucket, rawValue(*hint))
@@ -248,6 +251,8 @@ StepFinding newToken(SetupState& state, const std::string& computerName, const s
 }  // namespace
 
 StepFinding findDailyToken(SetupState& state) {
+    // A token this run made already (the step is looking again after a passing fault) is the one to use.
+    if (state.isNewDailyToken && state.dailyToken) return keptToken(state, *state.dailyToken, thisComputersToken, true);
     return std::visit(
         [&](const auto& source) -> StepFinding {
             using Source = std::decay_t<decltype(source)>;
@@ -286,15 +291,6 @@ R2CORSRule wantedCorsRule(const SetupState& state) {
     return rule;
 }
 
-std::string listText(const std::vector<std::string>& items) {
-    std::string text;
-    for (std::size_t index = 0; index < items.size(); ++index) {
-        if (index > 0) text += index + 1 == items.size() ? " and " : ", ";
-        text += items[index];
-    }
-    return text;
-}
-
 std::optional<R2CustomDomain> mediaDomain(const SetupState& state) {
     return unlessNotFound<R2CustomDomain>([&] {
         return state.api.customDomain(state.request.accountID, state.request.bucket, state.request.mediaHost.hostname.name);
@@ -331,7 +327,7 @@ StepFinding findCors(SetupState& state) {
     }
     const std::string& pageHost = state.request.pageHost.hostname.name;
     if (ours && *ours == wanted) {
-        std::string text = fmt::format("The CORS rule allows {}.", listText(wanted.allowed.origins));
+        std::string text = fmt::format("The CORS rule allows {}.", joinedWithAnd(wanted.allowed.origins));
         if (!others.empty())
             text += fmt::format(" Keep the {} other {}.", others.size(), others.size() == 1 ? "rule" : "rules");
         return StepFinding::inPlace(text);

@@ -81,6 +81,8 @@ std::vector<std::string> strings(const Json& json, const char* key) {
 
 std::string rawValue(SiteTemplate value) { return nameOf(value, templateNames); }
 
+std::optional<SiteTemplate> siteTemplateFromRawValue(std::string_view text) { return enumFrom(Json(text), templateNames); }
+
 SiteSettings SiteSettings::fromJson(const Json& json) {
     const std::string key = SiteRules::settingsKey;
     if (!json.is_object()) throw VorlenError::metadata(fmt::format("{} is not a JSON object.", key));

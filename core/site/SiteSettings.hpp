@@ -108,5 +108,6 @@ struct SiteSettings {
 };
 
 std::string rawValue(SiteTemplate value);
+std::optional<SiteTemplate> siteTemplateFromRawValue(std::string_view text);
 
 }  // namespace vorlen

@@ -195,21 +195,24 @@ SetupReport SiteSetup::perform(bool isCheck, const ReportCallback& report, const
         };
         bool ends = false;
         try {
-            StepFinding finding = find(step, state);
-            if (auto* inPlace = std::get_if<StepFinding::InPlace>(&finding.value)) {
-                publish(index, SetupStatus{SetupStatus::AlreadyInPlace{inPlace->text}});
-            } else if (auto* change = std::get_if<StepFinding::Change>(&finding.value)) {
-                if (isCheck) {
-                    publish(index, SetupStatus{SetupStatus::ToDo{change->text}});
+            ends = options_.stepRetry.run([&](std::int64_t) {
+                StepFinding finding = find(step, state);
+                if (auto* inPlace = std::get_if<StepFinding::InPlace>(&finding.value)) {
+                    publish(index, SetupStatus{SetupStatus::AlreadyInPlace{inPlace->text}});
+                } else if (auto* change = std::get_if<StepFinding::Change>(&finding.value)) {
+                    if (isCheck) {
+                        publish(index, SetupStatus{SetupStatus::ToDo{change->text}});
+                    } else {
+                        publish(index, SetupStatus{SetupStatus::Running{change->text}});
+                        std::string done = change->apply();
+                        publish(index, SetupStatus{SetupStatus::Done{std::move(done)}});
+                    }
                 } else {
-                    publish(index, SetupStatus{SetupStatus::Running{change->text}});
-                    std::string done = change->apply();
-                    publish(index, SetupStatus{SetupStatus::Done{std::move(done)}});
+                    publish(index, std::get<StepFinding::Blocked>(finding.value).status);
+                    return !isCheck;
                 }
-            } else {
-                publish(index, std::get<StepFinding::Blocked>(finding.value).status);
-                ends = !isCheck;
-            }
+                return false;
+            });
         } catch (...) {
             publish(index, failedStatus(std::current_exception()));
             ends = true;

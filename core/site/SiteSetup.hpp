@@ -158,6 +158,9 @@ struct SiteSetupOptions {
     // Whether the media host answers a preflight from `origin` as allowed; the
     // default asks it over HTTPS with this session.
     std::function<bool(const Hostname& host, const std::string& origin)> allowsOrigin;
+    // A step whose look or change fails on a passing fault looks again and goes on
+    // from what it finds, as a run again would.
+    RetryPolicy stepRetry{3, std::chrono::duration<double>(1)};
     // Where the dashboard is, for the pages of dashboard tasks.
     std::string dashboard = "https://dash.cloudflare.com";
 };

@@ -133,7 +133,12 @@ S3Bucket::S3Bucket(BucketLocation location, S3Credentials credentials, Endpoints
     : location_(std::move(location)),
       credentials_(std::move(credentials)),
       endpoints_(std::move(endpoints)),
-      session_(std::make_shared<HttpClient>(HttpClientOptions{std::max(1, maxConnectionsPerHost), noProgressTimeout})) {}
+      session_([&] {
+          auto options = endpoints_.httpOptions();
+          options.maxConnectionsPerHost = maxConnectionsPerHost;
+          options.noProgressTimeout = noProgressTimeout;
+          return std::make_shared<HttpClient>(std::move(options));
+      }()) {}
 
 std::optional<HttpResponse> S3Bucket::send(const Call& call) {
     std::string base = endpoints_.r2Storage;

@@ -7,18 +7,13 @@
 //
 // Prints one JSON object on standard output; the caller judges it.
 import { spawn } from 'node:child_process';
-import { createRequire } from 'node:module';
 import fs from 'node:fs';
 import http from 'node:http';
 import os from 'node:os';
 import path from 'node:path';
-import { fileURLToPath } from 'node:url';
+import { launchChromium, toolsRequire } from './chromium.mjs';
 
-const here = path.dirname(fileURLToPath(import.meta.url));
-const modules = path.resolve(here, '../../tools/node_modules');
-const require = createRequire(path.join(modules, 'noop.js'));
-const { chromium } = require('playwright-core');
-const shakaScript = path.join(modules, 'shaka-player/dist/shaka-player.compiled.js');
+const shakaScript = toolsRequire.resolve('shaka-player/dist/shaka-player.compiled.js');
 
 const [folder, ffmpeg, chromiumPath = '/usr/bin/chromium'] = process.argv.slice(2);
 if (!folder || !ffmpeg) {
@@ -182,14 +177,7 @@ let browser;
 try {
   await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
   const base = `http://127.0.0.1:${server.address().port}`;
-  browser = await chromium.launch({
-    executablePath: chromiumPath,
-    headless: true,
-    env: { ...process.env, XDG_CONFIG_HOME: profile, XDG_CACHE_HOME: profile },
-    args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-      '--disable-component-update', '--disable-sync', '--autoplay-policy=no-user-gesture-required',
-      '--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE 127.0.0.1'],
-  });
+  browser = await launchChromium(chromiumPath, profile, 'MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE 127.0.0.1');
   const hls = await play(browser, base, 'master.m3u8');
   const dash = await play(browser, base, 'manifest.mpd');
   const ffmpegResult = await decodeWithFFmpeg(base);

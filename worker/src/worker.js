@@ -736,9 +736,10 @@ async function videoPage(site, env, url, folder, kind) {
     site: escapeHtml(siteName(site)),
     visibility: video.visibility,
   });
-  return htmlResponse(page, 200, {
-    'Content-Security-Policy': custom ? "frame-ancestors 'self'" : contentPolicy(site, url),
-  });
+  if (!custom) return htmlResponse(page, 200, { 'Content-Security-Policy': contentPolicy(site, url) });
+  // A custom template changes in the bucket, not with the Worker: its pages are never
+  // kept, neither here nor in the browser, so that a saved template shows on the next load.
+  return htmlResponse(page, 200, { 'Content-Security-Policy': "frame-ancestors 'self'", 'Cache-Control': 'no-cache' });
 }
 
 function notFound(site, url) {
@@ -799,13 +800,14 @@ export default {
       return new Response('Method not allowed', { status: 405, headers: { Allow: 'GET, HEAD' } });
     }
     // Pages are kept briefly in the edge cache: a view costs no bucket reads then,
-    // and a change shows within a minute.
+    // and a change shows within a minute. Pages marked otherwise are not kept.
     const cache = typeof caches !== 'undefined' ? caches.default : null;
     const cacheKey = new Request(request.url, { method: 'GET' });
     let response = cache ? await cache.match(cacheKey) : undefined;
     if (!response) {
       response = await respond(new URL(request.url), env);
-      if (cache && (response.status === 200 || response.status === 404)) {
+      const keeps = response.headers.get('Cache-Control') === `public, max-age=${pageCacheSeconds}`;
+      if (cache && keeps && (response.status === 200 || response.status === 404)) {
         ctx.waitUntil(cache.put(cacheKey, response.clone()));
       }
     }

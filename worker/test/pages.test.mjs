@@ -389,4 +389,22 @@ describe('edge cache', () => {
       await cached.close();
     }
   });
+
+  test('never keeps the page of a custom template, so that a saved template shows on the next load', async () => {
+    const cached = await startPages({ cache: true });
+    try {
+      await cached.reset(siteSettings({ template: 'custom' }));
+      await cached.publish('harbour');
+      await cached.put('_vorlen/template.html', 'First {{head}} {{player}}');
+      const first = await cached.get('/harbour');
+      assert.match(first.text, /^First /);
+      assert.equal(first.headers.get('cache-control'), 'no-cache');
+      await cached.put('_vorlen/template.html', 'Second {{head}} {{player}}');
+      assert.match((await cached.get('/harbour')).text, /^Second /);
+      await cached.put('_vorlen/site.json', siteSettings({ template: 'dark' }));
+      assert.match((await cached.get('/harbour')).text, /data-theme="dark"/);
+    } finally {
+      await cached.close();
+    }
+  });
 });

@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# The page template of the local site from the command line: a file that lacks a
+# required placeholder changes nothing; a good one is kept in the bucket, the site
+# switches to it, and `vorlen preview` serves it, a newer one at the next load; a
+# built-in design switches back and leaves the custom file in place.
+set -euo pipefail
+vorlen=$1
+source_dir=$2
+home=$(mktemp -d)
+preview=
+stop_preview() {
+  if [[ -n $preview ]]; then kill -TERM "$preview" 2>/dev/null || true; wait "$preview" || true; fi
+  preview=
+}
+trap 'stop_preview; rm -rf "$home"' EXIT
+export HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_CACHE_HOME=$home/cache TMPDIR=$home
+unset DBUS_SESSION_BUS_ADDRESS
+objects=$home/data/vorlen/local-site/objects
+
+printf '<p>{{title}}</p>{{head}}\n' > "$home/bad.html"
+if "$vorlen" template check "$home/bad.html" 2> "$home/err"; then exit 1; fi
+grep -qx 'The template does not contain {{player}}. A page cannot play its video without them.' "$home/err"
+if "$vorlen" template set "$home/bad.html" 2> "$home/err"; then exit 1; fi
+grep -q 'does not contain {{player}}' "$home/err"
+test ! -e "$objects/_vorlen/template.html"
+grep -q '"template": "auto"' "$objects/_vorlen/site.json"
+
+page="$home/Our Page.html"
+printf '<!doctype html><html><head>{{head}}</head><body><main>First page {{player}} {{ site }}</main></body></html>\n' > "$page"
+"$vorlen" template check "$page" > "$home/out"
+grep -qx '  {{ site }}' "$home/out"
+grep -qx '“Our Page.html” passes the check.' "$home/out"
+
+"$vorlen" template set "$page" > "$home/out"
+grep -qx 'The site “local” now uses the custom template “Our Page.html”.' "$home/out"
+cmp "$page" "$objects/_vorlen/template.html"
+grep -q '"template": "custom"' "$objects/_vorlen/site.json"
+"$vorlen" template > "$home/out"
+grep -q '^The custom template “Our Page.html” has 1[0-9][0-9] bytes, imported 20' "$home/out"
+
+# A playable folder, written in the folder bucket's layout, for a page to show.
+node --input-type=module -e "
+  const { writeObject } = await import(process.argv[1]);
+  await writeObject(process.argv[2], 'harbour/master.m3u8', '#EXTM3U\n', { contentType: 'application/vnd.apple.mpegurl', cacheControl: 'public, max-age=300' });
+" "$source_dir/worker/dev/folderBucket.mjs" "$home/data/vorlen/local-site"
+
+port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+"$vorlen" preview --port "$port" > "$home/preview" 2>&1 &
+preview=$!
+for _ in $(seq 1 300); do
+  grep -q '^Serving' "$home/preview" && break
+  kill -0 "$preview" 2>/dev/null || { cat "$home/preview" >&2; exit 1; }
+  sleep 0.1
+done
+page_of() { curl -sf "http://localhost:$port/harbour"; }
+page_of | grep -q '<main>First page '
+
+sed 's/First page/Second page/' "$page" > "$home/second.html"
+"$vorlen" template set "$home/second.html" > /dev/null
+page_of | grep -q '<main>Second page '
+
+"$vorlen" template set dark > "$home/out"
+grep -qx 'The site “local” now uses the dark template.' "$home/out"
+grep -q '"template": "dark"' "$objects/_vorlen/site.json"
+test -f "$objects/_vorlen/template.html"
+page_of | grep -q 'data-theme="dark"'
+stop_preview
+
+"$vorlen" template export light "$home/light.html" > /dev/null
+grep -q '{{player}}' "$home/light.html"
+"$vorlen" template check "$home/light.html" > /dev/null
