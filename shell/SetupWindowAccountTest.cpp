@@ -1,6 +1,5 @@
 #include "shell/SetupWindow.hpp"
 
-#include <QCheckBox>
 #include <QComboBox>
 #include <QInputDialog>
 #include <QLabel>
