@@ -25,8 +25,11 @@ int runDesktop(int& argc, char** argv) {
     auto store = app::LocalSettingsStore::standard();
     app::AppModel model(store, app::coreServices(store), queue);
     MainWindow window(model, queue);
+    const bool isFirstStart = model.settings().sites.empty();
     window.showSite(model.ensureSite());
     window.show();
+    // The local site lets a person publish at once; a site of their own is set up beside it.
+    if (isFirstStart) window.openSetup();
     // SIGTERM and Ctrl-C close the window as the person would: a running publish
     // stops and removes what it uploaded before the process ends.
     app::Interrupts::Listener interrupts([&queue, &window] { queue.post([&window] { window.close(); }); },

@@ -23,6 +23,7 @@
 #include "shell/PublishedView.hpp"
 #include "shell/PublishingView.hpp"
 #include "shell/SettingsWindow.hpp"
+#include "shell/SetupWindow.hpp"
 #include "shell/StartView.hpp"
 
 namespace vorlen::shell {
@@ -206,8 +207,24 @@ SettingsWindow* MainWindow::openSettings() {
         else
             showSites();
     };
+    settings->onSiteSetUp = [this](const app::SiteID& id) { siteSetUp(id); };
     settings->open();
     return settings;
+}
+
+SetupWindow* MainWindow::openSetup() {
+    auto* setup = new SetupWindow(model_, this);
+    setup->onRunEnded = [this](const app::SiteID& id, bool isComplete) {
+        if (isComplete) siteSetUp(id);
+        else showSites();
+    };
+    setup->open();
+    return setup;
+}
+
+void MainWindow::siteSetUp(const app::SiteID& id) {
+    model_.changeSettings([&](app::LocalSettings& settings) { settings.defaultSite = id; });
+    showSite(id);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

@@ -22,6 +22,7 @@ class PublishedView;
 class PublishingView;
 class ScreenView;
 class SettingsWindow;
+class SetupWindow;
 class StartView;
 
 // The window of one site at a time: the screens of its workspace, a site
@@ -33,6 +34,8 @@ public:
     void showSite(const app::SiteID& id);
     const std::shared_ptr<app::SiteWorkspace>& workspace() const { return workspace_; }
     SettingsWindow* openSettings();
+    // The setup of a site in a Cloudflare account, which the window shows once it is complete.
+    SetupWindow* openSetup();
     // The screen on show.
     ScreenView* currentView() const;
 
@@ -47,6 +50,7 @@ private:
     void showSites();
     void dropFiles(const std::vector<std::filesystem::path>& files);
     void workspaceChanged();
+    void siteSetUp(const app::SiteID& id);
 
     app::AppModel& model_;
     std::shared_ptr<app::SiteWorkspace> workspace_;

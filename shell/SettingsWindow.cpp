@@ -4,6 +4,7 @@
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QFormLayout>
+#include <QInputDialog>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -16,9 +17,11 @@
 #include <QTabWidget>
 #include <QVBoxLayout>
 
+#include "core/base/Text.hpp"
 #include "shell/Appearance.hpp"
 #include "shell/CollaboratorDialog.hpp"
 #include "shell/Format.hpp"
+#include "shell/SetupWindow.hpp"
 #include "shell/SiteDialog.hpp"
 
 namespace vorlen::shell {
@@ -35,6 +38,14 @@ QLabel* wrapped(const QString& text, const char* role = nullptr) {
     made->setWordWrap(true);
     if (role) setRole(made, role);
     return made;
+}
+
+// A secret asked for without showing it; nothing when the person cancels.
+std::optional<std::string> askSecret(QWidget* parent, const QString& title, const QString& question) {
+    bool isGiven = false;
+    const QString answer = QInputDialog::getText(parent, title, question, QLineEdit::Password, QString(), &isGiven);
+    if (!isGiven) return std::nullopt;
+    return answer.toStdString();
 }
 
 QPushButton* plainButton(const QString& text) {
@@ -99,20 +110,29 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
     sites_->setSpacing(3);
     sitesLayout->addWidget(sites_, 1);
     auto* siteButtons = new QHBoxLayout;
+    auto* setUp = plainButton("Set Up a Site\u2026");
     auto* addLocal = plainButton("Add Local Site\u2026");
     auto* addR2 = plainButton("Add R2 Site\u2026");
     auto* join = plainButton("Join with a Code\u2026");
     invite_ = plainButton("Invite\u2026");
     invite_->setAccessibleName("Invite a collaborator to the site");
+    check_ = plainButton("Check Site\u2026");
+    check_->setAccessibleName("Check the site in its Cloudflare account");
     remove_ = plainButton("Remove");
     remove_->setAccessibleName("Remove the site");
+    siteButtons->addWidget(setUp);
     siteButtons->addWidget(addLocal);
     siteButtons->addWidget(addR2);
     siteButtons->addWidget(join);
     siteButtons->addStretch(1);
-    siteButtons->addWidget(invite_);
-    siteButtons->addWidget(remove_);
     sitesLayout->addLayout(siteButtons);
+    // What the selected site allows, on a line of its own.
+    auto* selectedButtons = new QHBoxLayout;
+    selectedButtons->addStretch(1);
+    selectedButtons->addWidget(check_);
+    selectedButtons->addWidget(invite_);
+    selectedButtons->addWidget(remove_);
+    sitesLayout->addLayout(selectedButtons);
     if (auto notice = model_.secretStoreNotice()) {
         auto* secrets = wrapped(QString::fromStdString(*notice), "secondary");
         secrets->setObjectName("secretStoreNotice");
@@ -138,6 +158,8 @@ SettingsWindow::SettingsWindow(app::AppModel& model, app::SiteID site, QWidget* 
         model_.setUploadLimit(site_, megabits == 0 ? app::UploadLimit::unlimited() : app::UploadLimit::megabits(megabits));
     });
     QObject::connect(sites_, &QListWidget::currentRowChanged, this, [this](int) { enableSiteButtons(); });
+    QObject::connect(setUp, &QPushButton::clicked, this, [this] { setUpSite(); });
+    QObject::connect(check_, &QPushButton::clicked, this, [this] { checkSite(); });
     QObject::connect(join, &QPushButton::clicked, this, [this] { joinSite(); });
     QObject::connect(invite_, &QPushButton::clicked, this, [this] { inviteCollaborator(); });
     QObject::connect(addLocal, &QPushButton::clicked, this, [this] { addLocalSite(); });
@@ -187,6 +209,44 @@ void SettingsWindow::enableSiteButtons() {
     // Only a site in a Cloudflare account has collaborators.
     const auto* site = selected ? model_.settings().site(*selected) : nullptr;
     invite_->setEnabled(site && !site->settings.isLocal());
+    check_->setEnabled(site && !site->settings.isLocal() && !site->settings.s3Endpoint);
+}
+
+SetupWindow* SettingsWindow::setUpSite() {
+    auto* setup = new SetupWindow(model_, this);
+    setup->onRunEnded = [this](const app::SiteID& id, bool isComplete) {
+        showSites();
+        if (onSitesChanged) onSitesChanged();
+        if (isComplete && onSiteSetUp) onSiteSetUp(id);
+    };
+    setup->open();
+    return setup;
+}
+
+SetupWindow* SettingsWindow::checkSite() {
+    const auto selected = selectedSite();
+    if (!selected) return nullptr;
+    std::optional<std::string> token;
+    try {
+        auto store = model_.setupTokens(*selected, [this](const app::PassphraseRequest& request) {
+            return askSecret(this, "Passphrase",
+                             QString("To %1, give the passphrase of its sealed copy:").arg(QString::fromStdString(request.reason)));
+        });
+        if (store.hasToken()) token = store.token(app::SetupTokenPurpose::checkSite);
+    } catch (const Cancelled&) {
+        return nullptr;
+    } catch (const std::exception& error) {
+        report(error);
+        return nullptr;
+    }
+    if (!token)
+        token = askSecret(this, "Cloudflare Account API Token",
+                          QString("To %1, paste the Cloudflare Account API Token:")
+                              .arg(QString::fromStdString(app::reason(app::SetupTokenPurpose::checkSite))));
+    if (!token || trimmed(*token).empty()) return nullptr;
+    auto* check = new SetupWindow(model_, *selected, APIToken{trimmed(*token)}, this);
+    check->open();
+    return check;
 }
 
 void SettingsWindow::joinSite() {

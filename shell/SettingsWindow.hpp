@@ -15,6 +15,8 @@ class QTabWidget;
 
 namespace vorlen::shell {
 
+class SetupWindow;
+
 // This computer's settings: how it uploads, and its sites.
 class SettingsWindow : public QDialog {
 public:
@@ -22,6 +24,8 @@ public:
 
     // The site list changed: added, removed.
     std::function<void()> onSitesChanged;
+    // A setup from this window has set up a site completely.
+    std::function<void(const app::SiteID&)> onSiteSetUp;
 
     QTabWidget* tabs() const { return tabs_; }
     QListWidget* siteList() const { return sites_; }
@@ -30,6 +34,9 @@ public:
     void removeSite();
     void joinSite();
     void inviteCollaborator();
+    SetupWindow* setUpSite();
+    // Asks for the Account API Token (its sealed copy's passphrase, or the token) and checks the selected site.
+    SetupWindow* checkSite();
     std::optional<app::SiteID> selectedSite() const;
     void enableSiteButtons();
 
@@ -47,6 +54,7 @@ private:
     QListWidget* sites_;
     QPushButton* remove_;
     QPushButton* invite_;
+    QPushButton* check_;
 };
 
 }  // namespace vorlen::shell
