@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "app/SetupWords.hpp"
 #include "core/base/VorlenError.hpp"
 #include "core/storage/S3Bucket.hpp"
 
@@ -27,9 +28,7 @@ SetupTokenCheck CoreSetupService::checkToken(const APIToken& token, const std::o
     if (accountID && std::none_of(accounts.begin(), accounts.end(), [&](const auto& a) { return a.id == *accountID; }))
         accounts = {CloudflareAccount{*accountID, *accountID}};
     if (accounts.empty())
-        throw VorlenError::config(
-            "Cloudflare accepted the token, but the token cannot access an account. Make a Cloudflare Account API "
-            "Token with the permissions above.");
+        throw VorlenError::config(SetupWords::noAccount);
     VerifiedToken verified;
     try {
         verified = client.verifyToken(accounts.front().id);

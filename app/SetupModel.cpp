@@ -13,16 +13,6 @@
 
 namespace vorlen::app {
 
-std::string SetupWords::notActive(const std::string& status) {
-    return fmt::format("The Cloudflare Account API Token is {}, not active.", status);
-}
-
-std::string defaultComputerName() {
-    std::array<char, 256> name{};
-    if (::gethostname(name.data(), name.size() - 1) != 0 || !name[0]) return "this computer";
-    return name.data();
-}
-
 namespace {
 
 // A token is one word of letters, digits, "-" and "_"; anything else was copied from the wrong place.

@@ -3,9 +3,9 @@
 #include <mutex>
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include "app/Interrupts.hpp"
+#include "app/SetupWords.hpp"
 #include "app/SiteTemplates.hpp"
 #include "cli/AppContext.hpp"
 #include "cli/Commands.hpp"
@@ -24,12 +24,6 @@ namespace {
 // place), 1 (a failure) and 130 (stopped).
 constexpr int stepsToDo = 2;
 constexpr int dashboardTask = 3;
-
-std::string hostName() {
-    char name[256] = {};
-    if (gethostname(name, sizeof name - 1) != 0 || !*name) return "this computer";
-    return name;
-}
 
 // Prints each step as its status changes: one line each, a waiting step's progress below it.
 class StepPrinter {
@@ -150,7 +144,7 @@ void registerSetupCommands(CommandRegistry& registry) {
         // A template file is checked before anything is sent, and goes into the bucket once the site is set up.
         if (templateFile) PageTemplate::inspectedFile(*templateFile).requireComplete();
         choice.path = options->path;
-        choice.computerName = options->computerName.value_or(hostName());
+        choice.computerName = options->computerName.value_or(app::defaultComputerName());
         choice.mediaHost = service.siteHostname(token, options->account, options->mediaHost);
         choice.pageHost = service.siteHostname(token, options->account, options->pageHost);
 
@@ -198,7 +192,7 @@ void registerSetupCommands(CommandRegistry& registry) {
         app::AppModel& model = *context.model;
         const app::SiteID id = chosenSite(model, *checkSite);
         const APIToken token = setupToken(model, id, app::SetupTokenPurpose::checkSite);
-        const app::SetupPlan plan = model.planCheck(id, token, hostName());
+        const app::SetupPlan plan = model.planCheck(id, token, app::defaultComputerName());
         StepPrinter printer;
         model.setSetupRunning(true);
         const SetupReport report = runSteps([&] {

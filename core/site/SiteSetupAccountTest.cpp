@@ -286,7 +286,8 @@ TEST_F(SiteSetupAccountTest, ATokenMadeByTheRunIsKeptWhenALaterStepFails) {
 TEST_F(SiteSetupAccountTest, ASetupTokenThatCannotMakeTokensAsksForOneMadeInTheDashboard) {
     // The setup token's permissions without "Account API Tokens Write", over every zone by its id.
     std::vector<TokenPolicy> policies;
-    for (const auto& token : account.state()["tokens"])
+    const Json state = account.state();
+    for (const auto& token : state["tokens"])
         if (token.value("setup", false))
             for (const auto& policy : token["policies"]) {
                 TokenPolicy limited;
