@@ -71,6 +71,15 @@ SetupReport runSteps(Work work) {
     return task.value();
 }
 
+// A new passphrase, typed twice; none at all (no terminal, or two that differ) stops the command.
+std::optional<std::string> choosePassphrase(const app::PassphraseRequest& request) {
+    const auto first = readSecretLine(fmt::format("To {}, type it (it is not shown): ", request.reason));
+    if (!first || first->empty()) return std::nullopt;
+    const auto second = readSecretLine("Type the passphrase again: ");
+    if (second != first) throw VorlenError::config("The two passphrases differ. The token was not kept.");
+    return first;
+}
+
 std::optional<SiteTemplate> builtInTemplate(const std::string& name) {
     if (name == "auto") return SiteTemplate::automatic;
     if (name == "light") return SiteTemplate::light;
@@ -96,6 +105,7 @@ void registerSetupCommands(CommandRegistry& registry) {
         std::optional<std::string> locationHint;
         std::optional<std::string> computerName;
         bool manualTokens = false;
+        bool keepsToken = false;
     };
     auto options = std::make_shared<SetupOptions>();
     auto* setup = registry.app.add_subcommand(
@@ -116,6 +126,9 @@ void registerSetupCommands(CommandRegistry& registry) {
     setup->add_option("--computer-name", options->computerName, "this computer's name, for its R2 API Token (by default the host name)");
     setup->add_flag("--manual-tokens", options->manualTokens,
                     "make this computer's R2 API Token yourself in the dashboard: when the setup asks for it, paste it");
+    setup->add_flag("--keep-token", options->keepsToken,
+                    "keep the Cloudflare Account API Token on this computer, sealed with a passphrase that you choose "
+                    "on the terminal; `vorlen check` and `vorlen invite` then ask for the passphrase instead");
     setup->footer(exitStatusHelp);
     registry.add(setup, [options] {
         AppContext context;
@@ -173,6 +186,10 @@ void registerSetupCommands(CommandRegistry& registry) {
             if (status == 0 && templateFile) {
                 app::SiteTemplates::open(model.site(plan.site), context.secrets, model.endpoints()).importFile(*templateFile);
                 std::cout << fmt::format("The pages use the template {}.\n", *templateFile);
+            }
+            if (status == 0 && options->keepsToken) {
+                model.setupTokens(plan.site, choosePassphrase).save(token.value);
+                std::cout << "The Cloudflare Account API Token is kept on this computer, sealed with your passphrase.\n";
             }
             if (status == 0)
                 std::cout << fmt::format("\nThe site \u201c{}\u201d is set up: https://{}/\n", plan.site.value,
