@@ -5,20 +5,13 @@ set -euo pipefail
 trap 'echo "setup_killed: failed at line $LINENO" >&2' ERR
 vorlen=$1
 source_dir=$2
-work=$(mktemp -d)
-account_dir=$work/cloudflare
-trap '"$source_dir/testing/cloudflare/stop" "$account_dir" >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
-unset DBUS_SESSION_BUS_ADDRESS VORLEN_CLOUDFLARE_TOKEN VORLEN_R2_TOKEN
-
-local_account=$(VORLEN_CLOUDFLARE_OWNER=$$ "$source_dir/testing/cloudflare/start" "$account_dir")
-value() { sed -n "s/^$1=//p" <<<"$local_account" | head -1; }
+source "$(dirname "$0")/local_account.sh"
 control=$(value control)
 account=$(value account)
 home=$work/home
 mkdir -p "$home"
 export HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_CACHE_HOME=$home/cache \
-  XDG_STATE_HOME=$home/state TMPDIR=$home
-export VORLEN_CLOUDFLARE_API=$(value api) VORLEN_R2_STORAGE=$(value r2) VORLEN_CLOUDFLARE_TOKEN=$(value token)
+  XDG_STATE_HOME=$home/state TMPDIR=$home VORLEN_CLOUDFLARE_TOKEN=$(value token)
 setup=("$vorlen" setup --account "$account" --bucket killed --media-host media.media-dovrin.test
   --page-host videos.dovrin.test --computer-name studio)
 

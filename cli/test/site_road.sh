@@ -13,16 +13,11 @@ trap 'echo "site_road: failed at line $LINENO" >&2' ERR
 vorlen=$1
 source_dir=$2
 screenshots=$3
-work=$(mktemp -d)
-account_dir=$work/cloudflare
-trap '"$source_dir/testing/cloudflare/stop" "$account_dir" >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
-unset DBUS_SESSION_BUS_ADDRESS VORLEN_CLOUDFLARE_TOKEN VORLEN_SETUP_CODE VORLEN_R2_TOKEN
+source "$(dirname "$0")/local_account.sh"
 chromium=${VORLEN_CHROMIUM:-/usr/bin/chromium}
 media_host=media.media-dovrin.test
 page_host=videos.dovrin.test
 
-local_account=$(VORLEN_CLOUDFLARE_OWNER=$$ "$source_dir/testing/cloudflare/start" "$account_dir")
-value() { sed -n "s/^$1=//p" <<<"$local_account" | head -1; }
 api=$(value api)
 account=$(value account)
 setup_token=$(value token)
@@ -34,7 +29,7 @@ home=$work/home
 mkdir -p "$home"
 export HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_CACHE_HOME=$home/cache \
   XDG_STATE_HOME=$home/state TMPDIR=$home
-export VORLEN_CLOUDFLARE_API=$api VORLEN_R2_STORAGE=$(value r2) VORLEN_CLOUDFLARE_DASHBOARD=https://dash.invalid \
+export VORLEN_CLOUDFLARE_DASHBOARD=https://dash.invalid \
   VORLEN_CONNECT_TO=$media_host:443:$edge,$page_host:443:$edge VORLEN_CA_FILE=$ca
 with_token() { VORLEN_CLOUDFLARE_TOKEN=$setup_token "$@"; }
 
