@@ -1,8 +1,7 @@
 # Sourced by the command line's tests of R2 sites. Needs $home (a fresh HOME),
 # $source_dir and $vorlen. A real S3 server (RADOS Gateway) that knows only the
 # S3 keys that follow from a fresh R2 API Token, a bucket "videos" in it, and
-# botocore to look into it: `s3 list PREFIX`, `s3 get KEY`, `s3 head KEY` (the
-# object's headers as JSON), and `s3 put KEY FILE` to seed it.
+# `s3 list PREFIX` to look into it with botocore.
 
 export HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_CACHE_HOME=$home/cache TMPDIR=$home
 unset VORLEN_ACCESS_KEY_ID VORLEN_SECRET_ACCESS_KEY
@@ -20,21 +19,13 @@ endpoint=$(sed -n 's/^endpoint=//p' <<<"$server")
 # Another S3 client, to make the bucket and to look into it afterwards.
 s3() {
   S3_ENDPOINT=$endpoint S3_KEY=$token_id S3_SECRET=$secret python3 -c '
-import json, os, sys, botocore.session, botocore.config
+import os, sys, botocore.session, botocore.config
 client = botocore.session.get_session().create_client(
     "s3", endpoint_url=os.environ["S3_ENDPOINT"], region_name="us-east-1",
     aws_access_key_id=os.environ["S3_KEY"], aws_secret_access_key=os.environ["S3_SECRET"],
     config=botocore.config.Config(s3={"addressing_style": "path"}))
-action = sys.argv[1]
-if action == "create":
+if sys.argv[1] == "create":
     client.create_bucket(Bucket="videos")
-elif action == "put":
-    client.put_object(Bucket="videos", Key=sys.argv[2], Body=open(sys.argv[3], "rb").read())
-elif action == "get":
-    sys.stdout.write(client.get_object(Bucket="videos", Key=sys.argv[2])["Body"].read().decode())
-elif action == "head":
-    head = client.head_object(Bucket="videos", Key=sys.argv[2])
-    print(json.dumps({"type": head["ContentType"], "cache": head["CacheControl"], "metadata": head["Metadata"]}))
 else:
     for item in client.list_objects_v2(Bucket="videos", Prefix=sys.argv[2]).get("Contents", []):
         print(item["Key"])

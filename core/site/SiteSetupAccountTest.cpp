@@ -132,29 +132,6 @@ TEST_F(SiteSetupAccountTest, AnEmptyAccountIsSetUpAndASecondRunOnlyReads) {
     for (const auto& token : api.tokens(account.accountID())) EXPECT_NE(token.id, keptTokens[0].tokenID());
 }
 
-TEST_F(SiteSetupAccountTest, ACheckFindsAMissingRuleWithoutWritingAndARunPutsItBack) {
-    const auto site = request();
-    ASSERT_EQ(run(site).stoppedAt(), nullptr);
-    const auto zone = site.mediaHost.zone.id;
-    const auto firewall = api.phaseEntryPoint(zone, RulesetPhase::firewallCustom);
-    const std::string description = SetupNames::privacyRule(site.mediaHost.hostname).description;
-    for (const auto& rule : firewall->rules)
-        if (rule.description == description) api.deleteRule(zone, firewall->id, rule.id);
-
-    account.clearRequests();
-    const SetupReport checked = check(again(site));
-    auto expected = all("alreadyInPlace");
-    expected[6] = "toDo";
-    EXPECT_EQ(kinds(checked), expected);
-    EXPECT_EQ(checked.status(SetupStep::privacyRule).text(),
-              fmt::format("Add the WAF custom rule on {}.", site.mediaHost.hostname.name));
-    EXPECT_EQ(writesSent(), 0u);
-
-    const SetupReport repaired = run(again(site));
-    expected[6] = "done";
-    EXPECT_EQ(kinds(repaired), expected);
-}
-
 TEST_F(SiteSetupAccountTest, ACheckGoesPastABlockedStepWhileARunStopsThere) {
     auto site = request();
     // "www" already has a CNAME record in the zone.

@@ -56,19 +56,5 @@ TEST(SiteSetupTest, ARequestIsRefusedBeforeAnythingIsSentInTheOrderOfTheRules) {
     EXPECT_EQ(refusal(request), "");
 }
 
-TEST(SiteSetupTest, TheRulesKeepPrivateFilesOffTheMediaHostAndCacheItsTextFiles) {
-    const auto host = Hostname::parse("media.example.com");
-    const auto privacy = SetupNames::privacyRule(host);
-    EXPECT_EQ(privacy.description, "Vorlen: private files of media.example.com");
-    EXPECT_EQ(privacy.action, "block");
-    EXPECT_EQ(privacy.expression,
-              R"((http.host eq "media.example.com" and (ends_with(http.request.uri.path, "video.json") or starts_with(http.request.uri.path, "/_vorlen"))))");
-    const auto cache = SetupNames::cacheRule(host);
-    EXPECT_EQ(cache.description, "Vorlen: cache the manifests of media.example.com");
-    EXPECT_EQ(cache.actionParameters->dump(),
-              R"({"browser_ttl":{"mode":"respect_origin"},"cache":true,"edge_ttl":{"mode":"respect_origin"}})");
-    EXPECT_EQ(SetupStatus{}.text(), "Not checked.");
-}
-
 }  // namespace
 }  // namespace vorlen
