@@ -215,19 +215,26 @@ void AppModel::finishSetup(const SetupPlan& plan, const SetupReport& report) {
 }
 
 void AppModel::removeSite(const SiteID& id) {
-    site(id);
-    if (auto found = workspaces_.find(id); found != workspaces_.end()) {
-        if (found->second->screen().isActive()) throw VorlenError::config(SettingsError::busy);
-        workspaces_.erase(found);
-        limiters_.erase(id);
-    }
+    if (auto found = workspaces_.find(id); found != workspaces_.end() && found->second->screen().isActive())
+        throw VorlenError::config(SettingsError::busy);
+    if (const auto library = workspace(id)->services().library.library) library->clearCache();
+    workspaces_.erase(id);
+    limiters_.erase(id);
     SiteStorage storage(id);
     services_.secrets->remove(storage.credentialsItem);
     services_.secrets->remove(storage.setupTokenItem);
     services_.secrets->remove(storage.vimeoTokenItem);
     std::erase_if(settings_.sites, [&](const LocalSite& site) { return site.id == id; });
     if (settings_.defaultSite == id) settings_.defaultSite.reset();
+    std::erase(settings_.lastOpenLibraries, id);
     save();
+}
+
+void AppModel::setLibraryOpen(const SiteID& id, bool isOpen) {
+    changeSettings([&](LocalSettings& settings) {
+        std::erase(settings.lastOpenLibraries, id);
+        if (isOpen) settings.lastOpenLibraries.push_back(id);
+    });
 }
 
 const LocalSite& AppModel::site(const SiteID& id) const {
@@ -254,6 +261,7 @@ std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
     services.publish = services_.publishService(*site, limiter);
     if (!site->settings.isLocal())
         services.credentials = std::make_shared<CredentialStore>(services_.secrets, SiteStorage(id).credentialsItem);
+    if (services_.libraryServices) services.library = services_.libraryServices(*site);
     SiteWorkspace::Host host;
     host.macSettings = [this] { return settings_; };
     host.recordUploadRate = [this](double rate) { changeSettings([rate](LocalSettings& s) { s.lastUploadRate = rate; }); };

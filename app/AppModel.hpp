@@ -75,6 +75,8 @@ public:
         Endpoints endpoints{};
         // The setup run and its questions to Cloudflare.
         std::shared_ptr<SetupService> setup{};
+        // Makes the library and catalogue services of a site.
+        std::function<LibraryServices(const LocalSite&)> libraryServices{};
     };
 
     AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing = WorkspaceTiming());
@@ -110,7 +112,11 @@ public:
     SetupService& setupService() const;
     // While a run goes on, a quit asks first.
     void setSetupRunning(bool running) { isSetupRunning_ = running; }
+    // Forgets the site on this computer: its secrets and its cached library.
     void removeSite(const SiteID& id);
+    // The sites whose library windows are open, reopened at the next start.
+    const std::vector<SiteID>& openLibraries() const { return settings_.lastOpenLibraries; }
+    void setLibraryOpen(const SiteID& id, bool isOpen);
     // Saved, and applied at once to the uploads of the site, a running one too.
     void setUploadLimit(const SiteID& id, UploadLimit limit);
 

@@ -12,12 +12,6 @@ namespace vorlen::app {
 
 namespace {
 
-std::string destinationPrefix(const SiteSummary& site) { return site.folderPath.empty() ? "" : site.folderPath + "/"; }
-
-std::string bucketIdentity(const SiteSummary& site) {
-    return site.isLocal() ? "folder:" + site.localFolder->string() : "r2:" + site.accountID + "/" + site.bucket;
-}
-
 std::vector<SubtitleTrack> subtitleTracks(const std::vector<VideoSubtitle>& subtitles) {
     std::vector<SubtitleTrack> tracks;
     for (const auto& subtitle : subtitles)
@@ -38,6 +32,17 @@ std::shared_ptr<Bucket> CorePublishService::bucketFor(const BucketAccess& access
                                       chosen);
 }
 
+Destination CorePublishService::destinationFor(const BucketAccess& access, const Endpoints& endpoints) {
+    const SiteSummary& site = access.site;
+    const auto identity = site.isLocal() ? "folder:" + site.localFolder->string() : "r2:" + site.accountID + "/" + site.bucket;
+    return Destination{bucketFor(access, endpoints), videoPrefix(site), identity};
+}
+
+BucketLocation CorePublishService::locationOf(const SiteSummary& site) {
+    if (site.isLocal()) return BucketLocation{"", site.localFolder->string()};
+    return BucketLocation{site.accountID, site.bucket};
+}
+
 Publisher CorePublishService::publisher(const BucketAccess& access, const UploadTuning& tuning,
                                         std::optional<double> expectedUploadRate) const {
     Publisher made;
@@ -45,7 +50,7 @@ Publisher CorePublishService::publisher(const BucketAccess& access, const Upload
     made.encoder = pipeline_.encoder;
     made.workRoot = pipeline_.workRoot;
     made.expectedUploadRate = expectedUploadRate;
-    made.destination = Destination{bucketFor(access, pipeline_.endpoints), destinationPrefix(access.site), bucketIdentity(access.site)};
+    made.destination = destinationFor(access, pipeline_.endpoints);
     made.limiter = pipeline_.limiter;
     made.upload.concurrency = tuning.concurrency();
     made.upload.readConcurrency = tuning.concurrency();

@@ -8,6 +8,7 @@
 #include "core/net/RateLimiter.hpp"
 #include "core/publish/Publisher.hpp"
 #include "core/publish/VideoEncoder.hpp"
+#include "core/storage/S3Bucket.hpp"
 
 namespace vorlen::app {
 
@@ -32,6 +33,12 @@ public:
 
     // The bucket of a site: its folder for a local site, else R2 (or the S3 service it names).
     static std::shared_ptr<Bucket> bucketFor(const BucketAccess& access, const Endpoints& endpoints);
+    // The bucket with the folder of the site's videos.
+    static Destination destinationFor(const BucketAccess& access, const Endpoints& endpoints);
+    // The key prefix of the video folders: empty, or the site's path and "/".
+    static std::string videoPrefix(const SiteSummary& site) { return site.folderPath.empty() ? "" : site.folderPath + "/"; }
+    // Which bucket a site's is, for what this computer keeps of it: a local site's is its folder.
+    static BucketLocation locationOf(const SiteSummary& site);
 
 private:
     Publisher publisher(const BucketAccess& access, const UploadTuning& tuning, std::optional<double> expectedUploadRate) const;

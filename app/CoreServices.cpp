@@ -1,5 +1,6 @@
 #include "app/CoreServices.hpp"
 
+#include "app/CoreLibraryService.hpp"
 #include "app/CorePublishService.hpp"
 #include "app/CoreSetupService.hpp"
 #include "app/SiteStorage.hpp"
@@ -20,7 +21,8 @@ AppModel::Services coreServices(const LocalSettingsStore& store, std::function<v
                               },
                               VORLEN_VERSION, endpoints,
                               std::make_shared<CoreSetupService>(endpoints, endpoints.session(),
-                                                                 bundledWorkerDirectory())};
+                                                                 bundledWorkerDirectory()),
+                              [endpoints](const LocalSite& site) { return CoreLibraryService::make(site.id, endpoints); }};
 }
 
 }  // namespace vorlen::app

@@ -187,17 +187,33 @@ void SiteWorkspace::beginNameCheck() {
     }));
 }
 
-std::optional<BucketAccess> SiteWorkspace::readAccess() {
+BucketAccess SiteWorkspace::access() const {
     BucketAccess access{local_.settings, std::nullopt};
-    if (local_.settings.isLocal() || !services_.credentials) return access;
+    if (!local_.settings.isLocal() && services_.credentials) access.credentials = services_.credentials->read();
+    return access;
+}
+
+std::optional<BucketAccess> SiteWorkspace::readAccess() {
     try {
-        access.credentials = services_.credentials->read();
+        return access();
     } catch (const std::exception& error) {
         // The secret store's own words, on the screen rather than out of the main loop.
         setScreen(Failure{ScreenTitles::cannotPublish, error.what(), std::nullopt, {}});
         return std::nullopt;
     }
-    return access;
+}
+
+LibraryModel& SiteWorkspace::library() {
+    if (!madeLibrary_)
+        madeLibrary_ = LibraryModel::make(services_.library.library, [this] { return access(); }, local_.settings, mainQueue_);
+    return *madeLibrary_;
+}
+
+CatalogModel& SiteWorkspace::catalog() {
+    if (!madeCatalog_)
+        madeCatalog_ = CatalogModel::make(services_.library.catalog, [this] { return access(); }, mainQueue_,
+                                          timing_.catalogInterval);
+    return *madeCatalog_;
 }
 
 void SiteWorkspace::confirmPublish() {
@@ -302,6 +318,8 @@ void SiteWorkspace::finish(std::uint64_t job, std::optional<PublishedVideo> vide
         local_.lastVisibility = state->request.details.visibility();
         if (host_.save) host_.save(local_);
         std::string folder = state->folder ? state->folder->name : state->request.name;
+        if (madeLibrary_) madeLibrary_->refresh();
+        if (services_.library.catalog) catalog().requestRebuild();
         setScreen(PublishedState{*video, linksFor(local_.settings, folder), false});
         return;
     }

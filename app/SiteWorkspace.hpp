@@ -7,7 +7,10 @@
 #include <optional>
 #include <vector>
 
+#include "app/CatalogModel.hpp"
 #include "app/CredentialStore.hpp"
+#include "app/LibraryModel.hpp"
+#include "app/LibraryService.hpp"
 #include "app/LocalSettings.hpp"
 #include "app/MainQueue.hpp"
 #include "app/PosterReviewModel.hpp"
@@ -29,6 +32,8 @@ struct WorkspaceTiming {
     // Typing does not query the bucket on every key.
     std::chrono::nanoseconds nameCheckDelay = std::chrono::milliseconds(400);
     std::chrono::nanoseconds posterReviewTimeLimit = std::chrono::seconds(20);
+    // A catalogue rebuild reads the whole library: at most one start in this time.
+    std::chrono::nanoseconds catalogInterval = CatalogModel::defaultInterval;
 };
 
 // One site on this computer and the publish flow of its window: a state machine
@@ -45,6 +50,7 @@ public:
     struct Services {
         std::shared_ptr<PublishService> publish;
         std::shared_ptr<CredentialStore> credentials;  // absent for a local site
+        LibraryServices library;
     };
 
     static std::shared_ptr<SiteWorkspace> make(LocalSite local, Services services, Host host, MainQueue& mainQueue,
@@ -70,6 +76,14 @@ public:
     void stop();
     void retry();
     void reset();
+
+    // The library and the catalogue of the site, made on first use. A publish
+    // that ends refreshes the library and asks for a catalogue rebuild.
+    LibraryModel& library();
+    CatalogModel& catalog();
+    const Services& services() const { return services_; }
+    // The bucket access of the site, or the secret store's failure.
+    BucketAccess access() const;
 
     // The poster review, on its own screen while a publish waits for it.
     const PosterReviewScreen* posterReview() const override;
@@ -111,6 +125,8 @@ private:
     std::optional<Task<void>> activity_;
     std::optional<Task<void>> nameCheck_;
     std::shared_ptr<PosterReviewModel> reviewModel_;  // while a review stands
+    std::shared_ptr<LibraryModel> madeLibrary_;
+    std::shared_ptr<CatalogModel> madeCatalog_;
     std::uint64_t nameCheckGeneration_ = 0;
     std::uint64_t jobGeneration_ = 0;
     std::vector<std::filesystem::path> pendingSubtitles_;

@@ -52,8 +52,16 @@ public:
     }
 };
 
+// Counts the catalogue rebuilds that publishes ask for.
+class CountingCatalogService final : public CatalogService {
+public:
+    std::atomic<int> rebuilds = 0;
+    void rebuild(const BucketAccess&) override { ++rebuilds; }
+};
+
 struct Fixture {
     PostedQueue queue;
+    std::shared_ptr<CountingCatalogService> catalog = std::make_shared<CountingCatalogService>();
     std::shared_ptr<FakePublishService> service = std::make_shared<FakePublishService>();
     std::optional<double> recordedRate;
     std::shared_ptr<SiteWorkspace> workspace;
@@ -70,7 +78,8 @@ struct Fixture {
         if (!credentials) site.localFolder = siteFolder;
         LocalSite local{SiteID{"local"}, site, VideoVisibility::publicVideo, std::nullopt, UploadLimit{}};
         SiteWorkspace::Host host{[] { return LocalSettings{}; }, [this](double rate) { recordedRate = rate; }, nullptr};
-        workspace = SiteWorkspace::make(local, {publish ? publish : service, credentials}, host, queue, {nameCheckDelay, 20s});
+        workspace = SiteWorkspace::make(local, {publish ? publish : service, credentials, {nullptr, catalog}}, host, queue,
+                                        {nameCheckDelay, 20s, CatalogModel::defaultInterval});
     }
 
     template <class State>
@@ -196,6 +205,9 @@ TEST(SiteWorkspaceTest, FailedUploadRetriesWithTheSameBuildAndEarlyFailureBuilds
     EXPECT_EQ(published.links.hls, "http://media.localhost:8787/holiday/master.m3u8");
     EXPECT_EQ(fixture.recordedRate, 5e6);
     EXPECT_EQ(attempt, 3);
+    // Only the publish that ended well asks the pages to catch up.
+    fixture.queue.runUntil([&] { return !fixture.workspace->catalog().isBusy(); });
+    EXPECT_EQ(fixture.catalog->rebuilds, 1);
 }
 
 TEST(SiteWorkspaceTest, StopDuringPublishingEndsOnStart) {

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+
+#include "app/LibraryService.hpp"
+#include "core/library/Library.hpp"
+#include "core/net/Endpoints.hpp"
+
+namespace vorlen::app {
+
+// The library and the catalogue of one site over the core's Library, with the
+// site's cache on this computer.
+class CoreLibraryService final : public LibraryService, public CatalogService {
+public:
+    // The thumbnails fit the library's rows.
+    static constexpr int thumbnailPixels = 240;
+
+    CoreLibraryService(std::shared_ptr<LibraryCache> cache, Endpoints endpoints)
+        : cache_(std::move(cache)), endpoints_(std::move(endpoints)) {}
+    // Both contracts over one service, with the cache in the site's cache folder.
+    static LibraryServices make(const SiteID& site, Endpoints endpoints);
+
+    std::optional<std::vector<LibraryVideo>> cachedVideos(const BucketAccess& access) override;
+    std::vector<LibraryVideo> read(const BucketAccess& access,
+                                   const std::function<void(const LibraryReadProgress&)>& onProgress) override;
+    std::optional<std::filesystem::path> thumbnail(const BucketAccess& access, const LibraryVideo& video) override;
+    void clearCache() override { cache_->clear(); }
+    void rebuild(const BucketAccess& access) override;
+
+private:
+    Library library(const BucketAccess& access) const;
+
+    std::shared_ptr<LibraryCache> cache_;
+    Endpoints endpoints_;
+};
+
+}  // namespace vorlen::app

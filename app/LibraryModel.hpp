@@ -1,0 +1,78 @@
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "app/LibraryEntry.hpp"
+#include "app/LibraryService.hpp"
+#include "app/MainQueue.hpp"
+#include "core/base/Task.hpp"
+
+namespace vorlen::app {
+
+// The library of one site as its window shows it: this computer's last list at
+// once, then the bucket's current one, and the poster thumbnails as they come.
+// Lives on the main thread; the reading and the thumbnails run on tasks.
+class LibraryModel : public std::enable_shared_from_this<LibraryModel> {
+public:
+    struct Listing {
+        std::vector<LibraryEntry> entries;  // in folder order
+        bool isCurrent = false;             // false while it is the cached list
+    };
+    // How the model reaches the bucket; it may fail (a secret store that does not answer).
+    using AccessSource = std::function<BucketAccess()>;
+
+    static std::shared_ptr<LibraryModel> make(std::shared_ptr<LibraryService> service, AccessSource access,
+                                              SiteSummary site, MainQueue& mainQueue);
+    ~LibraryModel();
+
+    const std::optional<Listing>& listing() const { return listing_; }
+    const std::optional<LibraryReadProgress>& refreshProgress() const { return refreshProgress_; }
+    bool isRefreshing() const { return refreshTask_.has_value(); }
+    // The last reading's failure; the list on screen stays.
+    const std::optional<std::string>& refreshFailure() const { return refreshFailure_; }
+    void onChange(std::function<void()> observer) { observers_.push_back(std::move(observer)); }
+
+    // Shows the cached list when nothing is shown yet, then reads the bucket. A
+    // refresh during a reading starts it again, so the list is never older than the request.
+    void refresh();
+    // The thumbnail of an entry's poster when it is on this computer; otherwise
+    // it is made in the background and onChange tells when it is there.
+    std::optional<std::filesystem::path> thumbnail(const LibraryEntry& entry);
+
+private:
+    LibraryModel(std::shared_ptr<LibraryService> service, AccessSource access, SiteSummary site, MainQueue& mainQueue)
+        : service_(std::move(service)), access_(std::move(access)), site_(std::move(site)), mainQueue_(mainQueue) {}
+    void changed();
+    void onMain(std::function<void(LibraryModel&)> work);
+    std::vector<LibraryEntry> entriesFrom(std::vector<LibraryVideo> videos) const;
+    void loadNextThumbnail();
+
+    std::shared_ptr<LibraryService> service_;
+    AccessSource access_;
+    SiteSummary site_;
+    MainQueue& mainQueue_;
+    std::vector<std::function<void()>> observers_;
+
+    std::optional<Listing> listing_;
+    std::optional<LibraryReadProgress> refreshProgress_;
+    std::optional<std::string> refreshFailure_;
+    std::optional<Task<void>> refreshTask_;
+    std::uint64_t refreshGeneration_ = 0;
+    // The latest progress of the reading, handed to the main thread one post at a time.
+    std::shared_ptr<std::atomic<bool>> progressPosted_ = std::make_shared<std::atomic<bool>>(false);
+
+    std::map<std::string, std::optional<std::filesystem::path>> thumbnails_;  // by poster key; absent: none to show
+    std::deque<LibraryVideo> thumbnailQueue_;
+    std::optional<Task<void>> thumbnailTask_;
+};
+
+}  // namespace vorlen::app
