@@ -135,6 +135,10 @@ int runPublish(const PublishOptions& options) {
                   << "Media: " << published->links.media << '\n'
                   << "HLS:   " << published->links.hls << '\n'
                   << "DASH:  " << published->links.dash << '\n';
+        // The home page lists what the catalogue holds: bring it up to date before the command ends.
+        auto& catalog = workspace->catalog();
+        queue.runUntil([&] { return !catalog.isBusy(); });
+        if (catalog.failure()) std::cerr << "The site's home page could not be updated: " << *catalog.failure() << '\n';
         return 0;
     }
     if (auto* failure = screen.as<app::Failure>()) {

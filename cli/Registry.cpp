@@ -12,11 +12,13 @@ void registerSettingsCommand(CommandRegistry& registry);
 void registerInviteCommands(CommandRegistry& registry);
 void registerSetupCommands(CommandRegistry& registry);
 void registerTemplateCommands(CommandRegistry& registry);
+void registerLibraryCommands(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
     registerPublishCommand(registry);
     registerPreviewCommand(registry);
+    registerLibraryCommands(registry);
     registerSitesCommand(registry);
     registerSettingsCommand(registry);
     registerSetupCommands(registry);

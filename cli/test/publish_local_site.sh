@@ -33,3 +33,24 @@ grep -q '"visibility": "unlisted"' "$objects/$folder/video.json"
 "$vorlen" sites | grep -q '^\* local '
 # Nothing stays in the work folder once a publish has ended.
 test -z "$(ls -A "$home/vorlen" 2>/dev/null)"
+
+# Each publish brought the catalogue that the home page reads up to date.
+python3 - "$objects/_vorlen/catalog.json" "$folder" <<'PY'
+import json, sys
+catalog = json.load(open(sys.argv[1]))
+assert [(v["folder"], v["visibility"]) for v in catalog["videos"]] == [("holiday-film", "public"), (sys.argv[2], "unlisted")], catalog
+PY
+"$vorlen" library --json --order title > "$home/library.json"
+python3 - "$home/library.json" "$folder" <<'PY'
+import json, sys
+videos = json.load(open(sys.argv[1]))
+assert [v["title"] for v in videos] == ["Holiday Film 1080p", "Second"], videos
+first = videos[0]
+assert set(first) == {"folder", "title", "visibility", "duration", "complete", "record", "page"}, first
+assert first["complete"] is True and first["record"] == "valid" and abs(first["duration"] - 4) < 0.2, first
+assert videos[1]["page"] == "http://localhost:8787/" + sys.argv[2], videos[1]
+PY
+# A second listing shows this computer's list at once, then the site's.
+"$vorlen" library > "$home/library.txt"
+grep -q "^From this computer's last reading:" "$home/library.txt"
+test "$(grep -c '^2 videos$' "$home/library.txt")" = 2
