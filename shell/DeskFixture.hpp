@@ -45,25 +45,40 @@ struct Desk {
             ::setenv(name, (home / folder).c_str(), 1);
         // The tests' secrets stay in their folder, never in the desktop's keyring.
         ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
-        app::LocalSettingsStore store(home / "config" / "vorlen" / "settings.json");
-        auto services = app::coreServices(store);
-        services.secrets = std::make_shared<app::FileSecretStore>(home / "secrets.json");
-        model = std::make_unique<app::AppModel>(store, services, queue);
+        makeModel();
         site = model->addLocalSite("films", siteFolder);
         if (uploadLimit)
             model->changeSettings([&](app::LocalSettings& settings) { settings.sites.front().uploadLimit = *uploadLimit; });
-        window = std::make_unique<MainWindow>(*model, queue);
-        window->showSite(site);
-        window->show();
-        EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-        window->activateWindow();
-        EXPECT_TRUE(QTest::qWaitForWindowActive(window.get()));
+        startWindow();
+    }
+
+    // The program's next start over the same settings and secrets.
+    void restart() {
+        window.reset();
+        model.reset();
+        makeModel();
+        startWindow();
     }
 
     ~Desk() {
         // The window's jobs end, clean-ups included, before the site's folder goes.
         window.reset();
         model.reset();
+    }
+
+    void makeModel() {
+        app::LocalSettingsStore store(home / "config" / "vorlen" / "settings.json");
+        auto services = app::coreServices(store);
+        services.secrets = std::make_shared<app::FileSecretStore>(home / "secrets.json");
+        model = std::make_unique<app::AppModel>(store, services, queue);
+    }
+
+    void startWindow() {
+        window = std::make_unique<MainWindow>(*model, queue);
+        window->start();
+        EXPECT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+        window->activateWindow();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(window.get()));
     }
 
     // Where the local site keeps an object of its bucket.

@@ -26,8 +26,7 @@ int runDesktop(int& argc, char** argv) {
     app::AppModel model(store, app::coreServices(store), queue);
     MainWindow window(model, queue);
     const bool isFirstStart = model.settings().sites.empty();
-    window.showSite(model.ensureSite());
-    window.show();
+    window.start();
     // The local site lets a person publish at once; a site of their own is set up beside it.
     if (isFirstStart) window.openSetup();
     // SIGTERM and Ctrl-C close the window as the person would: a running publish

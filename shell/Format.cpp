@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include <QDateTime>
 #include <QLocale>
 
 namespace vorlen::shell::format {
@@ -57,6 +58,13 @@ QString language(const std::string& tag) {
     if (locale.language() == QLocale::C) return QString::fromStdString(tag);
     return QLocale::languageToString(locale.language());
 }
+
+QString date(SystemTime time) {
+    // The format's month names are English whatever the system's language, as all the window's words are.
+    return QDateTime::fromSecsSinceEpoch(time.time_since_epoch().count()).toLocalTime().toString("d MMM yyyy");
+}
+
+QString counted(std::int64_t count, const QString& noun) { return QString("%1 %2%3").arg(count).arg(noun, count == 1 ? "" : "s"); }
 
 QString quoted(const QString& text) { return QString::fromUtf8("\u201c") + text + QString::fromUtf8("\u201d"); }
 

@@ -6,6 +6,7 @@
 #include <QString>
 
 #include "app/PublishService.hpp"
+#include "core/base/Dates.hpp"
 
 namespace vorlen::shell {
 
@@ -26,6 +27,10 @@ QString stage(app::JobStage stage);
 QString channels(std::optional<std::int64_t> count);
 // "English" from "en"; the tag itself when it names no language
 QString language(const std::string& tag);
+// "15 Jan 2026", on this computer's calendar
+QString date(SystemTime time);
+// "1 video", "12 videos": a count with its noun, plural for any count but one
+QString counted(std::int64_t count, const QString& noun);
 // “text” in curly quotes
 QString quoted(const QString& text);
 

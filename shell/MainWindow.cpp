@@ -19,6 +19,7 @@
 #include "shell/DropZone.hpp"
 #include "shell/FailedView.hpp"
 #include "shell/InspectingView.hpp"
+#include "shell/LibraryWindow.hpp"
 #include "shell/PosterReviewView.hpp"
 #include "shell/PublishedView.hpp"
 #include "shell/PublishingView.hpp"
@@ -58,6 +59,10 @@ MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_
     notice_ = new QLabel(header);
     setRole(notice_, "error");
     headerLayout->addWidget(notice_, 1, Qt::AlignRight);
+    library_ = new QPushButton("Library", header);
+    library_->setAccessibleName("Library");
+    library_->setAutoDefault(true);
+    headerLayout->addWidget(library_);
     settings_ = new QPushButton("Settings", header);
     settings_->setAccessibleName("Settings");
     settings_->setAutoDefault(true);
@@ -85,6 +90,7 @@ MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_
     start_->onFiles = drop;
     confirm_->onFiles = drop;
 
+    QObject::connect(library_, &QPushButton::clicked, this, [this] { openLibrary(workspace_->id()); });
     QObject::connect(settings_, &QPushButton::clicked, this, [this] { openSettings(); });
     QObject::connect(sitePicker_, &QComboBox::activated, this, [this](int index) {
         app::SiteID id{sitePicker_->itemData(index).toString().toStdString()};
@@ -99,6 +105,15 @@ MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_
     QObject::connect(openKey, &QShortcut::activated, this, [this] {
         if (currentView() == start_) start_->chooseFiles();
     });
+}
+
+void MainWindow::start() {
+    showSite(model_.ensureSite());
+    show();
+    // A copy: opening a window moves its site to the end of the list.
+    const auto open = model_.openLibraries();
+    for (const auto& id : open)
+        if (model_.settings().site(id)) openLibrary(id);
 }
 
 void MainWindow::showSite(const app::SiteID& id) {
@@ -202,6 +217,8 @@ SettingsWindow* MainWindow::openSettings() {
     auto* settings = new SettingsWindow(model_, workspace_->id(), this);
     settings->setAttribute(Qt::WA_DeleteOnClose);
     settings->onSitesChanged = [this] {
+        for (const auto& [id, library] : std::map(libraries_))
+            if (library && !model_.settings().site(id)) library->close();
         if (!model_.settings().site(workspace_->id()))
             showSite(model_.ensureSite());
         else
@@ -210,6 +227,25 @@ SettingsWindow* MainWindow::openSettings() {
     settings->onSiteSetUp = [this](const app::SiteID& id) { siteSetUp(id); };
     settings->open();
     return settings;
+}
+
+LibraryWindow* MainWindow::openLibrary(const app::SiteID& id) {
+    QPointer<LibraryWindow>& library = libraries_[id];
+    if (!library) {
+        library = new LibraryWindow(model_.workspace(id), this);
+        library->setAttribute(Qt::WA_DeleteOnClose);
+        library->onClosed = [this, id] {
+            // Deleted later: opening the site's library before then makes a new window.
+            libraries_.erase(id);
+            // A quit closes the window too, and then it opens again at the next start.
+            if (!model_.isQuitting()) model_.setLibraryOpen(id, false);
+        };
+        model_.setLibraryOpen(id, true);
+    }
+    library->show();
+    library->raise();
+    library->activateWindow();
+    return library;
 }
 
 SetupWindow* MainWindow::openSetup() {
@@ -248,6 +284,9 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         return event->ignore();
     }
     event->accept();
+    // A copy, since each window leaves the map as it closes.
+    for (const auto& [id, library] : std::map(libraries_))
+        if (library) library->close();
 }
 
 }  // namespace vorlen::shell

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <vector>
 
 #include <QMainWindow>
+#include <QPointer>
 
 #include "app/AppModel.hpp"
 
@@ -17,6 +19,7 @@ namespace vorlen::shell {
 class ConfirmView;
 class FailedView;
 class InspectingView;
+class LibraryWindow;
 class PosterReviewView;
 class PublishedView;
 class PublishingView;
@@ -26,14 +29,18 @@ class SetupWindow;
 class StartView;
 
 // The window of one site at a time: the screens of its workspace, a site
-// picker when there are several, and the settings.
+// picker when there are several, the settings, and a library window for each site.
 class MainWindow : public QMainWindow {
 public:
     MainWindow(app::AppModel& model, app::MainQueue& mainQueue);
 
+    // The program's start: the current site, then the library windows open at the last quit.
+    void start();
     void showSite(const app::SiteID& id);
     const std::shared_ptr<app::SiteWorkspace>& workspace() const { return workspace_; }
     SettingsWindow* openSettings();
+    // The site's library window, made or brought to the front.
+    LibraryWindow* openLibrary(const app::SiteID& id);
     // The setup of a site in a Cloudflare account, which the window shows once it is complete.
     SetupWindow* openSetup();
     // The screen on show.
@@ -57,11 +64,13 @@ private:
     // Workspaces this window observes; a weak hold, so that a removed site's workspace can go.
     std::vector<std::weak_ptr<app::SiteWorkspace>> observed_;
     bool isWaitingToQuit_ = false;
+    std::map<app::SiteID, QPointer<LibraryWindow>> libraries_;
     ScreenView* shownView_ = nullptr;
 
     QComboBox* sitePicker_;
     QLabel* siteName_;
     QLabel* notice_;
+    QPushButton* library_;
     QPushButton* settings_;
     QStackedWidget* stack_;
     StartView* start_;

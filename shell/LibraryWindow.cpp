@@ -1,0 +1,266 @@
+#include "shell/LibraryWindow.hpp"
+
+#include <QAbstractTableModel>
+#include <QComboBox>
+#include <QDesktopServices>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPainter>
+#include <QPixmapCache>
+#include <QPointer>
+#include <QPushButton>
+#include <QShortcut>
+#include <QTableView>
+#include <QUrl>
+#include <QVBoxLayout>
+
+#include "shell/Appearance.hpp"
+#include "shell/Format.hpp"
+
+namespace vorlen::shell {
+
+namespace {
+
+const QSize pictureSize(96, 54);
+
+QString text(const std::string& value) { return QString::fromStdString(value); }
+
+QString progressText(const LibraryReadProgress& progress) {
+    if (const auto* listing = std::get_if<LibraryReadProgress::Listing>(&progress.value))
+        return "Listing\u2026 " + format::counted(listing->folders, "folder");
+    const auto& reading = std::get<LibraryReadProgress::Reading>(progress.value);
+    return QString("Reading %1 of %2").arg(reading.read).arg(format::counted(reading.total, "record"));
+}
+
+// The frame a row shows until its poster is on this computer, in the colours of the scheme.
+QPixmap placeholder() {
+    const QString key = QString("library-placeholder-%1").arg(int(currentColorScheme()));
+    QPixmap made;
+    if (QPixmapCache::find(key, &made)) return made;
+    const Colors colors = Colors::of(currentColorScheme());
+    made = QPixmap(pictureSize);
+    made.fill(Qt::transparent);
+    QPainter painter(&made);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(colors.border);
+    painter.setBrush(colors.window);
+    painter.drawRoundedRect(QRectF(made.rect()).adjusted(0.5, 0.5, -0.5, -0.5), 4, 4);
+    painter.end();
+    QPixmapCache::insert(key, made);
+    return made;
+}
+
+}  // namespace
+
+// The arranged entries as rows. The view asks for the data of the rows it
+// paints, so asking the model for a poster here fetches only those on screen.
+class LibraryWindow::Table : public QAbstractTableModel {
+public:
+    enum Column { poster, title, duration, visibility, date, columns };
+
+    Table(app::LibraryModel& library, QObject* parent) : QAbstractTableModel(parent), library_(library) {}
+
+    void setRows(std::vector<app::LibraryEntry> rows) {
+        beginResetModel();
+        rows_ = std::move(rows);
+        endResetModel();
+    }
+    // A poster may have arrived: the view repaints the pictures it shows.
+    void picturesChanged() {
+        if (!rows_.empty()) dataChanged(index(0, poster), index(int(rows_.size()) - 1, poster), {Qt::DecorationRole});
+    }
+    const app::LibraryEntry& entry(int row) const { return rows_[std::size_t(row)]; }
+
+    int rowCount(const QModelIndex& parent) const override { return parent.isValid() ? 0 : int(rows_.size()); }
+    int columnCount(const QModelIndex& parent) const override { return parent.isValid() ? 0 : columns; }
+
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override {
+        if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
+        switch (section) {
+        case title: return "Title";
+        case duration: return "Duration";
+        case visibility: return "Visibility";
+        case date: return "Published";
+        default: return {};
+        }
+    }
+
+    QVariant data(const QModelIndex& index, int role) const override {
+        const auto& row = entry(index.row());
+        const bool isUnreadable = row.record == app::LibraryEntry::Record::unreadable;
+        if (role == Qt::DecorationRole && index.column() == poster) return picture(row);
+        if (role == Qt::ToolTipRole && index.column() == title)
+            return isUnreadable ? text(*row.problem) : text(row.title) + "\n" + text(row.folder());
+        if (role == Qt::ForegroundRole && index.column() == title && isUnreadable) return Colors::of(currentColorScheme()).error;
+        if (role != Qt::DisplayRole) return {};
+        // An unreadable record says only why.
+        if (isUnreadable) return index.column() == title ? text(*row.problem) : QVariant();
+        switch (index.column()) {
+        case title: return text(row.title);
+        case duration: return row.duration ? format::clock(*row.duration) : QVariant();
+        case visibility:
+            if (!row.visibility) return {};
+            return *row.visibility == VideoVisibility::unlisted ? "Unlisted" : "Public";
+        case date: return row.created ? format::date(*row.created) : QVariant();
+        default: return {};
+        }
+    }
+
+private:
+    QPixmap picture(const app::LibraryEntry& row) const {
+        const auto file = library_.thumbnail(row);
+        if (!file) return placeholder();
+        const QString path = QString::fromStdString(file->string());
+        QPixmap found;
+        if (QPixmapCache::find(path, &found)) return found;
+        found = QPixmap(path);
+        if (found.isNull()) return placeholder();
+        found = found.scaled(pictureSize, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+        QPixmapCache::insert(path, found);
+        return found;
+    }
+
+    app::LibraryModel& library_;
+    std::vector<app::LibraryEntry> rows_;
+};
+
+LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWidget* parent)
+    : QWidget(parent, Qt::Window), workspace_(std::move(workspace)) {
+    setObjectName("library");
+    setWindowTitle(text(workspace_->id().value) + " \u2014 Library");
+    resize(900, 640);
+    setMinimumSize(640, 400);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(16, 16, 16, 12);
+    layout->setSpacing(10);
+
+    auto* bar = new QHBoxLayout;
+    bar->setSpacing(8);
+    search_ = new QLineEdit;
+    search_->setAccessibleName("Search");
+    search_->setPlaceholderText("Search titles");
+    search_->setClearButtonEnabled(true);
+    bar->addWidget(search_, 1);
+    order_ = new QComboBox;
+    order_->setAccessibleName("Order");
+    order_->addItem("Newest First", int(app::LibraryOrder::newest));
+    order_->addItem("Title", int(app::LibraryOrder::title));
+    bar->addWidget(order_);
+    auto* refresh = new QPushButton("Refresh");
+    refresh->setAccessibleName("Refresh");
+    refresh->setAutoDefault(false);
+    bar->addWidget(refresh);
+    layout->addLayout(bar);
+    // The field and the choice stand as tall as the button beside them.
+    for (QWidget* control : std::initializer_list<QWidget*>{search_, order_}) control->setMinimumHeight(refresh->sizeHint().height());
+
+    table_ = new Table(library(), this);
+    list_ = new QTableView;
+    list_->setAccessibleName("Videos");
+    list_->setModel(table_);
+    list_->setIconSize(pictureSize);
+    list_->setSelectionBehavior(QAbstractItemView::SelectRows);
+    list_->setSelectionMode(QAbstractItemView::SingleSelection);
+    list_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    list_->setTabKeyNavigation(false);
+    list_->setShowGrid(false);
+    list_->setWordWrap(false);
+    list_->setAlternatingRowColors(true);
+    // Fixed sizes: the view never measures its rows, so 10,000 of them cost nothing until they show.
+    list_->verticalHeader()->hide();
+    list_->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    list_->verticalHeader()->setDefaultSectionSize(pictureSize.height() + 10);
+    auto* header = list_->horizontalHeader();
+    header->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    header->setHighlightSections(false);
+    header->setSectionResizeMode(QHeaderView::Fixed);
+    header->setSectionResizeMode(Table::title, QHeaderView::Stretch);
+    header->resizeSection(Table::poster, pictureSize.width() + 8);
+    header->resizeSection(Table::duration, 90);
+    header->resizeSection(Table::visibility, 100);
+    header->resizeSection(Table::date, 120);
+    layout->addWidget(list_, 1);
+
+    auto* footer = new QHBoxLayout;
+    count_ = new QLabel;
+    count_->setAccessibleName("Count");
+    setRole(count_, "secondary");
+    footer->addWidget(count_);
+    status_ = new QLabel;
+    status_->setAccessibleName("Status");
+    status_->setWordWrap(true);
+    status_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    status_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    footer->addWidget(status_, 1);
+    layout->addLayout(footer);
+
+    QObject::connect(search_, &QLineEdit::textChanged, this, &LibraryWindow::arrange);
+    QObject::connect(order_, &QComboBox::currentIndexChanged, this, &LibraryWindow::arrange);
+    QObject::connect(refresh, &QPushButton::clicked, this, [this] { library().refresh(); });
+    QObject::connect(list_, &QTableView::activated, this, [this](const QModelIndex& index) {
+        QDesktopServices::openUrl(QUrl(text(table_->entry(index.row()).page)));
+    });
+    auto* findKey = new QShortcut(QKeySequence::Find, this);
+    QObject::connect(findKey, &QShortcut::activated, search_, [this] { search_->setFocus(Qt::ShortcutFocusReason); });
+    auto* refreshKey = new QShortcut(QKeySequence::Refresh, this);
+    QObject::connect(refreshKey, &QShortcut::activated, this, [this] { library().refresh(); });
+    auto* closeKey = new QShortcut(QKeySequence::Close, this);
+    QObject::connect(closeKey, &QShortcut::activated, this, &QWidget::close);
+    auto* quitKey = new QShortcut(QKeySequence::Quit, this);
+    QObject::connect(quitKey, &QShortcut::activated, parent, &QWidget::close);
+
+    QPointer<LibraryWindow> window(this);
+    library().onChange([window] {
+        if (window) window->libraryChanged();
+    });
+    library().refresh();
+}
+
+void LibraryWindow::closeEvent(QCloseEvent* event) {
+    if (onClosed) onClosed();
+    QWidget::closeEvent(event);
+}
+
+void LibraryWindow::libraryChanged() {
+    const auto& listing = library().listing();
+    const ListingMark mark = listing ? ListingMark{listing->entries.data(), listing->entries.size(), listing->isCurrent, true}
+                                     : ListingMark{};
+    if (mark != shownListing_) {
+        shownListing_ = mark;
+        arrange();
+    } else {
+        table_->picturesChanged();
+    }
+    showStatus();
+}
+
+void LibraryWindow::arrange() {
+    const auto& listing = library().listing();
+    const auto order = app::LibraryOrder(order_->currentData().toInt());
+    table_->setRows(listing ? app::arrangedEntries(listing->entries, order, search_->text().toStdString())
+                            : std::vector<app::LibraryEntry>{});
+    if (!listing) return count_->clear();
+    const auto shown = table_->rowCount({});
+    const auto total = std::int64_t(listing->entries.size());
+    count_->setText(shown == total ? format::counted(total, "video")
+                                   : QString("%1 of %2").arg(shown).arg(format::counted(total, "video")));
+}
+
+void LibraryWindow::showStatus() {
+    const auto& library = this->library();
+    const auto& failure = library.refreshFailure();
+    const char* role = failure ? "error" : "secondary";
+    if (status_->property("role").toString() != role) setRole(status_, role);
+    if (failure) return status_->setText(text(*failure));
+    if (!library.refreshProgress()) return status_->clear();
+    const QString progress = progressText(*library.refreshProgress());
+    const auto& listing = library.listing();
+    status_->setText(listing && !listing->isCurrent
+                         ? "Showing the list from the last reading while it is brought up to date. " + progress
+                         : progress);
+}
+
+}  // namespace vorlen::shell

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+
+#include <QWidget>
+
+#include "app/SiteWorkspace.hpp"
+
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QTableView;
+
+namespace vorlen::shell {
+
+// The published videos of one site in a window of their own: the list this
+// computer saw last at once, then the bucket's current one, with the posters
+// of the rows on screen as they arrive.
+class LibraryWindow : public QWidget {
+public:
+    LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWidget* parent);
+
+    // Runs when the window closes, whoever closes it.
+    std::function<void()> onClosed;
+
+    QTableView* list() const { return list_; }
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    class Table;
+    // What tells one listing of the model from the next without copying it: a
+    // new listing is a new vector, allocated while the one before still stands.
+    struct ListingMark {
+        const void* entries = nullptr;
+        std::size_t count = 0;
+        bool isCurrent = false;
+        bool isShown = false;
+        bool operator==(const ListingMark&) const = default;
+    };
+
+    app::LibraryModel& library() const { return workspace_->library(); }
+    void libraryChanged();
+    void arrange();
+    void showStatus();
+
+    std::shared_ptr<app::SiteWorkspace> workspace_;
+    ListingMark shownListing_;
+    Table* table_;
+    QLineEdit* search_;
+    QComboBox* order_;
+    QTableView* list_;
+    QLabel* count_;
+    QLabel* status_;
+};
+
+}  // namespace vorlen::shell

@@ -1,0 +1,147 @@
+#include "shell/LibraryWindow.hpp"
+
+#include <array>
+
+#include <QLabel>
+#include <QLineEdit>
+#include <QComboBox>
+#include <QTableView>
+#include <fmt/format.h>
+
+#include "app/SiteStorage.hpp"
+#include "core/storage/FolderBucket.hpp"
+#include "shell/DeskFixture.hpp"
+
+namespace vorlen::shell {
+
+namespace {
+
+enum Column { poster, title, duration, visibility, date };
+
+// A published folder without an encode: its record, its master playlist and a poster.
+void publish(FolderBucket& bucket, int number, const std::string& posterJpeg) {
+    const std::array<const char*, 4> subjects{"Harbour", "Lighthouse", "Market", "Ferry"};
+    const std::string folder = fmt::format("clip-{:02}", number);
+    const auto created = *parseIso8601("2026-01-15T12:00:00Z") + std::chrono::days(number);
+    VideoMetadata record{VideoDetails(fmt::format("{} {:02}", subjects[std::size_t(number) % subjects.size()], number),
+                                      std::nullopt, std::nullopt,
+                                      number % 3 == 0 ? VideoVisibility::unlisted : VideoVisibility::publicVideo),
+                         PosterFile{"poster-0a1b2c3d.jpg", {640, 360}},
+                         60.0 + number,
+                         PixelSize{640, 360},
+                         created,
+                         created,
+                         std::nullopt,
+                         std::nullopt};
+    bucket.put(folder + "/poster-0a1b2c3d.jpg", RequestBody::bytes(posterJpeg), {});
+    bucket.put(folder + "/video.json", RequestBody::bytes(record.encoded()), {});
+    bucket.put(folder + "/master.m3u8", RequestBody::bytes("#EXTM3U\n"), {});
+}
+
+QString labelText(QWidget* window, const QString& name) {
+    for (auto* label : window->findChildren<QLabel*>())
+        if (label->accessibleName() == name) return label->text();
+    return "(no label " + name + ")";
+}
+
+}  // namespace
+
+TEST(LibraryWindowTest, TheLastListAtOnceThenTheCurrentOneWithThePostersOfTheRowsOnScreen) {
+    Desk desk;
+    testing::ClipFolder clips;
+    const auto posterJpeg = readFile(clips.make("poster.jpg", testing::lavfiVideo(640, 360, 1) + " -frames:v 1"));
+    FolderBucket bucket(desk.siteFolder);
+    for (int number = 1; number <= 48; ++number) publish(bucket, number, posterJpeg);
+    bucket.put("broken/video.json", RequestBody::bytes("{\"version\": 1,"), {});
+    bucket.put("broken/master.m3u8", RequestBody::bytes("#EXTM3U\n"), {});
+    bucket.put("no-record/master.m3u8", RequestBody::bytes("#EXTM3U\n"), {});
+    // This computer read the library once; four videos came since.
+    auto workspace = desk.window->workspace();
+    workspace->services().library.library->read(workspace->access(), [](const LibraryReadProgress&) {});
+    for (int number = 49; number <= 52; ++number) publish(bucket, number, posterJpeg);
+
+    auto* library = desk.window->openLibrary(desk.site);
+    auto* rows = library->list()->model();
+    // Before the bucket answers, the list of the last reading.
+    EXPECT_EQ(rows->rowCount(), 50);
+    EXPECT_EQ(labelText(library, "Count"), "50 videos");
+    EXPECT_TRUE(labelText(library, "Status").startsWith("Showing the list from the last reading while it is brought up to date."))
+        << labelText(library, "Status").toStdString();
+
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !workspace->library().isRefreshing(); }, 30000));
+    EXPECT_EQ(labelText(library, "Status"), "");
+    ASSERT_EQ(rows->rowCount(), 54);
+    EXPECT_EQ(labelText(library, "Count"), "54 videos");
+    auto cell = [&](int row, int column) { return rows->index(row, column).data().toString(); };
+    // Newest first; the folders without a date go last.
+    EXPECT_EQ(cell(0, title), "Harbour 52");
+    EXPECT_EQ(cell(0, duration), "1:52");
+    EXPECT_EQ(cell(0, visibility), "Public");
+    EXPECT_EQ(cell(0, date), "8 Mar 2026");
+    EXPECT_EQ(cell(1, visibility), "Unlisted");
+    // An unreadable record says why and nothing else; a folder without one goes by its name.
+    EXPECT_TRUE(cell(52, title).contains("video.json")) << cell(52, title).toStdString();
+    EXPECT_EQ(cell(52, visibility), "");
+    EXPECT_EQ(cell(53, title), "no-record");
+
+    // The rows on screen get their posters, and only they: 54 rows do not start 54 fetches.
+    auto* view = library->list();
+    const qint64 placeholder = rows->index(52, poster).data(Qt::DecorationRole).value<QPixmap>().cacheKey();
+    auto hasPoster = [&](int row) { return rows->index(row, poster).data(Qt::DecorationRole).value<QPixmap>().cacheKey() != placeholder; };
+    const int lastShown = view->rowAt(view->viewport()->height() - 1);
+    ASSERT_GT(lastShown, 2);
+    ASSERT_TRUE(QTest::qWaitFor([&] {
+        for (int row = 0; row <= lastShown; ++row)
+            if (!hasPoster(row)) return false;
+        return true;
+    }, 60000));
+    const auto thumbnails = app::SiteStorage(desk.site).cacheFolder / "poster-thumbnails";
+    const auto made = std::distance(fs::directory_iterator(thumbnails), fs::directory_iterator());
+    // The rows on screen under the last list and under the current one, four more.
+    EXPECT_LE(made, lastShown + 1 + 4);
+    screenshot(library, "31-library");
+    expectAccessibleNames(library);
+
+    QTest::keyClicks(desk.find<QLineEdit>("Search", library), "lighthouse");
+    EXPECT_EQ(labelText(library, "Count"), "13 of 54 videos");
+    desk.find<QComboBox>("Order", library)->setCurrentText("Title");
+    EXPECT_EQ(cell(0, title), "Lighthouse 01");
+    desk.find<QLineEdit>("Search", library)->clear();
+    desk.find<QComboBox>("Order", library)->setCurrentText("Newest First");
+    EXPECT_EQ(labelText(library, "Count"), "54 videos");
+
+    // Rows that come on screen get theirs.
+    view->scrollToBottom();
+    EXPECT_FALSE(hasPoster(50));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return hasPoster(50); }, 60000));
+}
+
+TEST(LibraryWindowTest, TheLibraryWindowsOpenAtAQuitOpenAgainAtTheNextStart) {
+    Desk desk;
+    desk.click("Library");
+    auto* library = named<LibraryWindow>(desk.window.get(), "library");
+    ASSERT_TRUE(library && library->isVisible());
+    EXPECT_EQ(library->windowTitle(), "films \u2014 Library");
+    EXPECT_EQ(desk.model->openLibraries(), std::vector<app::SiteID>{desk.site});
+    // One window for a site: opening it again brings the same one forward.
+    EXPECT_EQ(desk.window->openLibrary(desk.site), library);
+
+    // The person closes it: it does not come back.
+    library->close();
+    EXPECT_TRUE(desk.model->openLibraries().empty());
+
+    library = desk.window->openLibrary(desk.site);
+    desk.window->close();
+    EXPECT_TRUE(desk.model->isQuitting());
+    EXPECT_FALSE(library->isVisible());
+    EXPECT_EQ(desk.model->openLibraries(), std::vector<app::SiteID>{desk.site});
+    // A site that is gone is not opened.
+    desk.model->changeSettings([](app::LocalSettings& settings) { settings.lastOpenLibraries.push_back(app::SiteID{"gone"}); });
+
+    desk.restart();
+    library = named<LibraryWindow>(desk.window.get(), "library");
+    ASSERT_TRUE(library);
+    EXPECT_TRUE(library->isVisible());
+}
+
+}  // namespace vorlen::shell
