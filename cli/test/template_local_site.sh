@@ -2,7 +2,8 @@
 # The page template of the local site from the command line: a file that lacks a
 # required placeholder changes nothing; a good one is kept in the bucket, the site
 # switches to it, and `vorlen preview` serves it, a newer one at the next load; a
-# built-in design switches back and leaves the custom file in place.
+# built-in design switches back and leaves the custom file in place; and the home
+# page, once public, lists what `vorlen catalog rebuild` wrote.
 set -euo pipefail
 vorlen=$1
 source_dir=$2
@@ -54,6 +55,21 @@ for _ in $(seq 1 300); do
 done
 page_of() { curl -sf "http://localhost:$port/harbour"; }
 page_of | grep -q '<main>First page '
+
+# The home page lists what `vorlen catalog rebuild` wrote, once the site makes its home page public.
+node --input-type=module -e "
+  const fs = await import('node:fs');
+  const { writeObject } = await import(process.argv[1]);
+  const [root, objects] = process.argv.slice(2);
+  const json = { contentType: 'application/json', cacheControl: 'no-cache' };
+  await writeObject(root, 'harbour/video.json', JSON.stringify({ version: 1, title: 'Harbour at dawn', visibility: 'public',
+    created: '2026-05-01T06:00:00Z', updated: '2026-05-01T06:00:00Z' }), json);
+  const site = JSON.parse(fs.readFileSync(objects + '/_vorlen/site.json', 'utf8'));
+  site.home_page.public = true;
+  await writeObject(root, '_vorlen/site.json', JSON.stringify(site), json);
+" "$source_dir/worker/dev/folderBucket.mjs" "$home/data/vorlen/local-site" "$objects"
+"$vorlen" catalog rebuild > /dev/null
+curl -sf "http://localhost:$port/" | grep -q 'Harbour at dawn'
 
 sed 's/First page/Second page/' "$page" > "$home/second.html"
 "$vorlen" template set "$home/second.html" > /dev/null

@@ -58,6 +58,7 @@ std::vector<LibraryVideo> Library::read(const std::function<void(const LibraryRe
         onProgress(progress);
     };
 
+    const auto cacheGeneration = cache ? cache->generation() : 0;
     const auto cached = cache ? cache->list(location, prefix) : std::nullopt;
     std::map<std::string, const LibraryFolderRecord*> cachedByName;
     std::vector<std::string> cachedNames;
@@ -138,7 +139,7 @@ std::vector<LibraryVideo> Library::read(const std::function<void(const LibraryRe
     });
     const auto fetchSeconds = secondsSince(fetchStart);
 
-    if (cache) cache->store({location.accountID, location.bucket, prefix, std::move(records)});
+    if (cache) cache->store({location.accountID, location.bucket, prefix, std::move(records)}, cacheGeneration);
     log().info("Read {} folders: {} list pages in {} ranges in {:.2f} s, {} video.json files in {:.2f} s", videos.size(),
                pages, ranges.size(), listSeconds, toFetch.size(), fetchSeconds);
     return videos;

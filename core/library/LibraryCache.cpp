@@ -80,20 +80,39 @@ std::optional<StoredLibraryList> LibraryCache::list(const BucketLocation& locati
     return list_;
 }
 
-void LibraryCache::store(StoredLibraryList list) {
+std::int64_t LibraryCache::generation() const {
+    std::lock_guard lock(mutex_);
+    return generation_;
+}
+
+void LibraryCache::store(StoredLibraryList list, std::int64_t readingGeneration) {
     const auto text = list.encoded();
     {
         std::lock_guard lock(mutex_);
+        if (readingGeneration != generation_) return;
         isLoaded_ = true;
         list_ = std::move(list);
     }
-    if (!file_) return;
+    // A file that cannot be written leaves the list in memory; the next reading fetches what it must.
+    if (file_) writeIfCurrent(*file_, text, readingGeneration);
+}
+
+bool LibraryCache::writeIfCurrent(const std::filesystem::path& file, std::string_view data, std::int64_t generation) {
+    // Written beside its place first; only the rename, under the lock, depends on the generation.
+    const auto staging = file.parent_path() / ("." + file.filename().string() + "." + randomString(12, "0123456789abcdef"));
     try {
-        std::filesystem::create_directories(file_->parent_path());
-        writeFileAtomically(*file_, text);
+        std::filesystem::create_directories(file.parent_path());
+        writeFileAtomically(staging, data);
+        std::lock_guard lock(mutex_);
+        if (generation == generation_) {
+            std::filesystem::rename(staging, file);
+            return true;
+        }
     } catch (const std::exception&) {
-        // The list stays in memory; the next reading of this computer fetches what it must.
     }
+    std::error_code ignored;
+    std::filesystem::remove(staging, ignored);
+    return false;
 }
 
 std::optional<std::vector<LibraryVideo>> LibraryCache::cachedVideos(const BucketLocation& location, const std::string& prefix) {
@@ -143,21 +162,7 @@ std::optional<LibraryCache::ThumbnailSlot> LibraryCache::thumbnailSlot(const Buc
 }
 
 bool LibraryCache::ThumbnailSlot::store(std::string_view data) const {
-    // Written beside its place first; only the rename, under the lock, depends on the generation.
-    const auto staging = file_.parent_path() / ("." + file_.filename().string() + "." + randomString(12, "0123456789abcdef"));
-    try {
-        std::filesystem::create_directories(file_.parent_path());
-        writeFileAtomically(staging, data);
-        std::lock_guard lock(cache_->mutex_);
-        if (generation_ == cache_->generation_) {
-            std::filesystem::rename(staging, file_);
-            return true;
-        }
-    } catch (const std::exception&) {
-    }
-    std::error_code ignored;
-    std::filesystem::remove(staging, ignored);
-    return false;
+    return cache_->writeIfCurrent(file_, data, generation_);
 }
 
 }  // namespace vorlen

@@ -74,8 +74,11 @@ public:
 
     // The stored list when it belongs to this bucket and prefix.
     std::optional<StoredLibraryList> list(const BucketLocation& location, const std::string& prefix);
-    // Best-effort: a file that cannot be written keeps the list in memory.
-    void store(StoredLibraryList list);
+    // Raised by every clear().
+    std::int64_t generation() const;
+    // Best-effort: a file that cannot be written keeps the list in memory. A
+    // reading that began before a clear() (generation older) stores nothing.
+    void store(StoredLibraryList list, std::int64_t readingGeneration);
     // The videos of the stored list in its order, without the network.
     std::optional<std::vector<LibraryVideo>> cachedVideos(const BucketLocation& location, const std::string& prefix);
     // Removes the file and the thumbnails; a thumbnail being built no longer lands.
@@ -90,6 +93,8 @@ private:
     LibraryCache(std::optional<std::filesystem::path> file, std::optional<std::filesystem::path> thumbnailFolder)
         : file_(std::move(file)), thumbnailFolder_(std::move(thumbnailFolder)) {}
     void loadLocked();
+    // Writes the file unless a clear() came after `generation` was taken; true when it did.
+    bool writeIfCurrent(const std::filesystem::path& file, std::string_view data, std::int64_t generation);
     std::optional<std::filesystem::path> thumbnailPath(const BucketLocation& location, const std::string& posterKey) const;
 
     const std::optional<std::filesystem::path> file_;

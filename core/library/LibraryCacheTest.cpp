@@ -19,7 +19,7 @@ protected:
 TEST_F(LibraryCacheTest, AListCountsOnlyForItsOwnBucketAndVersion) {
     const StoredLibraryList list{"account", "bucket", "videos/",
                                  {{"a", true, LibraryFolderRecord::MetadataCopy{"tag", "{not json"}}, {"b", true, std::nullopt}}};
-    LibraryCache::inFolder(folder_ / "site")->store(list);
+    LibraryCache::inFolder(folder_ / "site")->store(list, 0);
 
     const auto reopened = LibraryCache::inFolder(folder_ / "site");
     EXPECT_EQ(reopened->list(location_, "videos/"), list);
@@ -44,8 +44,17 @@ TEST_F(LibraryCacheTest, AListCountsOnlyForItsOwnBucketAndVersion) {
 TEST_F(LibraryCacheTest, AFileThatCannotBeWrittenKeepsTheListInMemory) {
     writeFileAtomically(folder_ / "file", "");
     const auto cache = LibraryCache::inFolder(folder_ / "file");  // its folder is a file
-    cache->store({"account", "bucket", "", {{"a", true, std::nullopt}}});
+    cache->store({"account", "bucket", "", {{"a", true, std::nullopt}}}, 0);
     EXPECT_TRUE(cache->list(location_, ""));
+}
+
+TEST_F(LibraryCacheTest, AReadingThatBeganBeforeAClearStoresNothing) {
+    const auto cache = LibraryCache::inFolder(folder_ / "site");
+    const auto generation = cache->generation();
+    cache->clear();
+    cache->store({"account", "bucket", "", {{"a", true, std::nullopt}}}, generation);
+    EXPECT_FALSE(cache->list(location_, ""));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "site" / "library-videos.json"));
 }
 
 }  // namespace
