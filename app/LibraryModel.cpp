@@ -47,7 +47,10 @@ void LibraryModel::refresh() {
         return;
     }
     if (!listing_) {
-        if (auto cached = service_->cachedVideos(*access)) listing_ = Listing{entriesFrom(std::move(*cached)), false};
+        if (auto cached = service_->cachedVideos(*access)) {
+            listing_ = Listing{entriesFrom(std::move(*cached)), false};
+            ++listingGeneration_;
+        }
     }
     refreshProgress_ = LibraryReadProgress{LibraryReadProgress::Listing{0}};
     changed();
@@ -87,7 +90,10 @@ void LibraryModel::refresh() {
             self.refreshTask_.reset();
             self.refreshProgress_.reset();
             self.refreshFailure_ = failure;
-            if (!failure) self.listing_ = Listing{self.entriesFrom(std::move(videos)), true};
+            if (!failure) {
+                self.listing_ = Listing{self.entriesFrom(std::move(videos)), true};
+                ++self.listingGeneration_;
+            }
             self.changed();
         });
     }));

@@ -35,6 +35,8 @@ public:
     ~LibraryModel();
 
     const std::optional<Listing>& listing() const { return listing_; }
+    // Raised with every new listing, so that a view can tell one from a progress report.
+    std::uint64_t listingGeneration() const { return listingGeneration_; }
     const std::optional<LibraryReadProgress>& refreshProgress() const { return refreshProgress_; }
     bool isRefreshing() const { return refreshTask_.has_value(); }
     // The last reading's failure; the list on screen stays.
@@ -63,6 +65,7 @@ private:
     std::vector<std::function<void()>> observers_;
 
     std::optional<Listing> listing_;
+    std::uint64_t listingGeneration_ = 0;
     std::optional<LibraryReadProgress> refreshProgress_;
     std::optional<std::string> refreshFailure_;
     std::optional<Task<void>> refreshTask_;

@@ -225,11 +225,8 @@ void LibraryWindow::closeEvent(QCloseEvent* event) {
 }
 
 void LibraryWindow::libraryChanged() {
-    const auto& listing = library().listing();
-    const ListingMark mark = listing ? ListingMark{listing->entries.data(), listing->entries.size(), listing->isCurrent, true}
-                                     : ListingMark{};
-    if (mark != shownListing_) {
-        shownListing_ = mark;
+    if (shownListing_ != library().listingGeneration()) {
+        shownListing_ = library().listingGeneration();
         arrange();
     } else {
         table_->picturesChanged();

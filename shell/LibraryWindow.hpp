@@ -32,15 +32,6 @@ protected:
 
 private:
     class Table;
-    // What tells one listing of the model from the next without copying it: a
-    // new listing is a new vector, allocated while the one before still stands.
-    struct ListingMark {
-        const void* entries = nullptr;
-        std::size_t count = 0;
-        bool isCurrent = false;
-        bool isShown = false;
-        bool operator==(const ListingMark&) const = default;
-    };
 
     app::LibraryModel& library() const { return workspace_->library(); }
     void libraryChanged();
@@ -48,7 +39,8 @@ private:
     void showStatus();
 
     std::shared_ptr<app::SiteWorkspace> workspace_;
-    ListingMark shownListing_;
+    // The model's listing on show, so that progress alone does not arrange the rows again.
+    std::optional<std::uint64_t> shownListing_;
     Table* table_;
     QLineEdit* search_;
     QComboBox* order_;
