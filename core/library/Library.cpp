@@ -127,15 +127,21 @@ std::vector<LibraryVideo> Library::read(const std::function<void(const LibraryRe
     const RetryPolicy retry{options.maxRetries, options.retryDelay, {}};
     std::atomic<std::int64_t> fetched = 0;
     const auto total = static_cast<std::int64_t>(toFetch.size());
-    forEachInWindow(toFetch.size(), width, [&](std::size_t index) {
-        auto& video = videos[toFetch[index]];
-        const auto object = retry.run([&](std::int64_t) { return bucket.taggedObject(video.prefix + "video.json"); });
-        if (object) {
-            video.metadataFile = metadataFileFrom(object->data);
-            records[toFetch[index]].metadata = LibraryFolderRecord::MetadataCopy{withoutQuotes(object->etag), object->data};
+    // A few workers take the records in turn: a task per record would keep each ended
+    // thread's stack until the whole reading ends, some 24 KB a record.
+    std::atomic<std::size_t> nextFetch = 0;
+    forEachInWindow(std::min(width, toFetch.size()), width, [&](std::size_t) {
+        for (auto index = nextFetch++; index < toFetch.size(); index = nextFetch++) {
+            checkCancellation();
+            auto& video = videos[toFetch[index]];
+            const auto object = retry.run([&](std::int64_t) { return bucket.taggedObject(video.prefix + "video.json"); });
+            if (object) {
+                video.metadataFile = metadataFileFrom(object->data);
+                records[toFetch[index]].metadata = LibraryFolderRecord::MetadataCopy{withoutQuotes(object->etag), object->data};
+            }
+            // A video.json that vanished since the listing leaves the video with a missing record.
+            report({LibraryReadProgress::Reading{++fetched, total}});
         }
-        // A video.json that vanished since the listing leaves the video with a missing record.
-        report({LibraryReadProgress::Reading{++fetched, total}});
     });
     const auto fetchSeconds = secondsSince(fetchStart);
 
