@@ -12,11 +12,9 @@ LibraryServices CoreLibraryService::make(const SiteID& site, Endpoints endpoints
 }
 
 Library CoreLibraryService::library(const BucketAccess& access) const {
-    UploadOptions options;
-    // As many reads at once as the bucket client keeps connections.
-    options.readConcurrency = 8;
+    // The reading's own defaults, which bench/library measures: small records, many at once.
     return Library{CorePublishService::destinationFor(access, endpoints_), CorePublishService::locationOf(access.site),
-                   options, cache_};
+                   UploadOptions{}, cache_};
 }
 
 std::optional<std::vector<LibraryVideo>> CoreLibraryService::cachedVideos(const BucketAccess& access) {
