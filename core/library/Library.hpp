@@ -10,10 +10,24 @@
 
 #include "core/library/LibraryCache.hpp"
 #include "core/library/LibraryVideo.hpp"
+#include "core/publish/Poster.hpp"
 #include "core/publish/Publisher.hpp"
 #include "core/storage/UploadOptions.hpp"
 
 namespace vorlen {
+
+// A video given a new folder. The move stands even when the old folder could not
+// be deleted all: the person is told to delete it.
+struct VideoMove {
+    LibraryVideo video;
+    std::optional<std::string> oldFolderFailure;
+};
+
+// A video with a new poster; the old named poster may stay when its deletion failed.
+struct PosterChange {
+    LibraryVideo video;
+    std::optional<std::string> oldPosterFailure;
+};
 
 // The published videos of a site, read from its bucket: the bucket is the only
 // record of what was published.
@@ -33,6 +47,23 @@ struct Library {
     // The poster thumbnail of a video, built and kept in the cache when missing;
     // absent for a video without a poster or a cache without a thumbnail folder.
     std::optional<std::filesystem::path> thumbnail(const LibraryVideo& video, int maxPixelSize) const;
+
+    // Changes of a published video. What makes a video playable appears last and
+    // disappears first: master.m3u8 is the switch.
+    //
+    // The record of a video with new details: a valid record keeps its facts, a
+    // folder without video.json but with a playlist gets a first one, and an
+    // unreadable record is never overwritten.
+    static VideoMetadata newRecord(const LibraryVideo& video, const VideoDetails& details);
+    // Writes the record in place: the link stays.
+    LibraryVideo saveDetails(const LibraryVideo& video, const VideoDetails& details) const;
+    // The poster under its content name, then poster.jpg, then the record; the old named poster goes last.
+    PosterChange changePoster(const LibraryVideo& video, const Poster& poster) const;
+    // A new folder (a new visibility means a new link): the record takes the name
+    // first, the copies follow with master.m3u8 last, then the old folder goes.
+    VideoMove move(const LibraryVideo& video, const std::string& toFolder, const VideoDetails& details) const;
+    // Deletes the folder in stages: master.m3u8, the other playlists, the rest, video.json.
+    void remove(const LibraryVideo& video) const;
 
     // The key boundaries of a listing from the sorted cached folder names: at
     // least 50 folders a range, at most 8 ranges, none below 2.

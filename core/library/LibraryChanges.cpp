@@ -1,0 +1,172 @@
+#include "core/library/Library.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "core/base/Clock.hpp"
+#include "core/base/Task.hpp"
+#include "core/net/RetryPolicy.hpp"
+#include "core/publish/Naming.hpp"
+#include "core/storage/VideoFolderHeaders.hpp"
+
+// The changes of a published video, beside the reading in Library.cpp.
+namespace vorlen {
+namespace {
+
+constexpr std::size_t deleteGroupSize = 1000;
+constexpr const char* recordFile = "video.json";
+constexpr const char* switchFile = "master.m3u8";
+
+bool isPlaylist(std::string_view file) { return file.ends_with(".m3u8") || file.ends_with(".mpd"); }
+
+// A folder's files (relative paths) in the stages of their deletion: the switch,
+// the other playlists, everything else but the record, the record.
+std::vector<std::vector<std::string>> deletionStages(const std::vector<std::string>& files) {
+    std::vector<std::vector<std::string>> stages(4);
+    for (const auto& file : files) {
+        if (file == switchFile) stages[0].push_back(file);
+        else if (isPlaylist(file)) stages[1].push_back(file);
+        else if (file == recordFile) stages[3].push_back(file);
+        else stages[2].push_back(file);
+    }
+    return stages;
+}
+
+std::vector<std::string> filesOf(Bucket& bucket, const std::string& prefix) {
+    auto keys = bucket.listKeys(prefix);
+    for (auto& key : keys) key.erase(0, prefix.size());
+    return keys;
+}
+
+void deleteStages(Bucket& bucket, const std::string& prefix, const std::vector<std::vector<std::string>>& stages,
+                  const RetryPolicy& retry) {
+    for (const auto& stage : stages) {
+        std::vector<DeleteFailure> failures;
+        for (std::size_t start = 0; start < stage.size(); start += deleteGroupSize) {
+            std::vector<std::string> group;
+            for (auto index = start; index < std::min(stage.size(), start + deleteGroupSize); ++index)
+                group.push_back(prefix + stage[index]);
+            auto refused = retry.run([&](std::int64_t) { return bucket.deleteObjects(group); });
+            failures.insert(failures.end(), refused.begin(), refused.end());
+        }
+        // The next stages wait: what makes the video playable must be gone before the rest goes.
+        if (!failures.empty()) throw VorlenError::notDeleted(std::move(failures));
+    }
+}
+
+}  // namespace
+
+VideoMetadata Library::newRecord(const LibraryVideo& video, const VideoDetails& details) {
+    if (const auto* unreadable = std::get_if<LibraryVideo::Unreadable>(&video.metadataFile))
+        throw VorlenError::metadata(fmt::format("cannot change \u201c{}\u201d: {}", video.folder, unreadable->reason));
+    if (const auto* metadata = video.metadata()) {
+        auto record = *metadata;
+        record.details = details;
+        record.updated = wallNow();
+        return record;
+    }
+    if (!video.isComplete)
+        throw VorlenError::metadata(
+            fmt::format("\u201c{}\u201d has no video: it has no video.json and no playlist", video.folder));
+    const auto now = wallNow();
+    return VideoMetadata{details, std::nullopt, std::nullopt, std::nullopt, now, now, std::nullopt, std::nullopt};
+}
+
+namespace {
+
+void writeRecord(Bucket& bucket, const std::string& folderPrefix, const VideoMetadata& record, const RetryPolicy& retry,
+                 const std::optional<WriteCondition>& condition = std::nullopt) {
+    const auto body = record.encoded();
+    retry.run([&](std::int64_t) {
+        return bucket.put(folderPrefix + recordFile, RequestBody::bytes(body), videoFolderHeaders(recordFile), condition);
+    });
+}
+
+VideoDetails detailsOf(const LibraryVideo& video) {
+    if (const auto* metadata = video.metadata()) return metadata->details;
+    return VideoDetails("", std::nullopt, std::nullopt, VideoVisibility::publicVideo);
+}
+
+}  // namespace
+
+LibraryVideo Library::saveDetails(const LibraryVideo& video, const VideoDetails& details) const {
+    const auto record = newRecord(video, details);
+    writeRecord(*destination.bucket, video.prefix, record, RetryPolicy{options.maxRetries, options.retryDelay});
+    return LibraryVideo{video.folder, video.prefix, LibraryVideo::Valid{record}, video.isComplete};
+}
+
+PosterChange Library::changePoster(const LibraryVideo& video, const Poster& poster) const {
+    auto record = newRecord(video, detailsOf(video));
+    const RetryPolicy retry{options.maxRetries, options.retryDelay};
+    auto& bucket = *destination.bucket;
+    for (const auto& name : {poster.name, std::string("poster.jpg")})
+        retry.run([&](std::int64_t) {
+            return bucket.put(video.prefix + name, RequestBody::bytes(poster.jpeg), videoFolderHeaders(name));
+        });
+    const auto oldPoster = record.poster;
+    record.poster = PosterFile{poster.name, poster.size()};
+    writeRecord(bucket, video.prefix, record, retry);
+    PosterChange change{LibraryVideo{video.folder, video.prefix, LibraryVideo::Valid{record}, video.isComplete}, std::nullopt};
+    if (oldPoster && oldPoster->name != poster.name) {
+        try {
+            retry.run([&](std::int64_t) { bucket.remove(video.prefix + oldPoster->name); });
+        } catch (const std::exception& error) {
+            change.oldPosterFailure = error.what();
+        }
+    }
+    return change;
+}
+
+VideoMove Library::move(const LibraryVideo& video, const std::string& toFolder, const VideoDetails& details) const {
+    if (!Naming::isValidName(toFolder))
+        throw VorlenError::config(fmt::format("\u201c{}\u201d is not a canonical folder name", toFolder));
+    auto& bucket = *destination.bucket;
+    const RetryPolicy retry{options.maxRetries, options.retryDelay};
+    const auto source = this->video(video.folder);
+    if (!source.isComplete)
+        throw VorlenError::config(fmt::format("cannot change \u201c{}\u201d: it is not playable", video.folder));
+    const auto record = newRecord(source, details);
+    const auto target = destination.prefix + toFolder + "/";
+    if (retry.run([&](std::int64_t) { return bucket.hasObjects(target); }))
+        throw VorlenError::config(fmt::format("\u201c{}\u201d exists already", toFolder));
+
+    std::vector<std::vector<std::string>> copyStages(3);
+    for (auto& file : filesOf(bucket, source.prefix)) {
+        if (file == recordFile) continue;
+        copyStages[file == switchFile ? 2 : isPlaylist(file) ? 1 : 0].push_back(std::move(file));
+    }
+    // The record takes the name first, so that another computer's move to it fails.
+    writeRecord(bucket, target, record, retry, WriteCondition::absent());
+    try {
+        const auto width = static_cast<std::size_t>(std::max<std::int64_t>(1, options.concurrency));
+        for (const auto& stage : copyStages)
+            forEachInWindow(stage.size(), width, [&](std::size_t index) {
+                retry.run([&](std::int64_t) { bucket.copy(source.prefix + stage[index], target + stage[index]); });
+            });
+    } catch (...) {
+        // The source stays as it was; the target goes again, its record last.
+        try {
+            deleteStages(bucket, target, deletionStages(filesOf(bucket, target)), retry);
+        } catch (const std::exception&) {
+        }
+        throw;
+    }
+    VideoMove moved{LibraryVideo{toFolder, target, LibraryVideo::Valid{record}, true}, std::nullopt};
+    try {
+        remove(source);
+    } catch (const Cancelled&) {
+        throw;
+    } catch (const std::exception& error) {
+        moved.oldFolderFailure = error.what();
+    }
+    return moved;
+}
+
+void Library::remove(const LibraryVideo& video) const {
+    auto& bucket = *destination.bucket;
+    deleteStages(bucket, video.prefix, deletionStages(filesOf(bucket, video.prefix)),
+                 RetryPolicy{options.maxRetries, options.retryDelay});
+}
+
+}  // namespace vorlen
