@@ -2,7 +2,11 @@
 
 #include "app/CorePublishService.hpp"
 #include "app/SiteStorage.hpp"
+#include "app/MediaCachePurge.hpp"
+#include "core/base/VorlenError.hpp"
 #include "core/library/Catalog.hpp"
+#include "core/publish/Naming.hpp"
+#include "core/publish/PosterProposal.hpp"
 
 namespace vorlen::app {
 
@@ -28,6 +32,49 @@ std::vector<LibraryVideo> CoreLibraryService::read(const BucketAccess& access,
 
 std::optional<std::filesystem::path> CoreLibraryService::thumbnail(const BucketAccess& access, const LibraryVideo& video) {
     return library(access).thumbnail(video, thumbnailPixels);
+}
+
+LibraryVideo CoreLibraryService::video(const BucketAccess& access, const std::string& folder) {
+    return library(access).video(folder);
+}
+
+LibraryVideo CoreLibraryService::saveDetails(const BucketAccess& access, const LibraryVideo& video, const VideoDetails& details) {
+    return library(access).saveDetails(video, details);
+}
+
+PosterChange CoreLibraryService::changePoster(const BucketAccess& access, const LibraryVideo& video,
+                                              const std::filesystem::path& image) {
+    const auto* metadata = video.metadata();
+    const auto height = metadata && metadata->size ? metadata->size->height : 1080;
+    return library(access).changePoster(video, posterFromImage(image, PosterProposal::maximumSizeFor(height)));
+}
+
+VideoMove CoreLibraryService::changeVisibility(const BucketAccess& access, const LibraryVideo& video,
+                                               VideoVisibility visibility) {
+    const auto* metadata = video.metadata();
+    const VideoDetails current = metadata ? metadata->details : VideoDetails("", std::nullopt, std::nullopt, VideoVisibility::publicVideo);
+    const VideoDetails details(current.title(), current.reference(), current.description(), visibility);
+    // An unlisted folder ends in its random part; the public link drops it, an unlisted one gets a fresh one.
+    auto base = video.folder;
+    if (current.visibility() == VideoVisibility::unlisted && base.size() > 9 && base[base.size() - 9] == '-')
+        base.resize(base.size() - 9);
+    const auto made = library(access);
+    if (visibility == VideoVisibility::unlisted) return made.move(video, Naming::unlistedName(base), details);
+    for (int n = 0;; ++n) {
+        const auto name = Naming::numbered(base, n);
+        if (!made.destination.bucket->hasObjects(made.destination.prefix + name + "/")) return made.move(video, name, details);
+    }
+}
+
+void CoreLibraryService::remove(const BucketAccess& access, const LibraryVideo& video) { library(access).remove(video); }
+
+void CoreLibraryService::purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly) {
+    const auto& site = access.site;
+    if (site.isLocal() || !site.mediaZoneID) return;
+    if (!access.credentials || !access.credentials->token) throw VorlenError::config(MediaCachePurge::cannotPurge);
+    const MediaCachePurge purge{CloudflareAPI(APIToken{*access.credentials->token}, endpoints_.session(), endpoints_),
+                                *site.mediaZoneID, site.mediaHost};
+    posterOnly ? purge.purgePoster(folderPrefix) : purge.purgeFolder(folderPrefix);
 }
 
 void CoreLibraryService::rebuild(const BucketAccess& access) { rebuildCatalog(library(access)); }

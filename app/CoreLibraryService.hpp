@@ -25,6 +25,12 @@ public:
                                    const std::function<void(const LibraryReadProgress&)>& onProgress) override;
     std::optional<std::filesystem::path> thumbnail(const BucketAccess& access, const LibraryVideo& video) override;
     void clearCache() override { cache_->clear(); }
+    LibraryVideo video(const BucketAccess& access, const std::string& folder) override;
+    LibraryVideo saveDetails(const BucketAccess& access, const LibraryVideo& video, const VideoDetails& details) override;
+    PosterChange changePoster(const BucketAccess& access, const LibraryVideo& video, const std::filesystem::path& image) override;
+    VideoMove changeVisibility(const BucketAccess& access, const LibraryVideo& video, VideoVisibility visibility) override;
+    void remove(const BucketAccess& access, const LibraryVideo& video) override;
+    void purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly) override;
     void rebuild(const BucketAccess& access) override;
 
 private:

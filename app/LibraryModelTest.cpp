@@ -28,6 +28,13 @@ public:
     }
     std::optional<std::filesystem::path> thumbnail(const BucketAccess&, const LibraryVideo&) override { return std::nullopt; }
     void clearCache() override {}
+    // The model reads; it changes nothing.
+    LibraryVideo video(const BucketAccess&, const std::string&) override { throw std::logic_error("not read here"); }
+    LibraryVideo saveDetails(const BucketAccess&, const LibraryVideo&, const VideoDetails&) override { throw std::logic_error("no change"); }
+    PosterChange changePoster(const BucketAccess&, const LibraryVideo&, const std::filesystem::path&) override { throw std::logic_error("no change"); }
+    VideoMove changeVisibility(const BucketAccess&, const LibraryVideo&, VideoVisibility) override { throw std::logic_error("no change"); }
+    void remove(const BucketAccess&, const LibraryVideo&) override { throw std::logic_error("no change"); }
+    void purge(const BucketAccess&, const std::string&, bool) override { throw std::logic_error("no change"); }
 };
 
 TEST(LibraryModelTest, TheCachedListShowsFirstAndAFailedReadingKeepsTheCurrentOne) {

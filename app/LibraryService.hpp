@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "app/PublishService.hpp"
-#include "core/library/LibraryVideo.hpp"
+#include "core/library/Library.hpp"
 
 namespace vorlen::app {
 
@@ -23,6 +23,18 @@ public:
     virtual std::optional<std::filesystem::path> thumbnail(const BucketAccess& access, const LibraryVideo& video) = 0;
     // Forgets the list and the thumbnails of this site.
     virtual void clearCache() = 0;
+
+    // Changes of one video, each read afresh with video() first.
+    virtual LibraryVideo video(const BucketAccess& access, const std::string& folder) = 0;
+    virtual LibraryVideo saveDetails(const BucketAccess& access, const LibraryVideo& video, const VideoDetails& details) = 0;
+    // A poster from an image file, made no larger than the video's top rendition needs.
+    virtual PosterChange changePoster(const BucketAccess& access, const LibraryVideo& video, const std::filesystem::path& image) = 0;
+    // A new visibility is a new link: the video moves to a new folder.
+    virtual VideoMove changeVisibility(const BucketAccess& access, const LibraryVideo& video, VideoVisibility visibility) = 0;
+    virtual void remove(const BucketAccess& access, const LibraryVideo& video) = 0;
+    // What the media host's cache keeps of a folder, or only of its poster.jpg,
+    // goes; nothing to do for a site without a media zone (a local one).
+    virtual void purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly) = 0;
 };
 
 // The catalogue that the site's home page is built from.

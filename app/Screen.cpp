@@ -28,6 +28,24 @@ VideoLinks linksFor(const SiteSummary& site, const std::string& folderName, int 
     return links;
 }
 
+std::optional<std::string> folderOfLink(const SiteSummary& site, std::string_view text) {
+    const auto scheme = text.find("://");
+    if (scheme == std::string_view::npos) return std::string(text);
+    auto rest = text.substr(scheme + 3);
+    rest = rest.substr(0, rest.find_first_of("?#"));
+    const auto slash = rest.find('/');
+    auto host = rest.substr(0, slash);
+    host = host.substr(0, host.find(':'));
+    if (host != site.pageHost.name || slash == std::string_view::npos) return std::nullopt;
+    auto path = rest.substr(slash + 1);
+    const auto pagePath = withSlash(site.pagePath);
+    if (!path.starts_with(pagePath)) return std::nullopt;
+    path.remove_prefix(pagePath.size());
+    if (path.ends_with("/")) path.remove_suffix(1);
+    if (path.ends_with("/embed")) path.remove_suffix(6);
+    return std::string(path);
+}
+
 bool isSubtitleFile(const std::filesystem::path& file) {
     std::string extension = file.extension().string();
     std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -109,6 +110,10 @@ struct Screen {
 // The addresses of a video: its page and embed on the page host, its folder on the media host.
 // A local site's links point at `vorlen preview` on previewPort.
 VideoLinks linksFor(const SiteSummary& site, const std::string& folderName, int previewPort = localPreviewPort);
+
+// The folder that a page or embed address of the site names, or the text itself
+// when it is no address; absent for an address of another site.
+std::optional<std::string> folderOfLink(const SiteSummary& site, std::string_view text);
 
 // Subtitle files are known by their extension: .vtt and .srt, in any case.
 bool isSubtitleFile(const std::filesystem::path& file);

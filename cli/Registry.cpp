@@ -13,12 +13,14 @@ void registerInviteCommands(CommandRegistry& registry);
 void registerSetupCommands(CommandRegistry& registry);
 void registerTemplateCommands(CommandRegistry& registry);
 void registerLibraryCommands(CommandRegistry& registry);
+void registerVideoCommands(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
     registerPublishCommand(registry);
     registerPreviewCommand(registry);
     registerLibraryCommands(registry);
+    registerVideoCommands(registry);
     registerSitesCommand(registry);
     registerSettingsCommand(registry);
     registerSetupCommands(registry);

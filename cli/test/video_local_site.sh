@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# Changing published videos of the local site from the command line: details in
+# place, a new visibility under a new link, a new poster, deletion, and a record
+# from a newer version that nothing may change. The catalogue follows each change.
+set -euo pipefail
+vorlen=$1
+home=$(mktemp -d)
+trap 'rm -rf "$home"' EXIT
+export HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_CACHE_HOME=$home/cache TMPDIR=$home
+unset DBUS_SESSION_BUS_ADDRESS
+objects=$home/data/vorlen/local-site/objects
+catalog() { python3 -c 'import json, sys; print(" ".join(v["folder"] + ":" + v["title"] + ":" + v["visibility"] for v in json.load(open(sys.argv[1]))["videos"]))' "$objects/_vorlen/catalog.json"; }
+
+ffmpeg -loglevel error -f lavfi -i "testsrc2=size=320x180:rate=25:duration=2" -c:v libx264 -pix_fmt yuv420p "$home/harbour.mp4"
+ffmpeg -loglevel error -f lavfi -i "color=c=orange:size=640x360" -frames:v 1 "$home/poster.png"
+"$vorlen" publish "$home/harbour.mp4" --poster none > /dev/null
+
+"$vorlen" video edit http://localhost:8787/harbour/embed --title "Harbour at dawn" --description "Boats" > "$home/out"
+grep -qx 'Saved the details of “Harbour at dawn”. Its link stays: http://localhost:8787/harbour' "$home/out"
+grep -q '"description": "Boats"' "$objects/harbour/video.json"
+test "$(catalog)" = "harbour:Harbour at dawn:public"
+
+"$vorlen" video visibility harbour unlisted > "$home/out"
+folder=$(sed -n 's|.*under a new link: http://localhost:8787/||p' "$home/out")
+[[ $folder =~ ^harbour-[a-z0-9]{8}$ ]]
+test ! -e "$objects/harbour"
+grep -q '"visibility": "unlisted"' "$objects/$folder/video.json"
+ffmpeg -v error -i "$objects/$folder/master.m3u8" -map 0 -f null -
+test "$(catalog)" = "$folder:Harbour at dawn:unlisted"
+"$vorlen" video visibility "$folder" public | grep -q 'under a new link: http://localhost:8787/harbour$'
+
+"$vorlen" video poster harbour "$home/poster.png" > "$home/out"
+grep -q '^“Harbour at dawn” has a new poster: http://media.localhost:8787/harbour/poster-[0-9a-f]\{8\}\.jpg$' "$home/out"
+test -f "$objects/harbour/poster.jpg"
+"$vorlen" video show harbour | grep -q '^Poster:      http://media.localhost:8787/harbour/poster-'
+
+# A record of a newer version is never overwritten nor deleted by this one.
+node --input-type=module -e "
+  const { writeObject } = await import(process.argv[1]);
+  await writeObject(process.argv[2], 'future/video.json', '{\"version\":7}', { contentType: 'application/json', cacheControl: 'no-cache' });
+  await writeObject(process.argv[2], 'future/master.m3u8', '#EXTM3U\n', { contentType: 'application/vnd.apple.mpegurl', cacheControl: 'public, max-age=300' });
+" "$(cd "$(dirname "$0")/../.." && pwd)/worker/dev/folderBucket.mjs" "$home/data/vorlen/local-site"
+if "$vorlen" video delete future --yes 2> "$home/err"; then exit 1; fi
+grep -qx 'Vorlen cannot change “future”' "$home/err"
+test -f "$objects/future/master.m3u8"
+
+if "$vorlen" video delete harbour < /dev/null 2> "$home/err"; then exit 1; fi
+grep -q 'nothing was deleted' "$home/err"
+"$vorlen" video delete harbour --yes | grep -qx 'Deleted “Harbour at dawn”.'
+test ! -e "$objects/harbour"
+test "$(catalog)" = ""
+if "$vorlen" video show harbour 2> "$home/err"; then exit 1; fi
+grep -qx 'The site “local” has no video “harbour”.' "$home/err"
