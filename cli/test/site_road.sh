@@ -133,6 +133,21 @@ test "$(grep -Ec '^alreadyInPlace ' "$work/setup-again")" -eq 11
 expect_step "$work/setup-again" done "WAF rule for private files"
 for url in "${private_urls[@]}"; do test "$(status_of "$url")" = 403; done
 
+# A new visibility moves the video to a new link and a deletion removes it: each
+# purges the media host's cache of the old folder, with this computer's R2 API Token.
+"$vorlen" video visibility "$public_page" unlisted > "$work/moved" 2>&1 || { cat "$work/moved" >&2; exit 1; }
+moved_folder=$(sed -n "s|.*under a new link: https://$page_host/||p" "$work/moved")
+[[ $moved_folder =~ ^harbour-at-dawn-[a-z0-9]{8}$ ]]
+test "$(status_of "https://$media_host/$moved_folder/master.m3u8")" = 200
+"$vorlen" video delete "$moved_folder" --yes > "$work/deleted" 2>&1 || { cat "$work/deleted" >&2; exit 1; }
+test "$(status_of "https://$media_host/$moved_folder/master.m3u8")" = 404
+python3 - "$account_dir/state.json" "$media_host" "$moved_folder" <<'EOF'
+import json, sys
+state, host, moved = json.load(open(sys.argv[1])), sys.argv[2], sys.argv[3]
+purged = [p["values"] for p in state["purges"] if p["kind"] == "prefixes"]
+assert purged == [[f"{host}/harbour-at-dawn/"], [f"{host}/{moved}/"]], purged
+EOF
+
 # No token value or secret key in any output, log or settings file.
 r2_token=$(python3 -c '
 import json, sys
@@ -140,7 +155,7 @@ state = json.load(open(sys.argv[1]))
 print(next(t["value"] for t in state["tokens"] if t["name"] == "Vorlen \u2013 road"))' "$account_dir/state.json")
 r2_secret=$(printf %s "$r2_token" | sha256sum | cut -d' ' -f1)
 test -n "$r2_token"
-if grep -rqF -e "$setup_token" -e "$r2_token" -e "$r2_secret" "$work"/{setup,published,unlisted,played-public,played-unlisted,template,check,setup-again} \
+if grep -rqF -e "$setup_token" -e "$r2_token" -e "$r2_secret" "$work"/{setup,published,unlisted,played-public,played-unlisted,template,check,setup-again,moved,deleted} \
     "$home/config" "$home/state"; then
   echo "a token or secret key leaked into an output, a log or the settings" >&2
   exit 1
