@@ -2,6 +2,8 @@
 
 #include <mutex>
 
+#include "app/LibraryWords.hpp"
+
 namespace vorlen::app {
 
 std::shared_ptr<LibraryModel> LibraryModel::make(std::shared_ptr<LibraryService> service, AccessSource access,
@@ -11,6 +13,7 @@ std::shared_ptr<LibraryModel> LibraryModel::make(std::shared_ptr<LibraryService>
 
 LibraryModel::~LibraryModel() {
     // Dropping the tasks cancels them and waits; what they post finds no model.
+    changeTasks_.clear();
     refreshTask_.reset();
     thumbnailTask_.reset();
 }
@@ -97,6 +100,124 @@ void LibraryModel::refresh() {
             self.changed();
         });
     }));
+}
+
+void LibraryModel::dismissProblem() {
+    problem_.reset();
+    changed();
+}
+
+void LibraryModel::setEditing(const std::string& folder, bool isEditing) {
+    if (isEditing) editedVideos_.insert(folder);
+    else editedVideos_.erase(folder);
+}
+
+std::optional<LibraryModel::Problem> LibraryModel::runChange(const LibraryEntry& entry, Change change, bool fromEditWindow,
+                                                             ChangeWork work) {
+    const auto& folder = entry.folder();
+    if (changes_.contains(folder) || (!fromEditWindow && editedVideos_.contains(folder)) || entry.problem)
+        return Problem{fmt::format("Vorlen cannot change \u201c{}\u201d", entry.title),
+                       "Vorlen cannot read the video.json of a video, its edit window is open, or a different change of "
+                       "it runs now"};
+    BucketAccess access;
+    try {
+        access = access_();
+    } catch (const std::exception& error) {
+        return Problem{fmt::format("Vorlen cannot change \u201c{}\u201d", entry.title), error.what()};
+    }
+    changes_[folder] = change;
+    changed();
+    changeTasks_.erase(folder);
+    changeTasks_.emplace(folder, Task<void>::spawn([this, folder, access, work, service = service_] {
+        std::optional<Problem> problem;
+        try {
+            problem = work(*service, access);
+        } catch (const Cancelled&) {
+            return;
+        }
+        onMain([folder, problem](LibraryModel& self) {
+            self.changeTasks_.erase(folder);
+            self.changes_.erase(folder);
+            if (problem) self.problem_ = problem;
+            if (self.videosDidChange) self.videosDidChange();
+            self.refresh();
+        });
+    }));
+    return std::nullopt;
+}
+
+std::optional<LibraryModel::Problem> LibraryModel::saveDetails(const LibraryEntry& entry, const VideoDetails& details,
+                                                               bool fromEditWindow) {
+    return runChange(entry, Change::saving, fromEditWindow,
+                     [video = entry.video, details, title = entry.title](LibraryService& service,
+                                                                        const BucketAccess& access) -> std::optional<Problem> {
+                         try {
+                             service.saveDetails(access, service.video(access, video.folder), details);
+                         } catch (const std::exception& error) {
+                             return Problem{fmt::format("Vorlen cannot change \u201c{}\u201d", title), error.what()};
+                         }
+                         return std::nullopt;
+                     });
+}
+
+std::optional<LibraryModel::Problem> LibraryModel::changeVisibility(const LibraryEntry& entry, VideoVisibility visibility,
+                                                                    bool fromEditWindow) {
+    return runChange(entry, Change::movingToNewLink, fromEditWindow,
+                     [video = entry.video, visibility, title = entry.title](LibraryService& service,
+                                                                           const BucketAccess& access) -> std::optional<Problem> {
+                         VideoMove moved;
+                         try {
+                             moved = service.changeVisibility(access, service.video(access, video.folder), visibility);
+                         } catch (const std::exception& error) {
+                             return Problem{fmt::format("Vorlen cannot change \u201c{}\u201d", title), error.what()};
+                         }
+                         if (moved.oldFolderFailure)
+                             return Problem{LibraryWords::oldFolderRemainsTitle(title),
+                                            LibraryWords::oldFolderRemains(video.folder, *moved.oldFolderFailure)};
+                         try {
+                             service.purge(access, video.prefix, false);
+                         } catch (const std::exception& error) {
+                             return Problem{LibraryWords::oldFilesInCacheTitle(title), LibraryWords::oldFilesInCache(error.what())};
+                         }
+                         return std::nullopt;
+                     });
+}
+
+std::optional<LibraryModel::Problem> LibraryModel::changePoster(const LibraryEntry& entry, const std::filesystem::path& image,
+                                                                bool fromEditWindow) {
+    return runChange(entry, Change::changingPoster, fromEditWindow,
+                     [video = entry.video, image, title = entry.title](LibraryService& service,
+                                                                      const BucketAccess& access) -> std::optional<Problem> {
+                         try {
+                             service.changePoster(access, service.video(access, video.folder), image);
+                         } catch (const std::exception& error) {
+                             return Problem{LibraryWords::posterRefusedTitle(title), error.what()};
+                         }
+                         try {
+                             service.purge(access, video.prefix, true);
+                         } catch (const std::exception& error) {
+                             return Problem{LibraryWords::oldPosterInCacheTitle(title), LibraryWords::posterNote + error.what()};
+                         }
+                         return std::nullopt;
+                     });
+}
+
+std::optional<LibraryModel::Problem> LibraryModel::remove(const LibraryEntry& entry, bool fromEditWindow) {
+    return runChange(entry, Change::deleting, fromEditWindow,
+                     [video = entry.video, title = entry.title](LibraryService& service,
+                                                               const BucketAccess& access) -> std::optional<Problem> {
+                         try {
+                             service.remove(access, service.video(access, video.folder));
+                         } catch (const std::exception& error) {
+                             return Problem{LibraryWords::deleteRefusedTitle(title), error.what()};
+                         }
+                         try {
+                             service.purge(access, video.prefix, false);
+                         } catch (const std::exception& error) {
+                             return Problem{LibraryWords::oldFilesInCacheTitle(title), LibraryWords::oldFilesInCache(error.what())};
+                         }
+                         return std::nullopt;
+                     });
 }
 
 std::optional<std::filesystem::path> LibraryModel::thumbnail(const LibraryEntry& entry) {

@@ -23,6 +23,15 @@ namespace vorlen::app {
 // Lives on the main thread; the reading and the thumbnails run on tasks.
 class LibraryModel : public std::enable_shared_from_this<LibraryModel> {
 public:
+    // What runs for a folder now.
+    enum class Change { saving, movingToNewLink, changingPoster, deleting };
+    // What remains to be told after a change, or why a change was refused.
+    struct Problem {
+        std::string title;
+        std::string message;
+        bool operator==(const Problem&) const = default;
+    };
+
     struct Listing {
         std::vector<LibraryEntry> entries;  // in folder order
         bool isCurrent = false;             // false while it is the cached list
@@ -43,6 +52,22 @@ public:
     const std::optional<std::string>& refreshFailure() const { return refreshFailure_; }
     void onChange(std::function<void()> observer) { observers_.push_back(std::move(observer)); }
 
+    // Changes: one at a time for each folder. A change is refused (the problem
+    // comes back and nothing runs) while another runs for the folder, while its
+    // edit window is open (unless the change comes from that window), or when its
+    // record cannot be read. At the end the list is read again, videosDidChange
+    // runs (the catalogue follows) and problem() tells what remains.
+    const std::map<std::string, Change>& changes() const { return changes_; }
+    const std::optional<Problem>& problem() const { return problem_; }
+    void dismissProblem();
+    void setEditing(const std::string& folder, bool isEditing);
+    std::function<void()> videosDidChange;
+
+    std::optional<Problem> saveDetails(const LibraryEntry& entry, const VideoDetails& details, bool fromEditWindow = false);
+    std::optional<Problem> changeVisibility(const LibraryEntry& entry, VideoVisibility visibility, bool fromEditWindow = false);
+    std::optional<Problem> changePoster(const LibraryEntry& entry, const std::filesystem::path& image, bool fromEditWindow = false);
+    std::optional<Problem> remove(const LibraryEntry& entry, bool fromEditWindow = false);
+
     // Shows the cached list when nothing is shown yet, then reads the bucket. A
     // refresh during a reading starts it again, so the list is never older than the request.
     void refresh();
@@ -57,6 +82,9 @@ private:
     void onMain(std::function<void(LibraryModel&)> work);
     std::vector<LibraryEntry> entriesFrom(std::vector<LibraryVideo> videos) const;
     void loadNextThumbnail();
+    // Runs work on a task for the entry's folder; `after` (on the main thread) turns its result into a problem.
+    using ChangeWork = std::function<std::optional<Problem>(LibraryService&, const BucketAccess&)>;
+    std::optional<Problem> runChange(const LibraryEntry& entry, Change change, bool fromEditWindow, ChangeWork work);
 
     std::shared_ptr<LibraryService> service_;
     AccessSource access_;
@@ -72,6 +100,11 @@ private:
     std::uint64_t refreshGeneration_ = 0;
     // The latest progress of the reading, handed to the main thread one post at a time.
     std::shared_ptr<std::atomic<bool>> progressPosted_ = std::make_shared<std::atomic<bool>>(false);
+
+    std::map<std::string, Change> changes_;
+    std::set<std::string> editedVideos_;
+    std::optional<Problem> problem_;
+    std::map<std::string, Task<void>> changeTasks_;
 
     std::map<std::string, std::optional<std::filesystem::path>> thumbnails_;  // by poster key; absent: none to show
     std::deque<LibraryVideo> thumbnailQueue_;

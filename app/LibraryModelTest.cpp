@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+
 namespace vorlen::app {
 namespace {
 
@@ -19,6 +23,22 @@ public:
     std::optional<std::vector<LibraryVideo>> cached;
     std::vector<LibraryVideo> current;
     std::optional<std::string> failure;
+    std::mutex mutex;
+    std::condition_variable released;
+    bool holdChanges = false;
+    std::vector<std::string> changed;
+
+    // A change waits while holdChanges stands, so that the test can try another meanwhile.
+    void change(const std::string& what) {
+        std::unique_lock lock(mutex);
+        released.wait(lock, [&] { return !holdChanges; });
+        changed.push_back(what);
+    }
+    void release() {
+        std::lock_guard lock(mutex);
+        holdChanges = false;
+        released.notify_all();
+    }
 
     std::optional<std::vector<LibraryVideo>> cachedVideos(const BucketAccess&) override { return cached; }
     std::vector<LibraryVideo> read(const BucketAccess&, const std::function<void(const LibraryReadProgress&)>& onProgress) override {
@@ -28,13 +48,22 @@ public:
     }
     std::optional<std::filesystem::path> thumbnail(const BucketAccess&, const LibraryVideo&) override { return std::nullopt; }
     void clearCache() override {}
-    // The model reads; it changes nothing.
-    LibraryVideo video(const BucketAccess&, const std::string&) override { throw std::logic_error("not read here"); }
-    LibraryVideo saveDetails(const BucketAccess&, const LibraryVideo&, const VideoDetails&) override { throw std::logic_error("no change"); }
-    PosterChange changePoster(const BucketAccess&, const LibraryVideo&, const std::filesystem::path&) override { throw std::logic_error("no change"); }
-    VideoMove changeVisibility(const BucketAccess&, const LibraryVideo&, VideoVisibility) override { throw std::logic_error("no change"); }
-    void remove(const BucketAccess&, const LibraryVideo&) override { throw std::logic_error("no change"); }
-    void purge(const BucketAccess&, const std::string&, bool) override { throw std::logic_error("no change"); }
+    LibraryVideo video(const BucketAccess&, const std::string& folder) override {
+        return {folder, folder + "/", LibraryVideo::Missing{}, true};
+    }
+    LibraryVideo saveDetails(const BucketAccess&, const LibraryVideo& video, const VideoDetails&) override {
+        change("saved " + video.folder);
+        return video;
+    }
+    PosterChange changePoster(const BucketAccess&, const LibraryVideo&, const std::filesystem::path&) override {
+        throw std::runtime_error("The poster is not a JPEG image.");
+    }
+    VideoMove changeVisibility(const BucketAccess&, const LibraryVideo& video, VideoVisibility) override {
+        change("moved " + video.folder);
+        return {video, std::string("403 AccessDenied")};
+    }
+    void remove(const BucketAccess&, const LibraryVideo& video) override { change("deleted " + video.folder); }
+    void purge(const BucketAccess&, const std::string&, bool) override { throw std::runtime_error("cannot purge"); }
 };
 
 TEST(LibraryModelTest, TheCachedListShowsFirstAndAFailedReadingKeepsTheCurrentOne) {
@@ -59,6 +88,46 @@ TEST(LibraryModelTest, TheCachedListShowsFirstAndAFailedReadingKeepsTheCurrentOn
     queue.runUntil([&] { return !model->isRefreshing(); });
     EXPECT_EQ(model->refreshFailure(), "The bucket does not answer.");
     EXPECT_EQ(model->listing()->entries.size(), 2u);
+}
+
+TEST(LibraryModelTest, OneChangeAtATimeForAFolderAndWhatRemainsIsTold) {
+    PostedQueue queue;
+    auto service = std::make_shared<ScriptedLibraryService>();
+    service->current = {video("a", "Alpha", "2026-01-01T00:00:00Z"), video("b", "Beta", "2026-01-02T00:00:00Z")};
+    SiteSummary site;
+    auto model = LibraryModel::make(service, [site] { return BucketAccess{site, std::nullopt}; }, site, queue);
+    int rebuilds = 0;
+    model->videosDidChange = [&] { ++rebuilds; };
+    model->refresh();
+    queue.runUntil([&] { return !model->isRefreshing(); });
+    const auto alpha = model->listing()->entries[0], beta = model->listing()->entries[1];
+    const VideoDetails details("Alpha 2", std::nullopt, std::nullopt, VideoVisibility::publicVideo);
+
+    service->holdChanges = true;
+    EXPECT_FALSE(model->saveDetails(alpha, details));
+    EXPECT_EQ(model->changes().at("a"), LibraryModel::Change::saving);
+    const auto refused = model->remove(alpha);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->title, "Vorlen cannot change \u201cAlpha\u201d");
+    model->setEditing("b", true);
+    EXPECT_TRUE(model->remove(beta));
+    EXPECT_FALSE(model->remove(beta, true));  // the edit window's own change
+    service->release();
+    queue.runUntil([&] { return model->changes().empty() && !model->isRefreshing(); });
+    std::sort(service->changed.begin(), service->changed.end());  // two folders change at once
+    EXPECT_EQ(service->changed, (std::vector<std::string>{"deleted b", "saved a"}));
+    EXPECT_EQ(rebuilds, 2);
+    EXPECT_EQ(model->problem()->title, "The Old Files of \u201cBeta\u201d Can Stay in the Cache");
+
+    EXPECT_FALSE(model->changeVisibility(alpha, VideoVisibility::unlisted));
+    queue.runUntil([&] { return model->changes().empty() && !model->isRefreshing(); });
+    EXPECT_EQ(model->problem()->title, "\u201cAlpha\u201d Has a New Link, but Its Old Folder Remains");
+    EXPECT_FALSE(model->changePoster(alpha, "/nowhere.png"));
+    queue.runUntil([&] { return model->changes().empty() && !model->isRefreshing(); });
+    EXPECT_EQ(model->problem(), (LibraryModel::Problem{"Cannot Change the Poster of \u201cAlpha\u201d", "The poster is not a JPEG image."}));
+
+    const auto unreadable = LibraryEntry::from({"c", "c/", LibraryVideo::Unreadable{"newer"}, true}, site);
+    EXPECT_TRUE(model->remove(unreadable));
 }
 
 TEST(LibraryModelTest, EntriesAreOrderedAndSearchedAsPeopleExpect) {
