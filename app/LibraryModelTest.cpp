@@ -15,7 +15,7 @@ LibraryVideo video(const std::string& folder, const std::string& title, const ch
     return {folder, folder + "/",
             LibraryVideo::Valid{{VideoDetails(title, std::nullopt, std::nullopt, visibility), std::nullopt, 30.0,
                                  std::nullopt, time, time, std::nullopt, std::nullopt}},
-            true};
+            true, std::nullopt};
 }
 
 class ScriptedLibraryService final : public LibraryService {
@@ -49,7 +49,7 @@ public:
     std::optional<std::filesystem::path> thumbnail(const BucketAccess&, const LibraryVideo&) override { return std::nullopt; }
     void clearCache() override {}
     LibraryVideo video(const BucketAccess&, const std::string& folder) override {
-        return {folder, folder + "/", LibraryVideo::Missing{}, true};
+        return {folder, folder + "/", LibraryVideo::Missing{}, true, std::nullopt};
     }
     LibraryVideo saveDetails(const BucketAccess&, const LibraryVideo& video, const VideoDetails&) override {
         change("saved " + video.folder);
@@ -126,7 +126,7 @@ TEST(LibraryModelTest, OneChangeAtATimeForAFolderAndWhatRemainsIsTold) {
     queue.runUntil([&] { return model->changes().empty() && !model->isRefreshing(); });
     EXPECT_EQ(model->problem(), (LibraryModel::Problem{"Cannot Change the Poster of \u201cAlpha\u201d", "The poster is not a JPEG image."}));
 
-    const auto unreadable = LibraryEntry::from({"c", "c/", LibraryVideo::Unreadable{"newer"}, true}, site);
+    const auto unreadable = LibraryEntry::from({"c", "c/", LibraryVideo::Unreadable{"newer"}, true, std::nullopt}, site);
     EXPECT_TRUE(model->remove(unreadable));
 }
 
@@ -135,8 +135,8 @@ TEST(LibraryModelTest, EntriesAreOrderedAndSearchedAsPeopleExpect) {
     std::vector<LibraryEntry> entries;
     entries.push_back(LibraryEntry::from(video("b", "Été à Paris", "2026-03-01T00:00:00Z"), site));
     entries.push_back(LibraryEntry::from(video("a", "autumn", "2026-01-01T00:00:00Z", VideoVisibility::unlisted), site));
-    entries.push_back(LibraryEntry::from({"c", "c/", LibraryVideo::Missing{}, true}, site));
-    entries.push_back(LibraryEntry::from({"d", "d/", LibraryVideo::Unreadable{"newer"}, true}, site));
+    entries.push_back(LibraryEntry::from({"c", "c/", LibraryVideo::Missing{}, true, std::nullopt}, site));
+    entries.push_back(LibraryEntry::from({"d", "d/", LibraryVideo::Unreadable{"newer"}, true, std::nullopt}, site));
 
     auto folders = [](const std::vector<LibraryEntry>& arranged) {
         std::string text;

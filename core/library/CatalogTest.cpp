@@ -10,10 +10,10 @@ TEST(CatalogTest, EntriesComeFromCompleteVideosWithAKnownRecord) {
     const VideoMetadata untitled{VideoDetails("", std::nullopt, std::string_view("About"), VideoVisibility::unlisted),
                                  std::nullopt, std::nullopt, std::nullopt, time, time, std::nullopt, std::nullopt};
     const std::vector<LibraryVideo> videos{
-        {"zeta", "zeta/", LibraryVideo::Valid{untitled}, true},
-        {"alpha", "alpha/", LibraryVideo::Missing{}, true},
-        {"beta", "beta/", LibraryVideo::Unreadable{"no"}, true},
-        {"gamma", "gamma/", LibraryVideo::Valid{untitled}, false},
+        {"zeta", "zeta/", LibraryVideo::Valid{untitled}, true, {}},
+        {"alpha", "alpha/", LibraryVideo::Missing{}, true, {}},
+        {"beta", "beta/", LibraryVideo::Unreadable{"no"}, true, {}},
+        {"gamma", "gamma/", LibraryVideo::Valid{untitled}, false, {}},
     };
     const auto entries = Catalog::entriesFrom(videos);
     ASSERT_EQ(entries.size(), 2u);

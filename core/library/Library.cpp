@@ -106,7 +106,7 @@ std::vector<LibraryVideo> Library::read(const std::function<void(const LibraryRe
     for (auto& [name, found] : folders) {
         // A folder of media alone is what an upload that did not end leaves behind.
         if (!found.isComplete && !found.metadataFile) continue;
-        LibraryVideo video{name, prefix + name + "/", LibraryVideo::Missing{}, found.isComplete};
+        LibraryVideo video{name, prefix + name + "/", LibraryVideo::Missing{}, found.isComplete, std::nullopt};
         LibraryFolderRecord record{name, found.isComplete, std::nullopt};
         if (found.metadataFile) {
             const auto tag = found.metadataFile->etag ? withoutQuotes(*found.metadataFile->etag) : std::string();
@@ -115,6 +115,7 @@ std::vector<LibraryVideo> Library::read(const std::function<void(const LibraryRe
                 cachedRecord->second->metadata->tag == tag) {
                 record.metadata = cachedRecord->second->metadata;
                 video.metadataFile = metadataFileFrom(record.metadata->data);
+                video.metadataTag = tag;
             } else {
                 toFetch.push_back(videos.size());
             }
@@ -137,7 +138,8 @@ std::vector<LibraryVideo> Library::read(const std::function<void(const LibraryRe
             const auto object = retry.run([&](std::int64_t) { return bucket.taggedObject(video.prefix + "video.json"); });
             if (object) {
                 video.metadataFile = metadataFileFrom(object->data);
-                records[toFetch[index]].metadata = LibraryFolderRecord::MetadataCopy{withoutQuotes(object->etag), object->data};
+                video.metadataTag = withoutQuotes(object->etag);
+                records[toFetch[index]].metadata = LibraryFolderRecord::MetadataCopy{*video.metadataTag, object->data};
             }
             // A video.json that vanished since the listing leaves the video with a missing record.
             report({LibraryReadProgress::Reading{++fetched, total}});
@@ -154,9 +156,11 @@ std::vector<LibraryVideo> Library::read(const std::function<void(const LibraryRe
 LibraryVideo Library::video(const std::string& folder) const {
     auto& bucket = *destination.bucket;
     const RetryPolicy retry{options.maxRetries, options.retryDelay, {}};
-    LibraryVideo video{folder, destination.prefix + folder + "/", LibraryVideo::Missing{}, false};
-    if (const auto object = retry.run([&](std::int64_t) { return bucket.taggedObject(video.prefix + "video.json"); }))
+    LibraryVideo video{folder, destination.prefix + folder + "/", LibraryVideo::Missing{}, false, std::nullopt};
+    if (const auto object = retry.run([&](std::int64_t) { return bucket.taggedObject(video.prefix + "video.json"); })) {
         video.metadataFile = metadataFileFrom(object->data);
+        video.metadataTag = withoutQuotes(object->etag);
+    }
     video.isComplete = retry.run([&](std::int64_t) { return bucket.info(video.prefix + "master.m3u8").has_value(); });
     return video;
 }

@@ -123,7 +123,7 @@ std::optional<std::vector<LibraryVideo>> LibraryCache::cachedVideos(const Bucket
     for (const auto& record : stored->folders) {
         videos.push_back({record.folder, prefix + record.folder + "/",
                           record.metadata ? metadataFileFrom(record.metadata->data) : LibraryVideo::Missing{},
-                          record.isComplete});
+                          record.isComplete, record.metadata ? std::optional(record.metadata->tag) : std::nullopt});
     }
     return videos;
 }

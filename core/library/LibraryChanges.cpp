@@ -75,12 +75,30 @@ VideoMetadata Library::newRecord(const LibraryVideo& video, const VideoDetails& 
 
 namespace {
 
-void writeRecord(Bucket& bucket, const std::string& folderPrefix, const VideoMetadata& record, const RetryPolicy& retry,
-                 const std::optional<WriteCondition>& condition = std::nullopt) {
+// Writes a record and gives its new ETag without quotes. The condition makes a
+// change of a record that another computer changed meanwhile a conflict.
+std::optional<std::string> writeRecord(Bucket& bucket, const std::string& folderPrefix, const VideoMetadata& record,
+                                       const RetryPolicy& retry, const WriteCondition& condition) {
     const auto body = record.encoded();
-    retry.run([&](std::int64_t) {
-        return bucket.put(folderPrefix + recordFile, RequestBody::bytes(body), videoFolderHeaders(recordFile), condition);
+    const auto key = folderPrefix + recordFile;
+    auto etag = retry.run([&](std::int64_t attempt) -> std::optional<std::string> {
+        try {
+            return bucket.put(key, RequestBody::bytes(body), videoFolderHeaders(recordFile), condition);
+        } catch (const VorlenError& error) {
+            // After a lost answer the earlier attempt may have landed: then the record there is this one.
+            if (attempt == 1 || !error.is<failure::Conflict>()) throw;
+            const auto current = bucket.taggedObject(key);
+            if (!current || current->data != body) throw;
+            return current->etag;
+        }
     });
+    if (etag && etag->size() >= 2 && etag->front() == '"') *etag = etag->substr(1, etag->size() - 2);
+    return etag;
+}
+
+// Over the record as it was read, or where there was none.
+WriteCondition overRecordOf(const LibraryVideo& video) {
+    return video.metadataTag ? WriteCondition::unchanged("\"" + *video.metadataTag + "\"") : WriteCondition::absent();
 }
 
 VideoDetails detailsOf(const LibraryVideo& video) {
@@ -92,8 +110,9 @@ VideoDetails detailsOf(const LibraryVideo& video) {
 
 LibraryVideo Library::saveDetails(const LibraryVideo& video, const VideoDetails& details) const {
     const auto record = newRecord(video, details);
-    writeRecord(*destination.bucket, video.prefix, record, RetryPolicy{options.maxRetries, options.retryDelay});
-    return LibraryVideo{video.folder, video.prefix, LibraryVideo::Valid{record}, video.isComplete};
+    const auto tag = writeRecord(*destination.bucket, video.prefix, record, RetryPolicy{options.maxRetries, options.retryDelay},
+                                 overRecordOf(video));
+    return LibraryVideo{video.folder, video.prefix, LibraryVideo::Valid{record}, video.isComplete, tag};
 }
 
 PosterChange Library::changePoster(const LibraryVideo& video, const Poster& poster) const {
@@ -106,8 +125,8 @@ PosterChange Library::changePoster(const LibraryVideo& video, const Poster& post
         });
     const auto oldPoster = record.poster;
     record.poster = PosterFile{poster.name, poster.size()};
-    writeRecord(bucket, video.prefix, record, retry);
-    PosterChange change{LibraryVideo{video.folder, video.prefix, LibraryVideo::Valid{record}, video.isComplete}, std::nullopt};
+    const auto tag = writeRecord(bucket, video.prefix, record, retry, overRecordOf(video));
+    PosterChange change{LibraryVideo{video.folder, video.prefix, LibraryVideo::Valid{record}, video.isComplete, tag}, std::nullopt};
     if (oldPoster && oldPoster->name != poster.name) {
         try {
             retry.run([&](std::int64_t) { bucket.remove(video.prefix + oldPoster->name); });
@@ -137,7 +156,7 @@ VideoMove Library::move(const LibraryVideo& video, const std::string& toFolder, 
         copyStages[file == switchFile ? 2 : isPlaylist(file) ? 1 : 0].push_back(std::move(file));
     }
     // The record takes the name first, so that another computer's move to it fails.
-    writeRecord(bucket, target, record, retry, WriteCondition::absent());
+    const auto tag = writeRecord(bucket, target, record, retry, WriteCondition::absent());
     try {
         const auto width = static_cast<std::size_t>(std::max<std::int64_t>(1, options.concurrency));
         for (const auto& stage : copyStages)
@@ -152,7 +171,7 @@ VideoMove Library::move(const LibraryVideo& video, const std::string& toFolder, 
         }
         throw;
     }
-    VideoMove moved{LibraryVideo{toFolder, target, LibraryVideo::Valid{record}, true}, std::nullopt};
+    VideoMove moved{LibraryVideo{toFolder, target, LibraryVideo::Valid{record}, true, tag}, std::nullopt};
     try {
         remove(source);
     } catch (const Cancelled&) {

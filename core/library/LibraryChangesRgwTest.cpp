@@ -83,6 +83,25 @@ TEST_F(LibraryChangesRgwTest, RecordsAreWrittenOnlyWhereTheyCanBeTrusted) {
     EXPECT_EQ(direct_->object("videos/newer/video.json")->find("\"version\":2"), 1u);
 }
 
+TEST_F(LibraryChangesRgwTest, OfTwoComputersChangingOneRecordTheSecondIsToldAndNothingIsLost) {
+    publish("holiday", record());
+    const auto here = library_.video("holiday"), there = library_.video("holiday");
+    const auto saved = library_.saveDetails(here, VideoDetails("Here", std::nullopt, std::nullopt, VideoVisibility::publicVideo));
+    EXPECT_EQ(library_.video("holiday"), saved);  // the tag that the write answered is the record's
+    try {
+        library_.saveDetails(there, VideoDetails("There", std::nullopt, std::nullopt, VideoVisibility::publicVideo));
+        ADD_FAILURE() << "the second change went through";
+    } catch (const VorlenError& error) {
+        EXPECT_TRUE(error.is<failure::Conflict>()) << error.what();
+    }
+    EXPECT_EQ(library_.video("holiday").metadata()->details.title(), "Here");
+    // Read again, the change goes through.
+    EXPECT_EQ(library_.saveDetails(library_.video("holiday"), VideoDetails("There", std::nullopt, std::nullopt,
+                                                                            VideoVisibility::publicVideo))
+                  .metadata()->details.title(),
+              "There");
+}
+
 TEST_F(LibraryChangesRgwTest, AMoveTakesTheNameFirstAndMakesTheNewLinkPlayableLast) {
     publish("holiday", record());
     publish("taken", record());

@@ -89,7 +89,7 @@ TEST_F(LibraryThumbnailTest, APosterBecomesASmallThumbnailOnce) {
                              LibraryVideo::Valid{{VideoDetails("Clip", std::nullopt, std::nullopt, VideoVisibility::publicVideo),
                                                   PosterFile{"poster-0a1b2c3d.jpg", {1280, 720}}, 1.0, std::nullopt, time,
                                                   time, std::nullopt, std::nullopt}},
-                             true};
+                             true, std::nullopt};
     const Library library{Destination{bucket, "", "folder"}, BucketLocation{"", "bucket"}, UploadOptions{}, cache_};
 
     const auto made = library.thumbnail(video, 160);

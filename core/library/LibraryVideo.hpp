@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 
@@ -29,6 +30,8 @@ struct LibraryVideo {
     std::string prefix;  // the folder's full key prefix, ending with "/"
     MetadataFile metadataFile = Missing{};
     bool isComplete = false;  // master.m3u8 exists
+    // The ETag of the record as read, without quotes: a change writes only over that record.
+    std::optional<std::string> metadataTag;
 
     const VideoMetadata* metadata() const {
         const auto* valid = std::get_if<Valid>(&metadataFile);
