@@ -3,10 +3,14 @@
 #include "app/CorePublishService.hpp"
 #include "app/SiteStorage.hpp"
 #include "app/MediaCachePurge.hpp"
+#include "app/Screen.hpp"
+#include "core/base/Files.hpp"
 #include "core/base/VorlenError.hpp"
 #include "core/library/Catalog.hpp"
 #include "core/publish/Naming.hpp"
+#include "core/publish/FrameReader.hpp"
 #include "core/publish/PosterProposal.hpp"
+#include "core/storage/FolderBucket.hpp"
 
 namespace vorlen::app {
 
@@ -47,6 +51,25 @@ PosterChange CoreLibraryService::changePoster(const BucketAccess& access, const 
     const auto* metadata = video.metadata();
     const auto height = metadata && metadata->size ? metadata->size->height : 1080;
     return library(access).changePoster(video, posterFromImage(image, PosterProposal::maximumSizeFor(height)));
+}
+
+PosterChange CoreLibraryService::changePosterToFrame(const BucketAccess& access, const LibraryVideo& video, double seconds) {
+    // ffmpeg reads the media itself: the local site's files, or the media host's addresses.
+    const auto& site = access.site;
+    const auto mediaBase = site.isLocal() ? FolderBucket(*site.localFolder).objectPath(video.prefix).string()
+                                          : linksFor(site, video.folder).media;
+    const auto made = library(access);
+    const auto segment = made.segmentPlaylist(video, seconds, mediaBase);
+    const auto folder = makeUniqueDirectory(std::filesystem::temp_directory_path(), "vorlen-frame-");
+    struct Remover {
+        std::filesystem::path folder;
+        ~Remover() {
+            std::error_code ignored;
+            std::filesystem::remove_all(folder, ignored);
+        }
+    } remover{folder};
+    writeFileAtomically(folder / "segment.m3u8", segment.text);
+    return made.changePoster(video, FrameReader(Tools::locate()).frameOfSegment(folder / "segment.m3u8", segment.offset, seconds));
 }
 
 VideoMove CoreLibraryService::changeVisibility(const BucketAccess& access, const LibraryVideo& video,

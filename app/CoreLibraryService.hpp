@@ -28,6 +28,7 @@ public:
     LibraryVideo video(const BucketAccess& access, const std::string& folder) override;
     LibraryVideo saveDetails(const BucketAccess& access, const LibraryVideo& video, const VideoDetails& details) override;
     PosterChange changePoster(const BucketAccess& access, const LibraryVideo& video, const std::filesystem::path& image) override;
+    PosterChange changePosterToFrame(const BucketAccess& access, const LibraryVideo& video, double seconds) override;
     VideoMove changeVisibility(const BucketAccess& access, const LibraryVideo& video, VideoVisibility visibility) override;
     void remove(const BucketAccess& access, const LibraryVideo& video) override;
     void purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly) override;

@@ -58,6 +58,9 @@ public:
     PosterChange changePoster(const BucketAccess&, const LibraryVideo&, const std::filesystem::path&) override {
         throw std::runtime_error("The poster is not a JPEG image.");
     }
+    PosterChange changePosterToFrame(const BucketAccess&, const LibraryVideo&, double) override {
+        throw std::runtime_error("no frame");
+    }
     VideoMove changeVisibility(const BucketAccess&, const LibraryVideo& video, VideoVisibility) override {
         change("moved " + video.folder);
         return {video, std::string("403 AccessDenied")};

@@ -29,6 +29,8 @@ public:
     virtual LibraryVideo saveDetails(const BucketAccess& access, const LibraryVideo& video, const VideoDetails& details) = 0;
     // A poster from an image file, made no larger than the video's top rendition needs.
     virtual PosterChange changePoster(const BucketAccess& access, const LibraryVideo& video, const std::filesystem::path& image) = 0;
+    // A poster from the published video's own frame at a time in seconds.
+    virtual PosterChange changePosterToFrame(const BucketAccess& access, const LibraryVideo& video, double seconds) = 0;
     // A new visibility is a new link: the video moves to a new folder.
     virtual VideoMove changeVisibility(const BucketAccess& access, const LibraryVideo& video, VideoVisibility visibility) = 0;
     virtual void remove(const BucketAccess& access, const LibraryVideo& video) = 0;

@@ -207,13 +207,17 @@ int deleteVideos(const std::optional<std::string>& site, const std::vector<std::
     return status;
 }
 
-int changePoster(const std::optional<std::string>& site, const std::string& folder, const std::string& image) {
+int changePoster(const std::optional<std::string>& site, const std::string& folder, const std::optional<std::string>& image,
+                 std::optional<double> frame) {
+    if (image.has_value() == frame.has_value())
+        throw VorlenError::config("Give the poster as an image file or as a time in the video with --frame, one of the two.");
     SiteVideos videos(site);
     const auto video = videos.video(folder);
     const auto title = videos.changeable(video).title;
     PosterChange changed;
     try {
-        changed = videos.service().changePoster(videos.access(), video, image);
+        changed = image ? videos.service().changePoster(videos.access(), video, *image)
+                        : videos.service().changePosterToFrame(videos.access(), video, *frame);
     } catch (const Cancelled&) {
         throw;
     } catch (const std::exception& error) {
@@ -287,13 +291,17 @@ void registerVideoCommands(CommandRegistry& registry) {
 
     auto posterSite = std::make_shared<std::optional<std::string>>();
     auto posterFolder = std::make_shared<std::string>();
-    auto posterFile = std::make_shared<std::string>();
-    auto* posterCommand = video->add_subcommand("poster", "Give a video a new poster from an image file.");
+    auto posterFile = std::make_shared<std::optional<std::string>>();
+    auto posterFrame = std::make_shared<std::optional<double>>();
+    auto* posterCommand = video->add_subcommand(
+        "poster", "Give a video a new poster: an image file, or the video's own frame at a time with --frame.");
     posterCommand->add_option("FOLDER", *posterFolder, "the video's folder name or page address")->required();
-    posterCommand->add_option("FILE", *posterFile, "a JPEG, PNG, WebP or other image file")->required()->check(CLI::ExistingFile);
+    posterCommand->add_option("FILE", *posterFile, "a JPEG, PNG, WebP or other image file")->check(CLI::ExistingFile);
+    posterCommand->add_option("--frame", *posterFrame, "the time of the frame in the video, in seconds")
+        ->check(CLI::NonNegativeNumber);
     posterCommand->add_option("--site", *posterSite, "the site's ID (see `vorlen sites`)");
-    registry.add(posterCommand, [posterSite, posterFolder, posterFile] {
-        return changePoster(*posterSite, *posterFolder, *posterFile);
+    registry.add(posterCommand, [posterSite, posterFolder, posterFile, posterFrame] {
+        return changePoster(*posterSite, *posterFolder, *posterFile, *posterFrame);
     });
 }
 

@@ -33,6 +33,13 @@ test "$(catalog)" = "$folder:Harbour at dawn:unlisted"
 grep -q '^“Harbour at dawn” has a new poster: http://media.localhost:8787/harbour/poster-[0-9a-f]\{8\}\.jpg$' "$home/out"
 test -f "$objects/harbour/poster.jpg"
 "$vorlen" video show harbour | grep -q '^Poster:      http://media.localhost:8787/harbour/poster-'
+image_poster=$(sed -n 's|.*/harbour/\(poster-[0-9a-f]*\.jpg\)$|\1|p' "$home/out")
+# A frame of the published video itself; the poster of the image goes.
+"$vorlen" video poster harbour --frame 1.5 > /dev/null
+test ! -e "$objects/harbour/$image_poster"
+test "$(ffprobe -v error -show_entries stream=width,height -of csv=p=0 "$objects/harbour/poster.jpg")" = "640,360"  # the top rendition's size
+if "$vorlen" video poster harbour "$home/poster.png" --frame 1 2> "$home/err"; then exit 1; fi
+grep -q 'one of the two' "$home/err"
 
 # A record of a newer version is never overwritten nor deleted by this one.
 node --input-type=module -e "

@@ -29,6 +29,12 @@ struct PosterChange {
     std::optional<std::string> oldPosterFailure;
 };
 
+// A playlist of one segment of a published video, to read a frame from.
+struct SegmentPlaylist {
+    std::string text;
+    double offset = 0;  // the wanted time inside the segment
+};
+
 // The published videos of a site, read from its bucket: the bucket is the only
 // record of what was published.
 struct Library {
@@ -62,6 +68,9 @@ struct Library {
     // A new folder (a new visibility means a new link): the record takes the name
     // first, the copies follow with master.m3u8 last, then the old folder goes.
     VideoMove move(const LibraryVideo& video, const std::string& toFolder, const VideoDetails& details) const;
+    // The segment of the top video rendition that holds `seconds`, as a playlist
+    // whose media lie under mediaBase (the folder's own files, or its media address).
+    SegmentPlaylist segmentPlaylist(const LibraryVideo& video, double seconds, const std::string& mediaBase) const;
     // Deletes the folder in stages: master.m3u8, the other playlists, the rest, video.json.
     void remove(const LibraryVideo& video) const;
 

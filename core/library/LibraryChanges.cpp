@@ -3,6 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <sstream>
 
 #include "core/base/Clock.hpp"
 #include "core/base/Task.hpp"
@@ -180,6 +183,57 @@ VideoMove Library::move(const LibraryVideo& video, const std::string& toFolder, 
         moved.oldFolderFailure = error.what();
     }
     return moved;
+}
+
+SegmentPlaylist Library::segmentPlaylist(const LibraryVideo& video, double seconds, const std::string& mediaBase) const {
+    auto& bucket = *destination.bucket;
+    const RetryPolicy retry{options.maxRetries, options.retryDelay};
+    auto text = [&](const std::string& file) {
+        auto found = retry.run([&](std::int64_t) { return bucket.object(video.prefix + file); });
+        if (!found) throw VorlenError::config(fmt::format("cannot change \u201c{}\u201d: it is not playable", video.folder));
+        return *found;
+    };
+    // The tallest video rendition of the master playlist.
+    std::string rendition;
+    std::int64_t tallest = -1;
+    std::istringstream master(text(switchFile));
+    for (std::string line; std::getline(master, line);) {
+        if (!line.starts_with("#EXT-X-STREAM-INF:")) continue;
+        std::int64_t height = 0;
+        if (const auto at = line.find("RESOLUTION="); at != std::string::npos)
+            height = std::atoll(line.c_str() + line.find('x', at) + 1);
+        std::string uri;
+        while (std::getline(master, uri) && (uri.empty() || uri.front() == '#')) {}
+        if (height > tallest && isPlainFileName(uri)) {
+            tallest = height;
+            rendition = uri;
+        }
+    }
+    if (rendition.empty()) throw VorlenError::config(fmt::format("cannot change \u201c{}\u201d: it is not playable", video.folder));
+
+    std::istringstream media(text(rendition));
+    std::string map, range;
+    double start = 0, duration = 0;
+    for (std::string line; std::getline(media, line);) {
+        if (line.starts_with("#EXT-X-MAP:")) map = line;
+        else if (line.starts_with("#EXTINF:")) duration = std::atof(line.c_str() + 8);
+        else if (line.starts_with("#EXT-X-BYTERANGE:")) range = line;
+        else if (!line.empty() && line.front() != '#') {
+            if (seconds < start + duration && !map.empty()) {
+                // The map's and the segment's file names are relative to the folder.
+                const auto uriAt = map.find("URI=\"") + 5;
+                map.insert(uriAt, mediaBase);
+                return SegmentPlaylist{fmt::format("#EXTM3U\n#EXT-X-VERSION:6\n#EXT-X-TARGETDURATION:{}\n{}\n#EXTINF:{},\n{}\n{}{}\n"
+                                                   "#EXT-X-ENDLIST\n",
+                                                   static_cast<std::int64_t>(std::ceil(duration)), map, duration, range,
+                                                   mediaBase, line),
+                                       seconds - start};
+            }
+            start += duration;
+            range.clear();
+        }
+    }
+    throw VorlenError::source(fmt::format("The video has no frame at {} s.", seconds));
 }
 
 void Library::remove(const LibraryVideo& video) const {

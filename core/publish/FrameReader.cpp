@@ -123,6 +123,21 @@ Poster FrameReader::frame(const fs::path& video, double at) const {
     return makePoster(*read[0].image, at);
 }
 
+Poster FrameReader::frameOfSegment(const fs::path& playlist, double offset, double at) const {
+    startVips();
+    auto folder = makeWorkDirectory();
+    DirectoryRemover remover(folder);
+    const auto output = folder / "frame.ppm";
+    ToolRunner::run("ffmpeg", tools_.ffmpeg,
+                    {"-hide_banner", "-nostdin", "-loglevel", "error", "-protocol_whitelist", "file,http,https,tcp,tls,crypto",
+                     "-i", playlist.string(), "-ss", seekArgument(offset), "-map", "0:V:0", "-frames:v", "1", "-vf",
+                     "format=rgb24", "-c:v", "ppm", "-f", "image2", "-update", "1", output.string()});
+    std::error_code error;
+    if (fs::file_size(output, error) == 0 || error)
+        throw VorlenError::source(fmt::format("The video has no frame at {} s.", timeText(at)));
+    return makePoster(vips::VImage::new_from_file(output.c_str()).copy_memory(), at);
+}
+
 Poster FrameReader::chooseFrame(const fs::path& video, double duration,
                                 const std::shared_ptr<PosterFrameScorer>& scorer) const {
     auto file = video.filename().string();

@@ -35,6 +35,10 @@ public:
 
     // One frame at full size as a poster.
     Poster frame(const std::filesystem::path& video, double at) const;
+    // One frame of a short HLS playlist (a single segment of a published video),
+    // `offset` seconds into it: decoded from its start, since ffmpeg cannot seek
+    // in fragmented MP4. Its media may be files or https addresses.
+    Poster frameOfSegment(const std::filesystem::path& playlist, double offset, double at) const;
 
     // Samples the video, chooses the best frame and reads it again at full size.
     Poster chooseFrame(const std::filesystem::path& video, double duration,
