@@ -61,13 +61,7 @@ PosterChange CoreLibraryService::changePosterToFrame(const BucketAccess& access,
     const auto made = library(access);
     const auto segment = made.segmentPlaylist(video, seconds, mediaBase);
     const auto folder = makeUniqueDirectory(std::filesystem::temp_directory_path(), "vorlen-frame-");
-    struct Remover {
-        std::filesystem::path folder;
-        ~Remover() {
-            std::error_code ignored;
-            std::filesystem::remove_all(folder, ignored);
-        }
-    } remover{folder};
+    const DirectoryRemover remover(folder);
     writeFileAtomically(folder / "segment.m3u8", segment.text);
     return made.changePoster(video, FrameReader(Tools::locate()).frameOfSegment(folder / "segment.m3u8", segment.offset, seconds));
 }

@@ -20,11 +20,6 @@ namespace {
 constexpr std::size_t foldersPerRange = 50;
 constexpr std::size_t maximumRanges = 8;
 
-std::string withoutQuotes(const std::string& etag) {
-    if (etag.size() >= 2 && etag.front() == '"' && etag.back() == '"') return etag.substr(1, etag.size() - 2);
-    return etag;
-}
-
 double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
@@ -109,7 +104,7 @@ std::vector<LibraryVideo> Library::read(const std::function<void(const LibraryRe
         LibraryVideo video{name, prefix + name + "/", LibraryVideo::Missing{}, found.isComplete, std::nullopt};
         LibraryFolderRecord record{name, found.isComplete, std::nullopt};
         if (found.metadataFile) {
-            const auto tag = found.metadataFile->etag ? withoutQuotes(*found.metadataFile->etag) : std::string();
+            const auto tag = found.metadataFile->etag ? unquotedETag(*found.metadataFile->etag) : std::string();
             const auto cachedRecord = cachedByName.find(name);
             if (!tag.empty() && cachedRecord != cachedByName.end() && cachedRecord->second->metadata &&
                 cachedRecord->second->metadata->tag == tag) {
@@ -138,7 +133,7 @@ std::vector<LibraryVideo> Library::read(const std::function<void(const LibraryRe
             const auto object = retry.run([&](std::int64_t) { return bucket.taggedObject(video.prefix + "video.json"); });
             if (object) {
                 video.metadataFile = metadataFileFrom(object->data);
-                video.metadataTag = withoutQuotes(object->etag);
+                video.metadataTag = unquotedETag(object->etag);
                 records[toFetch[index]].metadata = LibraryFolderRecord::MetadataCopy{*video.metadataTag, object->data};
             }
             // A video.json that vanished since the listing leaves the video with a missing record.
@@ -159,7 +154,7 @@ LibraryVideo Library::video(const std::string& folder) const {
     LibraryVideo video{folder, destination.prefix + folder + "/", LibraryVideo::Missing{}, false, std::nullopt};
     if (const auto object = retry.run([&](std::int64_t) { return bucket.taggedObject(video.prefix + "video.json"); })) {
         video.metadataFile = metadataFileFrom(object->data);
-        video.metadataTag = withoutQuotes(object->etag);
+        video.metadataTag = unquotedETag(object->etag);
     }
     video.isComplete = retry.run([&](std::int64_t) { return bucket.info(video.prefix + "master.m3u8").has_value(); });
     return video;

@@ -95,8 +95,7 @@ std::optional<std::string> writeRecord(Bucket& bucket, const std::string& folder
             return current->etag;
         }
     });
-    if (etag && etag->size() >= 2 && etag->front() == '"') *etag = etag->substr(1, etag->size() - 2);
-    return etag;
+    return etag ? std::optional(unquotedETag(*etag)) : std::nullopt;
 }
 
 // Over the record as it was read, or where there was none.

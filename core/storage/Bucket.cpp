@@ -6,6 +6,11 @@
 
 namespace vorlen {
 
+std::string unquotedETag(std::string_view etag) {
+    if (etag.size() >= 2 && etag.front() == '"' && etag.back() == '"') etag = etag.substr(1, etag.size() - 2);
+    return std::string(etag);
+}
+
 std::vector<Bucket::ListPage> Bucket::listAll(const std::string& prefix) {
     std::vector<ListPage> pages;
     std::optional<std::string> token;

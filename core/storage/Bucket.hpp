@@ -53,6 +53,9 @@ struct CompletedPart {
     std::string etag;  // without its quotes
 };
 
+// An ETag without the double quotes that servers put around it.
+std::string unquotedETag(std::string_view etag);
+
 struct ListedObject {
     std::string key;
     std::optional<std::string> etag;

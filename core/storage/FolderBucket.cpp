@@ -36,10 +36,6 @@ VorlenError noSuchUpload() {
     return VorlenError::status(404, errorBody("NoSuchUpload", "The specified multipart upload does not exist."));
 }
 
-std::string unquoted(std::string_view etag) {
-    if (etag.size() >= 2 && etag.front() == '"' && etag.back() == '"') etag = etag.substr(1, etag.size() - 2);
-    return std::string(etag);
-}
 
 
 // Copies a range of `from` to the end of `out` in pieces, with the body's pacing
@@ -308,7 +304,7 @@ std::optional<std::string> FolderBucket::put(const std::string& key, const Reque
             [&](auto& value) {
                 using T = std::decay_t<decltype(value)>;
                 if constexpr (std::is_same_v<T, WriteCondition::Absent>) return !current.has_value();
-                else return current.has_value() && unquoted(*current) == unquoted(value.etag);
+                else return current.has_value() && unquotedETag(*current) == unquotedETag(value.etag);
             },
             condition->value);
         if (!holds) throw VorlenError::conflict(key);
@@ -525,7 +521,7 @@ void FolderBucket::completeMultipart(const MultipartUpload& upload, const std::v
             Md5Stream digest;
             appendRange(out.fd(), data.path, partPath, 0, partSize, digest, nullptr);
             auto partDigest = digest.finish();
-            if (hex(partDigest) != unquoted(part.etag))
+            if (hex(partDigest) != unquotedETag(part.etag))
                 throw VorlenError::status(400, errorBody("InvalidPart", "One or more of the specified parts could not be found."));
             digests.append(reinterpret_cast<const char*>(partDigest.data()), partDigest.size());
             size += partSize;

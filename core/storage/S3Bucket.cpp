@@ -112,10 +112,6 @@ void failOnErrorInside(const HttpResponse& response) {
         throw VorlenError::status(200, repairUtf8(response.body));
 }
 
-std::string withoutQuotes(std::string etag) {
-    etag.erase(std::remove(etag.begin(), etag.end(), '"'), etag.end());
-    return etag;
-}
 
 template <class F>
 auto asWrite(const std::string& key, bool hadCondition, F&& write) -> decltype(write()) {
@@ -334,7 +330,7 @@ CompletedPart S3Bucket::uploadPart(const MultipartUpload& upload, std::int64_t n
     return asWrite(upload.key, false, [&] {
         auto etag = send(call)->header("etag");
         if (!etag) throw VorlenError::status(200, "part response has no ETag");
-        return CompletedPart{number, withoutQuotes(*etag)};
+        return CompletedPart{number, unquotedETag(*etag)};
     });
 }
 
