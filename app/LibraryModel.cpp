@@ -56,7 +56,6 @@ void LibraryModel::refresh() {
         }
     }
     refreshProgress_ = LibraryReadProgress{LibraryReadProgress::Listing{0}};
-    changed();
 
     struct LatestProgress {
         std::mutex mutex;
@@ -100,6 +99,8 @@ void LibraryModel::refresh() {
             self.changed();
         });
     }));
+    // Told once the reading is under way, so that a view that asks sees it running.
+    changed();
 }
 
 void LibraryModel::dismissProblem() {
