@@ -149,7 +149,10 @@ VideoEditWindow::VideoEditWindow(std::shared_ptr<app::SiteWorkspace> workspace, 
     QObject::connect(save_, &QPushButton::clicked, this, &VideoEditWindow::save);
     QObject::connect(visibility_, &QComboBox::activated, this,
                      [this](int index) { askVisibility(VideoVisibility(visibility_->itemData(index).toInt())); });
-    QObject::connect(posterImage_, &QPushButton::clicked, this, &VideoEditWindow::choosePosterImage);
+    QObject::connect(posterImage_, &QPushButton::clicked, this, [this] {
+        chooseFile("Choose an Image File", {"Images (*.jpg *.jpeg *.png *.webp *.tif *.tiff *.heic *.gif)"},
+                   [this](const std::filesystem::path& image) { report(library().changePoster(entry_, image, true)); });
+    });
     QObject::connect(delete_, &QPushButton::clicked, this, &VideoEditWindow::askDelete);
     auto* saveKey = new QShortcut(QKeySequence::Save, this);
     QObject::connect(saveKey, &QShortcut::activated, this, &VideoEditWindow::save);
@@ -297,14 +300,14 @@ void VideoEditWindow::askVisibility(VideoVisibility visibility) {
     });
 }
 
-void VideoEditWindow::choosePosterImage() {
-    auto* dialog = new QFileDialog(this, "Choose an Image File");
+void VideoEditWindow::chooseFile(const QString& title, const QStringList& nameFilters,
+                                 std::function<void(const std::filesystem::path&)> onChosen) {
+    auto* dialog = new QFileDialog(this, title);
     dialog->setFileMode(QFileDialog::ExistingFile);
-    dialog->setNameFilters({"Images (*.jpg *.jpeg *.png *.webp *.tif *.tiff *.heic *.gif)", "All files (*)"});
+    dialog->setNameFilters(nameFilters + QStringList{"All files (*)"});
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    QObject::connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& file) {
-        report(library().changePoster(entry_, file.toStdString(), true));
-    });
+    QObject::connect(dialog, &QFileDialog::fileSelected, this,
+                     [onChosen = std::move(onChosen)](const QString& file) { onChosen(file.toStdString()); });
     dialog->open();
 }
 

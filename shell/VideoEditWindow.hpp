@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -46,7 +47,9 @@ private:
     void report(const std::optional<app::LibraryModel::Problem>& refusal);
     void save();
     void askVisibility(VideoVisibility visibility);
-    void choosePosterImage();
+    // Opens a chooser of one existing file over this window, without waiting for it.
+    void chooseFile(const QString& title, const QStringList& nameFilters,
+                    std::function<void(const std::filesystem::path&)> onChosen);
     void askDelete();
 
     std::shared_ptr<app::SiteWorkspace> workspace_;
