@@ -171,7 +171,7 @@ LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWid
     list_->setModel(table_);
     list_->setIconSize(pictureSize);
     list_->setSelectionBehavior(QAbstractItemView::SelectRows);
-    list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    list_->setSelectionMode(QAbstractItemView::SingleSelection);
     list_->setEditTriggers(QAbstractItemView::NoEditTriggers);
     list_->setTabKeyNavigation(false);
     list_->setShowGrid(false);
@@ -192,18 +192,18 @@ LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWid
     header->resizeSection(Table::date, 120);
     layout->addWidget(list_, 1);
 
-    // What the selected rows allow, as buttons under the list and as the list's context menu.
+    // What the selected row allows, as buttons under the list and as the list's context menu.
     auto action = [this](const QString& words, const QString& name) {
         auto* made = new QAction(words, this);
         made->setObjectName(name);
         list_->addAction(made);
         return made;
     };
-    edit_ = action("Edit\u2026", "Edit the video");
-    openPage_ = action("Open Page", "Open the video's page");
-    makePublic_ = action("Make Public", "Make the selected videos public");
-    makeUnlisted_ = action("Make Unlisted", "Make the selected videos unlisted");
-    delete_ = action("Delete\u2026", "Delete the selected videos");
+    edit_ = action("Edit\u2026", "Edit the selected video");
+    openPage_ = action("Open Page", "Open the selected video's page");
+    makePublic_ = action("Make Public", "Make the selected video public");
+    makeUnlisted_ = action("Make Unlisted", "Make the selected video unlisted");
+    delete_ = action("Delete\u2026", "Delete the selected video");
     list_->setContextMenuPolicy(Qt::ActionsContextMenu);
     auto* actions = new QHBoxLayout;
     actions->setSpacing(8);
@@ -237,9 +237,12 @@ LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWid
     QObject::connect(list_, &QTableView::activated, this,
                      [this](const QModelIndex& index) { openEditor(table_->entry(index.row()).folder()); });
     QObject::connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &LibraryWindow::enableActions);
-    QObject::connect(edit_, &QAction::triggered, this, [this] { openEditor(selectedEntries().front().folder()); });
-    QObject::connect(openPage_, &QAction::triggered, this,
-                     [this] { QDesktopServices::openUrl(QUrl(text(selectedEntries().front().page))); });
+    QObject::connect(edit_, &QAction::triggered, this, [this] {
+        if (const auto entry = selectedEntry()) openEditor(entry->folder());
+    });
+    QObject::connect(openPage_, &QAction::triggered, this, [this] {
+        if (const auto entry = selectedEntry()) QDesktopServices::openUrl(QUrl(text(entry->page)));
+    });
     QObject::connect(makePublic_, &QAction::triggered, this, [this] { changeVisibility(VideoVisibility::publicVideo); });
     QObject::connect(makeUnlisted_, &QAction::triggered, this, [this] { changeVisibility(VideoVisibility::unlisted); });
     QObject::connect(delete_, &QAction::triggered, this, &LibraryWindow::removeSelected);
@@ -304,42 +307,36 @@ void LibraryWindow::showProblem() {
     libraryDialogs::tell(over, text(problem->title), text(problem->message));
 }
 
-std::vector<app::LibraryEntry> LibraryWindow::selectedEntries() const {
-    std::vector<app::LibraryEntry> entries;
-    for (const auto& index : list_->selectionModel()->selectedRows()) entries.push_back(table_->entry(index.row()));
-    return entries;
+std::optional<app::LibraryEntry> LibraryWindow::selectedEntry() const {
+    const auto rows = list_->selectionModel()->selectedRows();
+    if (rows.size() != 1) return std::nullopt;
+    return table_->entry(rows.front().row());
 }
 
 void LibraryWindow::enableActions() {
-    const auto selected = selectedEntries();
-    const bool isOne = selected.size() == 1;
-    edit_->setEnabled(isOne);
-    openPage_->setEnabled(isOne);
-    auto anyNot = [&](VideoVisibility visibility) {
-        return std::any_of(selected.begin(), selected.end(), [&](const auto& entry) { return entry.visibility != visibility; });
-    };
-    makePublic_->setEnabled(anyNot(VideoVisibility::publicVideo));
-    makeUnlisted_->setEnabled(anyNot(VideoVisibility::unlisted));
-    delete_->setEnabled(!selected.empty());
+    const auto selected = selectedEntry();
+    edit_->setEnabled(selected.has_value());
+    openPage_->setEnabled(selected.has_value());
+    // A video that has a visibility already is not offered it again.
+    makePublic_->setEnabled(selected && selected->visibility != VideoVisibility::publicVideo);
+    makeUnlisted_->setEnabled(selected && selected->visibility != VideoVisibility::unlisted);
+    delete_->setEnabled(selected.has_value());
 }
 
 void LibraryWindow::changeVisibility(VideoVisibility visibility) {
-    auto entries = selectedEntries();
-    // A video that has the visibility already stays where it is.
-    std::erase_if(entries, [&](const auto& entry) { return entry.visibility == visibility; });
-    if (entries.empty()) return;
-    libraryDialogs::confirmVisibility(this, entries, visibility, [this, entries, visibility] {
-        if (const auto refusal = library().changeVisibility(entries.front(), visibility))
+    const auto entry = selectedEntry();
+    if (!entry || entry->visibility == visibility) return;
+    libraryDialogs::confirmVisibility(this, *entry, visibility, [this, entry = *entry, visibility] {
+        if (const auto refusal = library().changeVisibility(entry, visibility))
             libraryDialogs::tell(this, text(refusal->title), text(refusal->message));
     });
 }
 
 void LibraryWindow::removeSelected() {
-    const auto entries = selectedEntries();
-    if (entries.empty()) return;
-    libraryDialogs::confirmDeletion(this, entries, [this, entries] {
-        if (const auto refusal = library().remove(entries.front()))
-            libraryDialogs::tell(this, text(refusal->title), text(refusal->message));
+    const auto entry = selectedEntry();
+    if (!entry) return;
+    libraryDialogs::confirmDeletion(this, *entry, [this, entry = *entry] {
+        if (const auto refusal = library().remove(entry)) libraryDialogs::tell(this, text(refusal->title), text(refusal->message));
     });
 }
 

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
-#include <vector>
 
 #include <QWidget>
 
@@ -45,7 +45,7 @@ private:
     void arrange();
     void showStatus();
     void showProblem();
-    std::vector<app::LibraryEntry> selectedEntries() const;
+    std::optional<app::LibraryEntry> selectedEntry() const;
     void enableActions();
     void changeVisibility(VideoVisibility visibility);
     void removeSelected();

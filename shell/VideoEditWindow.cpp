@@ -174,7 +174,6 @@ VideoEditWindow::~VideoEditWindow() { stopEditing(); }
 
 void VideoEditWindow::closeEvent(QCloseEvent* event) {
     stopEditing();
-    if (onClosed) onClosed();
     QWidget::closeEvent(event);
 }
 
@@ -184,6 +183,8 @@ void VideoEditWindow::stopEditing() {
 }
 
 void VideoEditWindow::libraryChanged() {
+    // A closed window waits only for its deletion.
+    if (!isEditing_) return;
     const auto& library = this->library();
     // The list that follows this window's change is read: the fields show the record as it is now.
     if (!library.changes().contains(folder_) && !library.isRefreshing()) {
@@ -293,7 +294,7 @@ void VideoEditWindow::askVisibility(VideoVisibility visibility) {
     // The choice shows the video's visibility until the move is done.
     showEntry();
     if (entry_.visibility == visibility) return;
-    libraryDialogs::confirmVisibility(this, {entry_}, visibility, [this, visibility] {
+    libraryDialogs::confirmVisibility(this, entry_, visibility, [this, visibility] {
         const auto refusal = library().changeVisibility(entry_, visibility, true);
         if (!refusal) move_ = Move{entry_.created, visibility};
         report(refusal);
@@ -312,7 +313,7 @@ void VideoEditWindow::chooseFile(const QString& title, const QStringList& nameFi
 }
 
 void VideoEditWindow::askDelete() {
-    libraryDialogs::confirmDeletion(this, {entry_}, [this] { report(library().remove(entry_, true)); });
+    libraryDialogs::confirmDeletion(this, entry_, [this] { report(library().remove(entry_, true)); });
 }
 
 }  // namespace vorlen::shell

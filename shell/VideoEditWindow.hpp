@@ -27,8 +27,6 @@ public:
     ~VideoEditWindow() override;
 
     const std::string& folder() const { return folder_; }
-    // Runs when the window closes, whoever closes it.
-    std::function<void()> onClosed;
 
 protected:
     void closeEvent(QCloseEvent* event) override;

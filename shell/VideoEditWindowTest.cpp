@@ -55,7 +55,7 @@ TEST(VideoEditWindowTest, SavesTheDetailsAndHoldsOffOtherChangesOfItsVideoUntilI
     // The list cannot delete the video while its edit window is open.
     library->list()->selectRow(1);
     ASSERT_EQ(library->list()->model()->index(1, 1).data().toString(), "Lighthouse at Dawn");
-    desk.click("Delete the selected videos", library);
+    desk.click("Delete the selected video", library);
     auto* ask = messageBoxOver(library);
     ASSERT_TRUE(ask);
     desk.click("Delete", ask);
