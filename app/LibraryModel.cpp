@@ -60,7 +60,6 @@ void LibraryModel::refresh() {
         }
     }
     refreshProgress_ = LibraryReadProgress{LibraryReadProgress::Listing{0}};
-    changed();
 
     struct LatestProgress {
         std::mutex mutex;
@@ -104,6 +103,8 @@ void LibraryModel::refresh() {
             self.changed();
         });
     }));
+    // Told once the reading is under way, so that a view that asks sees it running.
+    changed();
 }
 
 void LibraryModel::dismissProblem() {

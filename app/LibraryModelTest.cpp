@@ -82,8 +82,12 @@ TEST(LibraryModelTest, TheCachedListShowsFirstAndAFailedReadingKeepsTheCurrentOn
     SiteSummary site;
     site.pageHost = Hostname::parse("videos.example.com");
     auto model = LibraryModel::make(service, nullptr, [site] { return BucketAccess{site, std::nullopt}; }, site, queue);
+    // A view learns of a reading from its first word on: the list it shows is about to change.
+    std::vector<bool> toldRefreshing;
+    model->onChange([&] { toldRefreshing.push_back(model->isRefreshing()); });
 
     model->refresh();
+    EXPECT_EQ(toldRefreshing, std::vector<bool>{true});
     ASSERT_TRUE(model->listing());
     EXPECT_FALSE(model->listing()->isCurrent);
     EXPECT_EQ(model->listing()->entries.size(), 1u);
