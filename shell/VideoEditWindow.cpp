@@ -55,8 +55,7 @@ VideoDetails detailsOf(const app::LibraryEntry& entry) {
 VideoEditWindow::VideoEditWindow(std::shared_ptr<app::SiteWorkspace> workspace, std::string folder, QWidget* parent)
     : QWidget(parent, Qt::Window), workspace_(std::move(workspace)), folder_(std::move(folder)) {
     setObjectName("videoEdit");
-    resize(640, 640);
-    setMinimumSize(560, 520);
+    resize(640, 720);
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(20, 20, 20, 16);
