@@ -99,11 +99,13 @@ SubtitleChangeResult CoreLibraryService::changeSubtitles(const BucketAccess& acc
     return library(access).changeSubtitles(video, change);
 }
 
-void CoreLibraryService::purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly) {
+void CoreLibraryService::purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly,
+                               const std::optional<std::string>& accountToken) {
     const auto& site = access.site;
     if (site.isLocal() || !site.mediaZoneID) return;
-    if (!access.credentials || !access.credentials->token) throw VorlenError::config(MediaCachePurge::cannotPurge);
-    const MediaCachePurge purge{CloudflareAPI(APIToken{*access.credentials->token}, endpoints_.session(), endpoints_),
+    const auto token = accountToken ? accountToken : access.credentials ? access.credentials->token : std::nullopt;
+    if (!token) throw VorlenError::config(MediaCachePurge::cannotPurge);
+    const MediaCachePurge purge{CloudflareAPI(APIToken{*token}, endpoints_.session(), endpoints_),
                                 *site.mediaZoneID, site.mediaHost};
     posterOnly ? purge.purgePoster(folderPrefix) : purge.purgeFolder(folderPrefix);
 }

@@ -34,7 +34,8 @@ public:
     std::vector<PublishedSubtitle> subtitles(const BucketAccess& access, const LibraryVideo& video) override;
     SubtitleChangeResult changeSubtitles(const BucketAccess& access, const LibraryVideo& video,
                                          const SubtitleChange& change) override;
-    void purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly) override;
+    void purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly,
+               const std::optional<std::string>& accountToken) override;
     void rebuild(const BucketAccess& access) override;
 
 private:

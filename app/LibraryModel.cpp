@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "app/LibraryWords.hpp"
+#include "app/MediaCachePurge.hpp"
 
 namespace vorlen::app {
 
@@ -120,6 +121,7 @@ void LibraryModel::setEditing(const std::string& folder, bool isEditing) {
 namespace {
 
 using Note = LibraryModel::Note;
+using Purge = LibraryModel::Purge;
 
 std::string cannotChange(const std::string& title) { return fmt::format("Vorlen cannot change \u201c{}\u201d", title); }
 
@@ -147,10 +149,16 @@ std::optional<LibraryModel::Problem> LibraryModel::runChange(const LibraryEntry&
     changes_[folder] = change;
     changed();
     changeTasks_.erase(folder);
-    changeTasks_.emplace(folder, Task<void>::spawn([this, folder, access, work, service = service_] {
+    changeTasks_.emplace(folder, Task<void>::spawn([this, folder, access, work, service = service_, accountToken = accountToken] {
+        PurgeToken token;
+        const Purge purge = [&](const std::string& prefix, bool posterOnly) {
+            purgeWithToken(token, accountToken, [&](const std::optional<std::string>& account) {
+                service->purge(access, prefix, posterOnly, account);
+            });
+        };
         std::optional<Note> note;
         try {
-            note = work(*service, access);
+            note = work(*service, access, purge);
         } catch (const Cancelled&) {
             return;
         }
@@ -178,21 +186,21 @@ LibraryModel::Note failed(std::string title, const std::exception& error) {
 }
 
 // Runs a change, then its purge; the first thing that remains is told.
-template <class Change, class Purge>
-std::optional<LibraryModel::Note> changeThenPurge(const std::string& refusedTitle, Change change, Purge purge) {
+template <class Change, class Afterwards>
+std::optional<LibraryModel::Note> changeThenPurge(const std::string& refusedTitle, Change change, Afterwards afterwards) {
     try {
         if (auto note = change()) return note;
     } catch (const std::exception& error) {
         return failed(refusedTitle, error);
     }
-    return purge();
+    return afterwards();
 }
 
 }  // namespace
 
 LibraryModel::ChangeWork LibraryModel::moveWork(const LibraryEntry& entry, VideoVisibility visibility) const {
-    return [video = entry.video, visibility, title = entry.title](LibraryService& service,
-                                                                 const BucketAccess& access) -> std::optional<Note> {
+    return [video = entry.video, visibility, title = entry.title](LibraryService& service, const BucketAccess& access,
+                                                                 const Purge& purge) -> std::optional<Note> {
         return changeThenPurge(
             cannotChange(title),
             [&]() -> std::optional<Note> {
@@ -205,7 +213,7 @@ LibraryModel::ChangeWork LibraryModel::moveWork(const LibraryEntry& entry, Video
             },
             [&]() -> std::optional<Note> {
                 try {
-                    service.purge(access, video.prefix, false);
+                    purge(video.prefix, false);
                 } catch (const std::exception& error) {
                     return Note{Note::Kind::inCache,
                                 {LibraryWords::oldFilesInCacheTitle(title), LibraryWords::oldFilesInCache(error.what())},
@@ -217,8 +225,8 @@ LibraryModel::ChangeWork LibraryModel::moveWork(const LibraryEntry& entry, Video
 }
 
 LibraryModel::ChangeWork LibraryModel::removeWork(const LibraryEntry& entry) const {
-    return [video = entry.video, title = entry.title](LibraryService& service,
-                                                     const BucketAccess& access) -> std::optional<Note> {
+    return [video = entry.video, title = entry.title](LibraryService& service, const BucketAccess& access,
+                                                     const Purge& purge) -> std::optional<Note> {
         return changeThenPurge(
             LibraryWords::deleteRefusedTitle(title),
             [&]() -> std::optional<Note> {
@@ -227,7 +235,7 @@ LibraryModel::ChangeWork LibraryModel::removeWork(const LibraryEntry& entry) con
             },
             [&]() -> std::optional<Note> {
                 try {
-                    service.purge(access, video.prefix, false);
+                    purge(video.prefix, false);
                 } catch (const std::exception& error) {
                     return Note{Note::Kind::inCache,
                                 {LibraryWords::oldFilesInCacheTitle(title), LibraryWords::oldFilesInCache(error.what())},
@@ -241,8 +249,8 @@ LibraryModel::ChangeWork LibraryModel::removeWork(const LibraryEntry& entry) con
 std::optional<LibraryModel::Problem> LibraryModel::saveDetails(const LibraryEntry& entry, const VideoDetails& details,
                                                                bool fromEditWindow) {
     return runChange(entry, Change::saving, fromEditWindow,
-                     [video = entry.video, details, title = entry.title](LibraryService& service,
-                                                                        const BucketAccess& access) -> std::optional<Note> {
+                     [video = entry.video, details, title = entry.title](LibraryService& service, const BucketAccess& access,
+                                                                        const Purge&) -> std::optional<Note> {
                          try {
                              service.saveDetails(access, service.video(access, video.folder), details);
                          } catch (const std::exception& error) {
@@ -261,8 +269,8 @@ namespace {
 
 template <class MakePoster>
 LibraryModel::ChangeWork posterWork(const LibraryEntry& entry, MakePoster makePoster) {
-    return [video = entry.video, title = entry.title, makePoster](LibraryService& service,
-                                                                 const BucketAccess& access) -> std::optional<Note> {
+    return [video = entry.video, title = entry.title, makePoster](LibraryService& service, const BucketAccess& access,
+                                                                 const Purge& purge) -> std::optional<Note> {
         return changeThenPurge(
             LibraryWords::posterRefusedTitle(title),
             [&]() -> std::optional<Note> {
@@ -273,7 +281,7 @@ LibraryModel::ChangeWork posterWork(const LibraryEntry& entry, MakePoster makePo
             },
             [&]() -> std::optional<Note> {
                 try {
-                    service.purge(access, video.prefix, true);
+                    purge(video.prefix, true);
                 } catch (const std::exception& error) {
                     return Note{Note::Kind::inCache,
                                 {LibraryWords::oldPosterInCacheTitle(title), LibraryWords::posterNote + error.what()},
@@ -311,7 +319,7 @@ std::optional<LibraryModel::Problem> LibraryModel::replaceVideo(const LibraryEnt
     ReplaceRequest request{file, entry.folder(), {}, site_.audioLoudness, {}, std::nullopt};
     return runChange(entry, Change::replacingVideo, fromEditWindow,
                      [request, video = entry.video, title = entry.title, publish = publish_](
-                         LibraryService& service, const BucketAccess& access) mutable -> std::optional<Note> {
+                         LibraryService&, const BucketAccess& access, const Purge& purge) mutable -> std::optional<Note> {
                          request.access = access;
                          std::optional<VideoReplacement> replaced;
                          try {
@@ -324,7 +332,7 @@ std::optional<LibraryModel::Problem> LibraryModel::replaceVideo(const LibraryEnt
                          if (replaced->fixedPosterFailure) notes.push_back(LibraryWords::replacedPosterFailed(*replaced->fixedPosterFailure));
                          if (replaced->oldFilesFailure) notes.push_back(LibraryWords::replacedOldFilesStay(*replaced->oldFilesFailure));
                          try {
-                             service.purge(access, video.prefix, false);
+                             purge(video.prefix, false);
                          } catch (const std::exception& error) {
                              if (notes.empty())
                                  return Note{Note::Kind::inCache,
@@ -370,8 +378,8 @@ std::optional<std::vector<PublishedSubtitle>> LibraryModel::subtitles(const Libr
 std::optional<LibraryModel::Problem> LibraryModel::changeSubtitles(const LibraryEntry& entry, const SubtitleChange& change,
                                                                    bool fromEditWindow) {
     return runChange(entry, Change::changingSubtitles, fromEditWindow,
-                     [change, video = entry.video, title = entry.title](LibraryService& service,
-                                                                       const BucketAccess& access) -> std::optional<Note> {
+                     [change, video = entry.video, title = entry.title](
+                         LibraryService& service, const BucketAccess& access, const Purge& purge) -> std::optional<Note> {
                          return changeThenPurge(
                              cannotChange(title),
                              [&]() -> std::optional<Note> {
@@ -384,7 +392,7 @@ std::optional<LibraryModel::Problem> LibraryModel::changeSubtitles(const Library
                              },
                              [&]() -> std::optional<Note> {
                                  try {
-                                     service.purge(access, video.prefix, false);
+                                     purge(video.prefix, false);
                                  } catch (const std::exception& error) {
                                      return Note{Note::Kind::inCache,
                                                  {LibraryWords::oldSubtitlesInCacheTitle(title),
@@ -462,7 +470,14 @@ void LibraryModel::runBulk(const std::vector<LibraryEntry>& entries, BulkChange:
     bulkChange_ = BulkChange{action, count, count - static_cast<std::int64_t>(work.size())};
     changed();
     const Change running = removes ? Change::deleting : Change::movingToNewLink;
-    bulkTask_.emplace(Task<void>::spawn([this, work, running, access, service = service_] {
+    bulkTask_.emplace(Task<void>::spawn([this, work, running, access, service = service_, accountToken = accountToken] {
+        // One token for the run: a person is asked for the account token at most once.
+        PurgeToken token;
+        const Purge purge = [&](const std::string& prefix, bool posterOnly) {
+            purgeWithToken(token, accountToken, [&](const std::optional<std::string>& account) {
+                service->purge(access, prefix, posterOnly, account);
+            });
+        };
         for (const auto& [folder, title, change] : work) {
             onMain([folder, running](LibraryModel& self) {
                 self.changes_[folder] = running;
@@ -470,7 +485,7 @@ void LibraryModel::runBulk(const std::vector<LibraryEntry>& entries, BulkChange:
             });
             std::optional<Note> note;
             try {
-                note = change(*service, access);
+                note = change(*service, access, purge);
             } catch (const Cancelled&) {
                 return;
             }

@@ -41,8 +41,9 @@ public:
         Problem problem;
         std::string detail;
     };
-    // The work of a change, on a task.
-    using ChangeWork = std::function<std::optional<Note>(LibraryService&, const BucketAccess&)>;
+    // The work of a change, on a task, with the purge of its run.
+    using Purge = std::function<void(const std::string& folderPrefix, bool posterOnly)>;
+    using ChangeWork = std::function<std::optional<Note>(LibraryService&, const BucketAccess&, const Purge&)>;
 
     struct Listing {
         std::vector<LibraryEntry> entries;  // in folder order
@@ -84,6 +85,9 @@ public:
     void dismissProblem();
     void setEditing(const std::string& folder, bool isEditing);
     std::function<void()> videosDidChange;
+    // The account token for a purge that this computer's R2 API Token may not do;
+    // called on a change's task, at most once a run. Unset: this computer has none.
+    std::function<std::optional<std::string>()> accountToken;
 
     std::optional<Problem> saveDetails(const LibraryEntry& entry, const VideoDetails& details, bool fromEditWindow = false);
     std::optional<Problem> changeVisibility(const LibraryEntry& entry, VideoVisibility visibility, bool fromEditWindow = false);

@@ -1,4 +1,6 @@
 #include "app/LibraryModel.hpp"
+#include "app/LibraryWords.hpp"
+#include "app/MediaCachePurge.hpp"
 
 #include <gtest/gtest.h>
 
@@ -71,7 +73,12 @@ public:
         change("subtitles of " + video.folder);
         return {};
     }
-    void purge(const BucketAccess&, const std::string&, bool) override { throw std::runtime_error("cannot purge"); }
+    // This computer's token may not purge; the account token, when given, may.
+    std::vector<std::string> purgedWithAccountToken;
+    void purge(const BucketAccess&, const std::string& prefix, bool, const std::optional<std::string>& accountToken) override {
+        if (!accountToken) throw VorlenError::config(MediaCachePurge::cannotPurge);
+        purgedWithAccountToken.push_back(prefix);
+    }
 };
 
 TEST(LibraryModelTest, TheCachedListShowsFirstAndAFailedReadingKeepsTheCurrentOne) {
@@ -172,12 +179,28 @@ TEST(LibraryModelTest, ABulkChangeRunsOneVideoAfterAnotherAndSumsUpWhatRemains) 
               "These videos have new links, but Vorlen could not delete all of their old folders. Delete the old folders in "
               "the library, so that the old links cannot work:\n\u201cAlpha\u201d: 403 AccessDenied");
 
+    // This computer's token may not purge: the account token does, asked for once a run.
+    int asked = 0;
+    model->accountToken = [&]() -> std::optional<std::string> {
+        ++asked;
+        return "account-token";
+    };
     model->setEditing("b", false);
+    model->dismissProblem();
     model->remove({entries[0], entries[1]});
     queue.runUntil([&] { return !model->bulkChange() && !model->isRefreshing(); });
     EXPECT_EQ(service->changed, (std::vector<std::string>{"moved a", "deleted a", "deleted b"}));
-    EXPECT_EQ(model->problem()->message,
-              "The old files of these videos can stay in the cache:\n\u201cAlpha\u201d: cannot purge\n\u201cBeta\u201d: cannot purge");
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(service->purgedWithAccountToken, (std::vector<std::string>{"a/", "b/"}));
+    EXPECT_FALSE(model->problem()) << "nothing stays in the cache";
+
+    // A declined passphrase is told in its words.
+    model->accountToken = []() -> std::optional<std::string> { throw Cancelled(); };
+    model->dismissProblem();
+    EXPECT_FALSE(model->remove(entries[2]));
+    queue.runUntil([&] { return model->changes().empty() && !model->isRefreshing(); });
+    EXPECT_EQ(model->problem(), (LibraryModel::Problem{"The Old Files of \u201cGamma\u201d Can Stay in the Cache",
+                                                       LibraryWords::oldFilesInCache("The authentication was cancelled.")}));
 }
 
 TEST(LibraryModelTest, EntriesAreOrderedAndSearchedAsPeopleExpect) {

@@ -39,8 +39,10 @@ public:
     virtual SubtitleChangeResult changeSubtitles(const BucketAccess& access, const LibraryVideo& video,
                                                  const SubtitleChange& change) = 0;
     // What the media host's cache keeps of a folder, or only of its poster.jpg,
-    // goes; nothing to do for a site without a media zone (a local one).
-    virtual void purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly) = 0;
+    // goes; nothing to do for a site without a media zone (a local one). With the
+    // account token when given, else with this computer's R2 API Token.
+    virtual void purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly,
+                       const std::optional<std::string>& accountToken) = 0;
 };
 
 // The catalogue that the site's home page is built from.

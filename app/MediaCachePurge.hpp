@@ -1,6 +1,9 @@
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
+#include <variant>
 
 #include "core/cloudflare/CloudflareAPI.hpp"
 #include "core/site/Hostname.hpp"
@@ -14,6 +17,7 @@ struct MediaCachePurge {
     static constexpr const char* cannotPurge =
         "The R2 API Token of this computer cannot purge the cache, and this computer has no Cloudflare Account API "
         "Token. Set up this computer again to get a new R2 API Token.";
+    static constexpr const char* authenticationCancelled = "The authentication was cancelled.";
 
     CloudflareAPI api;
     std::string zoneID;
@@ -24,5 +28,28 @@ struct MediaCachePurge {
     // The poster.jpg address of a folder, which sites outside may show for a day.
     void purgePoster(const std::string& folderPrefix) const;
 };
+
+// Which token purges for a run of changes, chosen at its first purge, so that a
+// person is asked for the account token's passphrase once a run.
+struct PurgeToken {
+    struct Daily {};
+    struct Account {
+        std::string token;
+    };
+    struct Unavailable {
+        std::string words;
+    };
+    std::variant<Daily, Account, Unavailable> value;
+};
+
+// The Cloudflare Account API Token, which may ask for its passphrase: none when
+// this computer keeps none, Cancelled when the person declines.
+using AccountTokenSource = std::function<std::optional<std::string>()>;
+
+// Runs a purge with the run's token: this computer's R2 API Token first and,
+// once that may not purge, the account token. `purge` gets the account token, or
+// nothing for this computer's own.
+void purgeWithToken(PurgeToken& token, const AccountTokenSource& accountToken,
+                    const std::function<void(const std::optional<std::string>&)>& purge);
 
 }  // namespace vorlen::app

@@ -6,6 +6,7 @@
 
 #include "app/LibraryEntry.hpp"
 #include "app/LibraryWords.hpp"
+#include "app/MediaCachePurge.hpp"
 #include "app/Screen.hpp"
 #include "cli/AppContext.hpp"
 #include "cli/Commands.hpp"
@@ -72,10 +73,20 @@ public:
             std::cerr << "The site's home page could not be updated: " << error.what() << '\n';
         }
     }
-    // A purge that fails is told with the words of its case.
+    // A purge that fails is told with the words of its case. When this computer's R2
+    // API Token may not purge, the site's sealed account token does, asked for once.
     void purge(const std::string& folderPrefix, bool posterOnly, const std::string& title, const std::string& message) {
         try {
-            service_->purge(access_, folderPrefix, posterOnly);
+            app::purgeWithToken(
+                purgeToken_,
+                [this]() -> std::optional<std::string> {
+                    auto store = context_.model->setupTokens(id_, [](const app::PassphraseRequest& request) {
+                        return readSecretLine(fmt::format("To {}, give the passphrase of its sealed copy: ", request.reason));
+                    });
+                    if (!store.hasToken()) return std::nullopt;
+                    return store.token(app::SetupTokenPurpose::purgeCache);
+                },
+                [&](const std::optional<std::string>& account) { service_->purge(access_, folderPrefix, posterOnly, account); });
         } catch (const std::exception& error) {
             std::cerr << title << "\n" << message << error.what() << '\n';
         }
@@ -87,6 +98,7 @@ private:
     std::shared_ptr<app::SiteWorkspace> workspace_;
     std::shared_ptr<app::LibraryService> service_;
     app::BucketAccess access_;
+    app::PurgeToken purgeToken_;
 };
 
 void showVideo(SiteVideos& videos, const LibraryVideo& video) {

@@ -23,6 +23,7 @@
 #include "shell/PosterReviewView.hpp"
 #include "shell/PublishedView.hpp"
 #include "shell/PublishingView.hpp"
+#include "shell/SecretPrompt.hpp"
 #include "shell/SettingsWindow.hpp"
 #include "shell/SetupWindow.hpp"
 #include "shell/StartView.hpp"
@@ -234,6 +235,11 @@ LibraryWindow* MainWindow::openLibrary(const app::SiteID& id) {
     if (!library) {
         library = new LibraryWindow(model_.workspace(id), this);
         library->setAttribute(Qt::WA_DeleteOnClose);
+        // When this computer's R2 API Token may not purge the cache, the sealed account token does.
+        model_.workspace(id)->library().accountToken = [window = QPointer<MainWindow>(this), id]() -> std::optional<std::string> {
+            if (!window) throw Cancelled();
+            return sealedTokenForPurge(window, window->model_, id);
+        };
         library->onClosed = [this, id] {
             // Deleted later: opening the site's library before then makes a new window.
             libraries_.erase(id);

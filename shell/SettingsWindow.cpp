@@ -19,6 +19,7 @@
 
 #include "core/base/Text.hpp"
 #include "shell/Appearance.hpp"
+#include "shell/SecretPrompt.hpp"
 #include "shell/CollaboratorDialog.hpp"
 #include "shell/Format.hpp"
 #include "shell/SetupWindow.hpp"
@@ -38,14 +39,6 @@ QLabel* wrapped(const QString& text, const char* role = nullptr) {
     made->setWordWrap(true);
     if (role) setRole(made, role);
     return made;
-}
-
-// A secret asked for without showing it; nothing when the person cancels.
-std::optional<std::string> askSecret(QWidget* parent, const QString& title, const QString& question) {
-    bool isGiven = false;
-    const QString answer = QInputDialog::getText(parent, title, question, QLineEdit::Password, QString(), &isGiven);
-    if (!isGiven) return std::nullopt;
-    return answer.toStdString();
 }
 
 QPushButton* plainButton(const QString& text) {
