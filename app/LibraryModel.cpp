@@ -196,6 +196,17 @@ std::optional<LibraryModel::Note> changeThenPurge(const std::string& refusedTitl
     return afterwards();
 }
 
+// The purge after a change: what can stay in the cache is told in the change's words.
+std::optional<Note> purged(const Purge& purge, const std::string& prefix, bool posterOnly, const std::string& title,
+                           const std::function<std::string(const std::string&)>& message) {
+    try {
+        purge(prefix, posterOnly);
+    } catch (const std::exception& error) {
+        return Note{Note::Kind::inCache, {title, message(error.what())}, error.what()};
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 LibraryModel::ChangeWork LibraryModel::moveWork(const LibraryEntry& entry, VideoVisibility visibility) const {
@@ -211,15 +222,9 @@ LibraryModel::ChangeWork LibraryModel::moveWork(const LibraryEntry& entry, Video
                              LibraryWords::oldFolderRemains(video.folder, *moved.oldFolderFailure)},
                             *moved.oldFolderFailure};
             },
-            [&]() -> std::optional<Note> {
-                try {
-                    purge(video.prefix, false);
-                } catch (const std::exception& error) {
-                    return Note{Note::Kind::inCache,
-                                {LibraryWords::oldFilesInCacheTitle(title), LibraryWords::oldFilesInCache(error.what())},
-                                error.what()};
-                }
-                return std::nullopt;
+            [&] {
+                return purged(purge, video.prefix, false, LibraryWords::oldFilesInCacheTitle(title),
+                              LibraryWords::oldFilesInCache);
             });
     };
 }
@@ -233,15 +238,9 @@ LibraryModel::ChangeWork LibraryModel::removeWork(const LibraryEntry& entry) con
                 service.remove(access, service.video(access, video.folder));
                 return std::nullopt;
             },
-            [&]() -> std::optional<Note> {
-                try {
-                    purge(video.prefix, false);
-                } catch (const std::exception& error) {
-                    return Note{Note::Kind::inCache,
-                                {LibraryWords::oldFilesInCacheTitle(title), LibraryWords::oldFilesInCache(error.what())},
-                                error.what()};
-                }
-                return std::nullopt;
+            [&] {
+                return purged(purge, video.prefix, false, LibraryWords::oldFilesInCacheTitle(title),
+                              LibraryWords::oldFilesInCache);
             });
     };
 }
@@ -279,15 +278,9 @@ LibraryModel::ChangeWork posterWork(const LibraryEntry& entry, MakePoster makePo
                 return Note{Note::Kind::other, {LibraryWords::posterRefusedTitle(title), *changed.oldPosterFailure},
                             *changed.oldPosterFailure};
             },
-            [&]() -> std::optional<Note> {
-                try {
-                    purge(video.prefix, true);
-                } catch (const std::exception& error) {
-                    return Note{Note::Kind::inCache,
-                                {LibraryWords::oldPosterInCacheTitle(title), LibraryWords::posterNote + error.what()},
-                                error.what()};
-                }
-                return std::nullopt;
+            [&] {
+                return purged(purge, video.prefix, true, LibraryWords::oldPosterInCacheTitle(title),
+                              [](const std::string& failure) { return LibraryWords::posterNote + failure; });
             });
     };
 }
@@ -390,16 +383,9 @@ std::optional<LibraryModel::Problem> LibraryModel::changeSubtitles(const Library
                                               LibraryWords::oldSubtitlesStay(*result.oldFilesFailure)},
                                              *result.oldFilesFailure};
                              },
-                             [&]() -> std::optional<Note> {
-                                 try {
-                                     purge(video.prefix, false);
-                                 } catch (const std::exception& error) {
-                                     return Note{Note::Kind::inCache,
-                                                 {LibraryWords::oldSubtitlesInCacheTitle(title),
-                                                  LibraryWords::oldSubtitlesInCache(error.what())},
-                                                 error.what()};
-                                 }
-                                 return std::nullopt;
+                             [&] {
+                                 return purged(purge, video.prefix, false, LibraryWords::oldSubtitlesInCacheTitle(title),
+                                               LibraryWords::oldSubtitlesInCache);
                              });
                      });
 }
