@@ -13,11 +13,7 @@ vorlen=$1
 source_dir=$2
 chromium=${VORLEN_CHROMIUM:-/usr/bin/chromium}
 home=$(mktemp -d)
-preview=
-stop_preview() {
-  if [[ -n $preview ]]; then kill -TERM "$preview" 2>/dev/null || true; wait "$preview" || true; fi
-  preview=
-}
+source "$(dirname "$0")/local_preview.sh"
 trap 'stop_preview; rm -rf "$home"' EXIT
 export HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_CACHE_HOME=$home/cache \
   XDG_STATE_HOME=$home/state TMPDIR=$home
@@ -35,14 +31,7 @@ clip 320x240 660 "$home/harbour-4x3.mp4"
 printf '1\n00:00:01,000 --> 00:00:39,000\nGuten Morgen\n\n' > "$home/harbour.de.srt"
 "$vorlen" publish "$home/harbour.mp4" --poster none > "$home/published" 2>&1 || { cat "$home/published" >&2; exit 1; }
 
-port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-"$vorlen" preview --port "$port" > "$home/preview" 2>&1 &
-preview=$!
-for _ in $(seq 1 300); do
-  grep -q '^Serving' "$home/preview" && break
-  kill -0 "$preview" 2>/dev/null || { cat "$home/preview" >&2; exit 1; }
-  sleep 0.1
-done
+start_preview
 
 # watch FOLDER [--to-end] [COMMAND]...: the page of FOLDER plays while the commands run.
 watch() {
