@@ -1,5 +1,7 @@
 #include "core/base/Text.hpp"
 
+#include <cctype>
+
 #include <fmt/format.h>
 
 #include <memory>
@@ -179,6 +181,17 @@ int hexValue(char c) {
 }
 
 }  // namespace
+
+bool isRelativeAddress(std::string_view address) {
+    if (address.empty() || address.front() == '/') return false;
+    // A scheme is a letter, then letters, digits, "+", "-" or ".", then ":" before any "/", "?" or "#".
+    for (char c : address) {
+        if (c == ':') return !std::isalpha(static_cast<unsigned char>(address.front()));
+        if (c == '/' || c == '?' || c == '#') return true;
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '+' && c != '-' && c != '.') return true;
+    }
+    return true;
+}
 
 std::string percentDecoded(std::string_view text) {
     std::string out;

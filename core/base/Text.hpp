@@ -35,6 +35,9 @@ std::string percentEncoded(std::string_view bytes);
 // "%XX" back to its byte (either case of hex digit); a "%" without two hex digits stays as it is.
 std::string percentDecoded(std::string_view text);
 
+// An address that a document's own location resolves: no scheme, not rooted.
+bool isRelativeAddress(std::string_view address);
+
 // "a", "a and b", "a, b and c"
 std::string joinedWithAnd(const std::vector<std::string>& items);
 

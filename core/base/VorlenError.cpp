@@ -51,6 +51,32 @@ struct TextOf {
         return "Another run started on this site while this run could not report to the bucket, for example "
                "while this computer was asleep. So this run stopped. A later run continues with the videos that are left.";
     }
+    std::string operator()(const failure::ManifestConflict& f) const {
+        switch (f.change) {
+            case ManifestChange::video:
+                return fmt::format("A different computer changed \u201c{}\u201d while Vorlen prepared the new video, so the "
+                                   "video did not change. Try again to replace the video as it is now.", f.title);
+            case ManifestChange::audio:
+                return fmt::format("A different computer changed \u201c{}\u201d while Vorlen prepared the new audio, so the "
+                                   "audio did not change. Try again to re-import the audio as it is now.", f.title);
+            case ManifestChange::subtitles: break;
+        }
+        return fmt::format("A different computer changed \u201c{}\u201d while Vorlen saved the subtitles, so the "
+                           "subtitles did not change. Try again to change the subtitles.", f.title);
+    }
+    std::string operator()(const failure::ManifestRestore& f) const {
+        switch (f.change) {
+            case ManifestChange::video:
+                return fmt::format("Vorlen could not finish the change of \u201c{}\u201d. Some browsers can play the new "
+                                   "video and others the old video. Try again to replace the video.", f.folder);
+            case ManifestChange::audio:
+                return fmt::format("Vorlen could not finish the change of \u201c{}\u201d. Some browsers can play the new "
+                                   "audio and others the old audio. Try again to re-import the audio.", f.folder);
+            case ManifestChange::subtitles: break;
+        }
+        return fmt::format("Vorlen could not finish the change of \u201c{}\u201d. Some browsers can show the new "
+                           "subtitles and others the old subtitles. Try again to change the subtitles.", f.folder);
+    }
 };
 
 }  // namespace
@@ -85,6 +111,12 @@ VorlenError VorlenError::batchRunInProgress(BatchRunKind kind, std::string compu
     return VorlenError(failure::BatchRunInProgress{kind, std::move(computerName)});
 }
 VorlenError VorlenError::batchRunLost() { return VorlenError(failure::BatchRunLost{}); }
+VorlenError VorlenError::manifestConflict(std::string title, ManifestChange change) {
+    return VorlenError(failure::ManifestConflict{std::move(title), change});
+}
+VorlenError VorlenError::manifestRestore(std::string folder, ManifestChange change) {
+    return VorlenError(failure::ManifestRestore{std::move(folder), change});
+}
 
 std::string describe(const std::exception_ptr& error) {
     try {

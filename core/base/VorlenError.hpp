@@ -17,6 +17,9 @@ struct DeleteFailure {
 
 enum class BatchRunKind { vimeoSync, bulkUpload };
 
+// What a switch of a published video's manifests changes.
+enum class ManifestChange { video, audio, subtitles };
+
 // "vimeo-sync" / "bulk-upload", and the names used in messages.
 std::string rawValue(BatchRunKind kind);
 std::string displayName(BatchRunKind kind);
@@ -36,13 +39,17 @@ struct Download { std::string host; int status = 0; };
 struct IncompleteDownload { std::string host; std::int64_t received = 0; std::int64_t announced = 0; };
 struct BatchRunInProgress { BatchRunKind kind = BatchRunKind::bulkUpload; std::string computerName; };
 struct BatchRunLost {};
+// Another computer changed the manifests after they were read: nothing changed.
+struct ManifestConflict { std::string title; ManifestChange change = ManifestChange::video; };
+// The manifests could not be put back after half a switch: players disagree.
+struct ManifestRestore { std::string folder; ManifestChange change = ManifestChange::video; };
 }  // namespace failure
 
 using FailureCase = std::variant<failure::Tool, failure::Source, failure::Manifest, failure::Status,
                                  failure::Integrity, failure::Config, failure::Metadata,
                                  failure::NotDeleted, failure::Conflict, failure::Download,
                                  failure::IncompleteDownload, failure::BatchRunInProgress,
-                                 failure::BatchRunLost>;
+                                 failure::BatchRunLost, failure::ManifestConflict, failure::ManifestRestore>;
 
 // The core's one failure type; what() is the text a person sees, never rewritten.
 class VorlenError : public std::exception {
@@ -62,6 +69,8 @@ public:
     static VorlenError incompleteDownload(std::string host, std::int64_t received, std::int64_t announced);
     static VorlenError batchRunInProgress(BatchRunKind kind, std::string computerName);
     static VorlenError batchRunLost();
+    static VorlenError manifestConflict(std::string title, ManifestChange change);
+    static VorlenError manifestRestore(std::string folder, ManifestChange change);
 
     const FailureCase& failureCase() const noexcept { return case_; }
     template <class T> const T* as() const noexcept { return std::get_if<T>(&case_); }

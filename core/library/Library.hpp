@@ -10,8 +10,10 @@
 
 #include "core/library/LibraryCache.hpp"
 #include "core/library/LibraryVideo.hpp"
+#include "core/library/VideoReplacement.hpp"
 #include "core/publish/Poster.hpp"
 #include "core/publish/Publisher.hpp"
+#include "core/storage/UploadJournal.hpp"
 #include "core/storage/UploadOptions.hpp"
 
 namespace vorlen {
@@ -73,6 +75,31 @@ struct Library {
     SegmentPlaylist segmentPlaylist(const LibraryVideo& video, double seconds, const std::string& mediaBase) const;
     // Deletes the folder in stages: master.m3u8, the other playlists, the rest, video.json.
     void remove(const LibraryVideo& video) const;
+
+    // Replacing the media behind a published video, keeping its link, details and
+    // poster. The new media goes in beside the old under a fresh "r-" prefix, the
+    // two manifests switch in place, and only then do the old files go.
+    //
+    // The folder's record and manifests as they are now; refused for a record
+    // that cannot be rewritten or a folder that does not play.
+    ReplacementTarget replacementTarget(const std::string& folder) const;
+    // Uploads a new build of the video (built without subtitles: the target's
+    // tracks come along) and switches to it. Until the switch a failure or a stop
+    // removes the new prefix and the old video plays on; from the switch on,
+    // nothing stops it.
+    VideoReplacement replace(const ReplacementTarget& target, BuiltFolder& built, const Publisher& publisher,
+                             UploadJournal& journal, const ProgressHandler& onProgress) const;
+    // Adds, replaces and removes subtitle tracks through the same switch: new
+    // files first, the old ones after.
+    SubtitleChangeResult changeSubtitles(const LibraryVideo& video, const SubtitleChange& change) const;
+
+    // master.m3u8 (which must exist) and manifest.mpd with their ETags.
+    CurrentManifests currentManifests(const LibraryVideo& video, const std::string& notPlayable) const;
+    // The one moment of change: manifest.mpd, then master.m3u8, each only over the
+    // version read. A conflict leaves the old manifests; a failure of the master
+    // after the MPD switched puts the MPD back, and when even that fails the
+    // players disagree: a manifestRestore failure.
+    void swapManifests(const CurrentManifests& current, const ReplacementManifests& next, ManifestChange change) const;
 
     // The key boundaries of a listing from the sorted cached folder names: at
     // least 50 folders a range, at most 8 ranges, none below 2.

@@ -9,56 +9,15 @@
 
 #include "core/base/Clock.hpp"
 #include "core/base/Task.hpp"
+#include "core/library/FolderObjects.hpp"
 #include "core/net/RetryPolicy.hpp"
 #include "core/publish/Naming.hpp"
 #include "core/storage/VideoFolderHeaders.hpp"
 
 // The changes of a published video, beside the reading in Library.cpp.
 namespace vorlen {
-namespace {
 
-constexpr std::size_t deleteGroupSize = 1000;
-constexpr const char* recordFile = "video.json";
-constexpr const char* switchFile = "master.m3u8";
-
-bool isPlaylist(std::string_view file) { return file.ends_with(".m3u8") || file.ends_with(".mpd"); }
-
-// A folder's files (relative paths) in the stages of their deletion: the switch,
-// the other playlists, everything else but the record, the record.
-std::vector<std::vector<std::string>> deletionStages(const std::vector<std::string>& files) {
-    std::vector<std::vector<std::string>> stages(4);
-    for (const auto& file : files) {
-        if (file == switchFile) stages[0].push_back(file);
-        else if (isPlaylist(file)) stages[1].push_back(file);
-        else if (file == recordFile) stages[3].push_back(file);
-        else stages[2].push_back(file);
-    }
-    return stages;
-}
-
-std::vector<std::string> filesOf(Bucket& bucket, const std::string& prefix) {
-    auto keys = bucket.listKeys(prefix);
-    for (auto& key : keys) key.erase(0, prefix.size());
-    return keys;
-}
-
-void deleteStages(Bucket& bucket, const std::string& prefix, const std::vector<std::vector<std::string>>& stages,
-                  const RetryPolicy& retry) {
-    for (const auto& stage : stages) {
-        std::vector<DeleteFailure> failures;
-        for (std::size_t start = 0; start < stage.size(); start += deleteGroupSize) {
-            std::vector<std::string> group;
-            for (auto index = start; index < std::min(stage.size(), start + deleteGroupSize); ++index)
-                group.push_back(prefix + stage[index]);
-            auto refused = retry.run([&](std::int64_t) { return bucket.deleteObjects(group); });
-            failures.insert(failures.end(), refused.begin(), refused.end());
-        }
-        // The next stages wait: what makes the video playable must be gone before the rest goes.
-        if (!failures.empty()) throw VorlenError::notDeleted(std::move(failures));
-    }
-}
-
-}  // namespace
+using namespace FolderObjects;
 
 VideoMetadata Library::newRecord(const LibraryVideo& video, const VideoDetails& details) {
     if (const auto* unreadable = std::get_if<LibraryVideo::Unreadable>(&video.metadataFile))
@@ -75,40 +34,6 @@ VideoMetadata Library::newRecord(const LibraryVideo& video, const VideoDetails& 
     const auto now = wallNow();
     return VideoMetadata{details, std::nullopt, std::nullopt, std::nullopt, now, now, std::nullopt, std::nullopt};
 }
-
-namespace {
-
-// Writes a record and gives its new ETag without quotes. The condition makes a
-// change of a record that another computer changed meanwhile a conflict.
-std::optional<std::string> writeRecord(Bucket& bucket, const std::string& folderPrefix, const VideoMetadata& record,
-                                       const RetryPolicy& retry, const WriteCondition& condition) {
-    const auto body = record.encoded();
-    const auto key = folderPrefix + recordFile;
-    auto etag = retry.run([&](std::int64_t attempt) -> std::optional<std::string> {
-        try {
-            return bucket.put(key, RequestBody::bytes(body), videoFolderHeaders(recordFile), condition);
-        } catch (const VorlenError& error) {
-            // After a lost answer the earlier attempt may have landed: then the record there is this one.
-            if (attempt == 1 || !error.is<failure::Conflict>()) throw;
-            const auto current = bucket.taggedObject(key);
-            if (!current || current->data != body) throw;
-            return current->etag;
-        }
-    });
-    return etag ? std::optional(unquotedETag(*etag)) : std::nullopt;
-}
-
-// Over the record as it was read, or where there was none.
-WriteCondition overRecordOf(const LibraryVideo& video) {
-    return video.metadataTag ? WriteCondition::unchanged("\"" + *video.metadataTag + "\"") : WriteCondition::absent();
-}
-
-VideoDetails detailsOf(const LibraryVideo& video) {
-    if (const auto* metadata = video.metadata()) return metadata->details;
-    return VideoDetails("", std::nullopt, std::nullopt, VideoVisibility::publicVideo);
-}
-
-}  // namespace
 
 LibraryVideo Library::saveDetails(const LibraryVideo& video, const VideoDetails& details) const {
     const auto record = newRecord(video, details);

@@ -8,6 +8,7 @@
 #include <pugixml.hpp>
 #include <sstream>
 
+#include "core/base/Text.hpp"
 #include "core/base/VorlenError.hpp"
 
 namespace vorlen::DASHRewriter {
@@ -109,6 +110,36 @@ std::string rewrite(std::string_view mpd, const std::vector<StreamLayout>& layou
         if (auto profiles = root.attribute("profiles")) profiles = "urn:mpeg:dash:profile:isoff-main:2011";
     }
     walk(document, layouts);
+    std::ostringstream out;
+    document.save(out, "  ", pugi::format_default, pugi::encoding_utf8);
+    return out.str();
+}
+
+namespace {
+
+void prefixAddresses(pugi::xml_node node, const std::string& prefix, bool underPrefixedBase) {
+    auto base = node.child("BaseURL");
+    if (base && isRelativeAddress(base.text().get()) && !underPrefixedBase) {
+        base.text() = (prefix + base.text().get()).c_str();
+        underPrefixedBase = true;
+    }
+    if (!underPrefixedBase)
+        for (const char* name : {"initialization", "media", "sourceURL", "index"})
+            if (auto attribute = node.attribute(name); attribute && isRelativeAddress(attribute.value()))
+                attribute = (prefix + attribute.value()).c_str();
+    for (auto child : node.children())
+        if (child.type() == pugi::node_element && std::strcmp(child.name(), "BaseURL") != 0)
+            prefixAddresses(child, prefix, underPrefixedBase);
+}
+
+}  // namespace
+
+std::string withMediaPrefix(std::string_view mpd, const std::string& prefix) {
+    pugi::xml_document document;
+    auto parsed = document.load_buffer(mpd.data(), mpd.size(), pugi::parse_default | pugi::parse_comments,
+                                       pugi::encoding_utf8);
+    if (!parsed) fail(fmt::format("MPD XML: {}", parsed.description()));
+    prefixAddresses(document.document_element(), prefix, false);
     std::ostringstream out;
     document.save(out, "  ", pugi::format_default, pugi::encoding_utf8);
     return out.str();

@@ -15,6 +15,11 @@ namespace DASHRewriter {
 // Throws a manifest VorlenError when the manifest does not match the layouts.
 std::string rewrite(std::string_view mpd, const std::vector<StreamLayout>& layouts);
 
+// The manifest with the folder prefix (such as "r-k3x9a2mq/") before every relative
+// media address: BaseURL, and initialization, media, sourceURL and index where no
+// BaseURL above them was prefixed already.
+std::string withMediaPrefix(std::string_view mpd, const std::string& prefix);
+
 }  // namespace DASHRewriter
 
 }  // namespace vorlen

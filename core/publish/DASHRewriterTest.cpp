@@ -125,5 +125,26 @@ TEST(DASHRewriterTest, AManifestThatDoesNotMatchItsStreamsIsRefused) {
     EXPECT_EQ(withEntity.find("root:"), std::string::npos);
 }
 
+TEST(DASHRewriterTest, AMediaPrefixReachesEveryRelativeAddressOnce) {
+    auto rewritten = DASHRewriter::rewrite(packagerMpd, layouts());
+    // A subtitle set with its own BaseURL, and one that points elsewhere.
+    rewritten.insert(rewritten.find("  </Period>"),
+                     "<AdaptationSet mimeType=\"text/vtt\"><Representation id=\"s\"><BaseURL>sub_en.vtt</BaseURL>"
+                     "</Representation></AdaptationSet><AdaptationSet mimeType=\"text/vtt\"><Representation id=\"t\">"
+                     "<BaseURL>https://cdn.example.test/t.vtt</BaseURL></Representation></AdaptationSet>\n");
+    pugi::xml_document document;
+    ASSERT_TRUE(document.load_string(DASHRewriter::withMediaPrefix(rewritten, "r-k3x9a2mq/").c_str()));
+    std::vector<std::string> addresses;
+    for (const auto& found : document.select_nodes("//@sourceURL | //@media | //BaseURL/text()"))
+        addresses.push_back(found.attribute() ? found.attribute().value() : found.node().value());
+    ASSERT_EQ(addresses.size(), 17u) << "two initializations, thirteen segments, two subtitle files";
+    EXPECT_EQ(addresses[15], "r-k3x9a2mq/sub_en.vtt");
+    EXPECT_EQ(addresses[16], "https://cdn.example.test/t.vtt");
+    for (std::size_t i = 0; i < 15; ++i) {
+        EXPECT_TRUE(addresses[i].starts_with("r-k3x9a2mq/v_180/") || addresses[i].starts_with("r-k3x9a2mq/a_stereo/"))
+            << addresses[i];
+    }
+}
+
 }  // namespace
 }  // namespace vorlen

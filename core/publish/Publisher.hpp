@@ -99,6 +99,14 @@ struct Publisher {
     // folder that this upload did not claim.
     Published publish(BuiltFolder& built, const UploadFolder& folder, UploadJournal& journal,
                       const ProgressHandler& onProgress, const FolderHandler& onFolderChange = {}) const;
+
+    // Uploads files of a local folder under keyPrefix in the batches of a video
+    // folder, reporting the upload's progress; gives the last measured rate.
+    std::optional<double> uploadFiles(const std::filesystem::path& directory, const std::vector<std::string>& files,
+                                      const std::string& keyPrefix,
+                                      const std::function<ObjectHeaders(const std::string&)>& headersFor,
+                                      std::uint64_t totalBytes, UploadJournal& journal,
+                                      const ProgressHandler& onProgress) const;
 };
 
 // $TMPDIR/vorlen, or /tmp/vorlen.

@@ -232,14 +232,11 @@ std::optional<UploadLeftovers> Publisher::leftoversHere(const BuiltFolder& built
     return std::nullopt;
 }
 
-Published Publisher::publish(BuiltFolder& built, const UploadFolder& target, UploadJournal& journal,
-                             const ProgressHandler& onProgress, const FolderHandler& onFolderChange) const {
-    checkCancellation();
-    const std::vector<std::string> files = built.allFiles();
-    const auto batches = videoFolderBatches(files);
-    std::uint64_t totalBytes = built.byteCount();
-    journal.logStart(files.size(), totalBytes, upload, limiter->bytesPerSecond());
-
+std::optional<double> Publisher::uploadFiles(const std::filesystem::path& directory, const std::vector<std::string>& files,
+                                             const std::string& keyPrefix,
+                                             const std::function<ObjectHeaders(const std::string&)>& headersFor,
+                                             std::uint64_t totalBytes, UploadJournal& journal,
+                                             const ProgressHandler& onProgress) const {
     Uploader uploader{destination.bucket, limiter, upload, std::shared_ptr<UploadJournal>(&journal, [](UploadJournal*) {})};
     std::atomic<std::uint64_t> givenBytes{0};
     auto started = BootClock::now();
@@ -262,25 +259,50 @@ Published Publisher::publish(BuiltFolder& built, const UploadFolder& target, Upl
         out.uploadRate = progress.rate;
         onProgress(out);
     };
-
-    const std::string uploadID = randomString(16, "0123456789abcdef");
-    std::string folder = target.name;
-    FolderHold hold = FolderHold::claiming;
-    try {
-        claimFolder(*this, built, target, uploadID, folder, hold, journal, onFolderChange);
-
-        const std::string folderPrefix = destination.prefix + folder + "/";
+    {
         auto ticker = Task<void>::spawn([&] {
             for (;;) {
                 sleepFor(tickInterval);
                 report();
             }
         });
-        uploader.uploadFolder(
-            built.directory(), files, folderPrefix,
-            [&](const std::string& path) { return path == "video.json" ? videoJSONHeaders(uploadID) : videoFolderHeaders(path); },
-            [&](std::uint64_t given) { givenBytes = given; });
+        uploader.uploadFolder(directory, files, keyPrefix, headersFor, [&](std::uint64_t given) { givenBytes = given; });
         ticker.cancel();
+    }
+    double seconds = secondsBetween(started, BootClock::now());
+    journal.log(fmt::format("upload ended: {} bytes in {:.1f} s", totalBytes, seconds));
+    if (onProgress) {
+        PublishProgress done;
+        done.stage = PublishProgress::Stage::uploading;
+        done.stageFraction = 1.0;
+        done.uploadedBytes = totalBytes;
+        done.uploadTotalBytes = totalBytes;
+        std::lock_guard lock(ticksMutex);
+        done.uploadRate = lastRate;
+        onProgress(done);
+    }
+    std::lock_guard lock(ticksMutex);
+    return lastRate;
+}
+
+Published Publisher::publish(BuiltFolder& built, const UploadFolder& target, UploadJournal& journal,
+                             const ProgressHandler& onProgress, const FolderHandler& onFolderChange) const {
+    checkCancellation();
+    const std::vector<std::string> files = built.allFiles();
+    const auto batches = videoFolderBatches(files);
+    std::uint64_t totalBytes = built.byteCount();
+    journal.logStart(files.size(), totalBytes, upload, limiter->bytesPerSecond());
+
+    const std::string uploadID = randomString(16, "0123456789abcdef");
+    std::string folder = target.name;
+    FolderHold hold = FolderHold::claiming;
+    std::optional<double> rate;
+    try {
+        claimFolder(*this, built, target, uploadID, folder, hold, journal, onFolderChange);
+        rate = uploadFiles(
+            built.directory(), files, destination.prefix + folder + "/",
+            [&](const std::string& path) { return path == "video.json" ? videoJSONHeaders(uploadID) : videoFolderHeaders(path); },
+            totalBytes, journal, onProgress);
     } catch (...) {
         auto failure = std::current_exception();
         journal.logStop(failure);
@@ -309,20 +331,9 @@ Published Publisher::publish(BuiltFolder& built, const UploadFolder& target, Upl
     }
 
     const std::string folderPrefix = destination.prefix + folder + "/";
-    double seconds = secondsBetween(started, BootClock::now());
-    journal.log(fmt::format("upload ended: {} bytes in {:.1f} s", totalBytes, seconds));
-    if (onProgress) {
-        PublishProgress done;
-        done.stage = PublishProgress::Stage::uploading;
-        done.stageFraction = 1.0;
-        done.uploadedBytes = totalBytes;
-        done.uploadTotalBytes = totalBytes;
-        done.uploadRate = lastRate;
-        onProgress(done);
-    }
     built.setLeftovers(std::nullopt);
     return Published{folderPrefix,  folderPrefix + "master.m3u8", folderPrefix + "manifest.mpd",
-                     static_cast<std::int64_t>(files.size()), totalBytes, lastRate, built.built().metadata};
+                     static_cast<std::int64_t>(files.size()), totalBytes, rate, built.built().metadata};
 }
 
 }  // namespace vorlen

@@ -118,8 +118,8 @@ void UploadJournal::logFailedStep(const std::string& label, std::int64_t attempt
 }
 
 void UploadJournal::logStart(std::size_t files, std::uint64_t bytes, const UploadOptions& options,
-                             std::uint64_t bytesPerSecond) {
-    log(fmt::format("upload started: {} files, {} bytes, {} requests at a time, parts of {} bytes, limit {} bytes/s",
+                             std::uint64_t bytesPerSecond, std::string_view what) {
+    log(fmt::format("{} started: {} files, {} bytes, {} requests at a time, parts of {} bytes, limit {} bytes/s", what,
                     files, bytes, options.concurrency, options.partSize, bytesPerSecond));
 }
 

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/base/Clock.hpp"
@@ -53,7 +54,9 @@ public:
     void logFailure(const UploadAttemptReport& report, const std::exception_ptr& error);
     void logCancelled(const UploadAttemptReport& report);
     void logFailedStep(const std::string& label, std::int64_t attempt, std::int64_t limit, const std::exception_ptr& error);
-    void logStart(std::size_t files, std::uint64_t bytes, const UploadOptions& options, std::uint64_t bytesPerSecond);
+    // "<what> started: N files, ...": an upload, a replacement, an audio replacement.
+    void logStart(std::size_t files, std::uint64_t bytes, const UploadOptions& options, std::uint64_t bytesPerSecond,
+                  std::string_view what = "upload");
     void logStop(const std::exception_ptr& error);
 
     std::vector<std::string> entries() const;
