@@ -29,6 +29,9 @@ public:
     }
     VideoSubtitle readSubtitle(const fs::path& file) override { return VideoSubtitle{file, "en", 1}; }
     ResolvedFolder resolveFolder(const std::string& name, const BucketAccess&) override { return {name, name, name + "/"}; }
+    VideoReplacement replace(const ReplaceRequest&, const std::function<void(const JobProgress&)>&) override {
+        throw std::runtime_error("not replaced here");
+    }
     PublishedVideo publish(const PublishRequest&, const std::function<void(const PublishEvent&)>&) override {
         started = true;
         try {

@@ -1,5 +1,7 @@
 #include "app/CoreLibraryService.hpp"
 
+#include <fmt/format.h>
+
 #include "app/CorePublishService.hpp"
 #include "app/SiteStorage.hpp"
 #include "app/MediaCachePurge.hpp"
@@ -7,6 +9,7 @@
 #include "core/base/Files.hpp"
 #include "core/base/VorlenError.hpp"
 #include "core/library/Catalog.hpp"
+#include "core/publish/HLSMasterPlaylist.hpp"
 #include "core/publish/Naming.hpp"
 #include "core/publish/FrameReader.hpp"
 #include "core/publish/PosterProposal.hpp"
@@ -84,6 +87,17 @@ VideoMove CoreLibraryService::changeVisibility(const BucketAccess& access, const
 }
 
 void CoreLibraryService::remove(const BucketAccess& access, const LibraryVideo& video) { library(access).remove(video); }
+
+std::vector<PublishedSubtitle> CoreLibraryService::subtitles(const BucketAccess& access, const LibraryVideo& video) {
+    const auto manifests =
+        library(access).currentManifests(video, fmt::format("\u201c{}\u201d is not playable", video.folder));
+    return HLSMasterPlaylist::subtitles(manifests.master.data);
+}
+
+SubtitleChangeResult CoreLibraryService::changeSubtitles(const BucketAccess& access, const LibraryVideo& video,
+                                                         const SubtitleChange& change) {
+    return library(access).changeSubtitles(video, change);
+}
 
 void CoreLibraryService::purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly) {
     const auto& site = access.site;

@@ -31,6 +31,9 @@ public:
     PosterChange changePosterToFrame(const BucketAccess& access, const LibraryVideo& video, double seconds) override;
     VideoMove changeVisibility(const BucketAccess& access, const LibraryVideo& video, VideoVisibility visibility) override;
     void remove(const BucketAccess& access, const LibraryVideo& video) override;
+    std::vector<PublishedSubtitle> subtitles(const BucketAccess& access, const LibraryVideo& video) override;
+    SubtitleChangeResult changeSubtitles(const BucketAccess& access, const LibraryVideo& video,
+                                         const SubtitleChange& change) override;
     void purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly) override;
     void rebuild(const BucketAccess& access) override;
 

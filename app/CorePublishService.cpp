@@ -3,6 +3,7 @@
 #include "app/SiteWorkspace.hpp"
 
 #include "core/base/VorlenError.hpp"
+#include "core/library/Library.hpp"
 #include "core/publish/SubtitleDocument.hpp"
 #include "core/publish/SubtitleLanguage.hpp"
 #include "core/storage/FolderBucket.hpp"
@@ -125,6 +126,18 @@ PublishedVideo CorePublishService::publish(const PublishRequest& request, const 
         onEvent(PublishEvent{PublishEvent::UploadLog{journal.entries()}});
         throw;
     }
+}
+
+VideoReplacement CorePublishService::replace(const ReplaceRequest& request,
+                                             const std::function<void(const JobProgress&)>& onProgress) {
+    const auto made = publisher(request.access, request.uploadTuning, request.expectedUploadRate);
+    const Library library{made.destination, locationOf(request.access.site), made.upload, nullptr};
+    const auto target = library.replacementTarget(request.folder);
+    const Inspection inspection = vorlen::inspect(made.tools, *pipeline_.encoder, request.source);
+    // No poster review: the video keeps its poster, and one without takes the new build's choice.
+    const auto built = made.build(inspection, target.metadata.details, request.audioLoudness, target.metadata.created, onProgress);
+    UploadJournal journal;
+    return library.replace(target, *built, made, journal, onProgress);
 }
 
 }  // namespace vorlen::app

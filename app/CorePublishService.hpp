@@ -30,6 +30,7 @@ public:
     VideoSubtitle readSubtitle(const fs::path& file) override;
     ResolvedFolder resolveFolder(const std::string& name, const BucketAccess& access) override;
     PublishedVideo publish(const PublishRequest& request, const std::function<void(const PublishEvent&)>& onEvent) override;
+    VideoReplacement replace(const ReplaceRequest& request, const std::function<void(const JobProgress&)>& onProgress) override;
 
     // The bucket of a site: its folder for a local site, else R2 (or the S3 service it names).
     static std::shared_ptr<Bucket> bucketFor(const BucketAccess& access, const Endpoints& endpoints);

@@ -6,14 +6,18 @@
 
 namespace vorlen::app {
 
-std::shared_ptr<LibraryModel> LibraryModel::make(std::shared_ptr<LibraryService> service, AccessSource access,
+std::shared_ptr<LibraryModel> LibraryModel::make(std::shared_ptr<LibraryService> service,
+                                                 std::shared_ptr<PublishService> publish, AccessSource access,
                                                  SiteSummary site, MainQueue& mainQueue) {
-    return std::shared_ptr<LibraryModel>(new LibraryModel(std::move(service), std::move(access), std::move(site), mainQueue));
+    return std::shared_ptr<LibraryModel>(
+        new LibraryModel(std::move(service), std::move(publish), std::move(access), std::move(site), mainQueue));
 }
 
 LibraryModel::~LibraryModel() {
     // Dropping the tasks cancels them and waits; what they post finds no model.
     changeTasks_.clear();
+    bulkTask_.reset();
+    subtitleTasks_.clear();
     refreshTask_.reset();
     thumbnailTask_.reset();
 }
@@ -56,7 +60,6 @@ void LibraryModel::refresh() {
         }
     }
     refreshProgress_ = LibraryReadProgress{LibraryReadProgress::Listing{0}};
-    changed();
 
     struct LatestProgress {
         std::mutex mutex;
@@ -100,6 +103,8 @@ void LibraryModel::refresh() {
             self.changed();
         });
     }));
+    // Told once the reading is under way, so that a view that asks sees it running.
+    changed();
 }
 
 void LibraryModel::dismissProblem() {
@@ -112,49 +117,136 @@ void LibraryModel::setEditing(const std::string& folder, bool isEditing) {
     else editedVideos_.erase(folder);
 }
 
-std::optional<LibraryModel::Problem> LibraryModel::runChange(const LibraryEntry& entry, Change change, bool fromEditWindow,
-                                                             ChangeWork work) {
+namespace {
+
+using Note = LibraryModel::Note;
+
+std::string cannotChange(const std::string& title) { return fmt::format("Vorlen cannot change \u201c{}\u201d", title); }
+
+}  // namespace
+
+std::optional<LibraryModel::Problem> LibraryModel::refusal(const LibraryEntry& entry, bool fromEditWindow) const {
     const auto& folder = entry.folder();
     if (changes_.contains(folder) || (!fromEditWindow && editedVideos_.contains(folder)) || entry.problem)
-        return Problem{fmt::format("Vorlen cannot change \u201c{}\u201d", entry.title),
+        return Problem{cannotChange(entry.title),
                        "Vorlen cannot read the video.json of a video, its edit window is open, or a different change of "
                        "it runs now"};
+    return std::nullopt;
+}
+
+std::optional<LibraryModel::Problem> LibraryModel::runChange(const LibraryEntry& entry, Change change, bool fromEditWindow,
+                                                             ChangeWork work) {
+    if (auto refused = refusal(entry, fromEditWindow)) return refused;
+    const auto& folder = entry.folder();
     BucketAccess access;
     try {
         access = access_();
     } catch (const std::exception& error) {
-        return Problem{fmt::format("Vorlen cannot change \u201c{}\u201d", entry.title), error.what()};
+        return Problem{cannotChange(entry.title), error.what()};
     }
     changes_[folder] = change;
     changed();
     changeTasks_.erase(folder);
     changeTasks_.emplace(folder, Task<void>::spawn([this, folder, access, work, service = service_] {
-        std::optional<Problem> problem;
+        std::optional<Note> note;
         try {
-            problem = work(*service, access);
+            note = work(*service, access);
         } catch (const Cancelled&) {
             return;
         }
-        onMain([folder, problem](LibraryModel& self) {
+        onMain([folder, note](LibraryModel& self) {
             self.changeTasks_.erase(folder);
-            self.changes_.erase(folder);
-            if (problem) self.problem_ = problem;
-            if (self.videosDidChange) self.videosDidChange();
-            self.refresh();
+            if (note) self.problem_ = note->problem;
+            self.finishChange(folder);
         });
     }));
     return std::nullopt;
+}
+
+void LibraryModel::finishChange(const std::string& folder) {
+    changes_.erase(folder);
+    subtitles_.erase(folder);
+    if (videosDidChange) videosDidChange();
+    refresh();
+}
+
+namespace {
+
+// The note of a failure of a change: the problem to show, its bulk line.
+LibraryModel::Note failed(std::string title, const std::exception& error) {
+    return {LibraryModel::Note::Kind::failed, {std::move(title), error.what()}, error.what()};
+}
+
+// Runs a change, then its purge; the first thing that remains is told.
+template <class Change, class Purge>
+std::optional<LibraryModel::Note> changeThenPurge(const std::string& refusedTitle, Change change, Purge purge) {
+    try {
+        if (auto note = change()) return note;
+    } catch (const std::exception& error) {
+        return failed(refusedTitle, error);
+    }
+    return purge();
+}
+
+}  // namespace
+
+LibraryModel::ChangeWork LibraryModel::moveWork(const LibraryEntry& entry, VideoVisibility visibility) const {
+    return [video = entry.video, visibility, title = entry.title](LibraryService& service,
+                                                                 const BucketAccess& access) -> std::optional<Note> {
+        return changeThenPurge(
+            cannotChange(title),
+            [&]() -> std::optional<Note> {
+                const auto moved = service.changeVisibility(access, service.video(access, video.folder), visibility);
+                if (!moved.oldFolderFailure) return std::nullopt;
+                return Note{Note::Kind::oldFolderRemains,
+                            {LibraryWords::oldFolderRemainsTitle(title),
+                             LibraryWords::oldFolderRemains(video.folder, *moved.oldFolderFailure)},
+                            *moved.oldFolderFailure};
+            },
+            [&]() -> std::optional<Note> {
+                try {
+                    service.purge(access, video.prefix, false);
+                } catch (const std::exception& error) {
+                    return Note{Note::Kind::inCache,
+                                {LibraryWords::oldFilesInCacheTitle(title), LibraryWords::oldFilesInCache(error.what())},
+                                error.what()};
+                }
+                return std::nullopt;
+            });
+    };
+}
+
+LibraryModel::ChangeWork LibraryModel::removeWork(const LibraryEntry& entry) const {
+    return [video = entry.video, title = entry.title](LibraryService& service,
+                                                     const BucketAccess& access) -> std::optional<Note> {
+        return changeThenPurge(
+            LibraryWords::deleteRefusedTitle(title),
+            [&]() -> std::optional<Note> {
+                service.remove(access, service.video(access, video.folder));
+                return std::nullopt;
+            },
+            [&]() -> std::optional<Note> {
+                try {
+                    service.purge(access, video.prefix, false);
+                } catch (const std::exception& error) {
+                    return Note{Note::Kind::inCache,
+                                {LibraryWords::oldFilesInCacheTitle(title), LibraryWords::oldFilesInCache(error.what())},
+                                error.what()};
+                }
+                return std::nullopt;
+            });
+    };
 }
 
 std::optional<LibraryModel::Problem> LibraryModel::saveDetails(const LibraryEntry& entry, const VideoDetails& details,
                                                                bool fromEditWindow) {
     return runChange(entry, Change::saving, fromEditWindow,
                      [video = entry.video, details, title = entry.title](LibraryService& service,
-                                                                        const BucketAccess& access) -> std::optional<Problem> {
+                                                                        const BucketAccess& access) -> std::optional<Note> {
                          try {
                              service.saveDetails(access, service.video(access, video.folder), details);
                          } catch (const std::exception& error) {
-                             return Problem{fmt::format("Vorlen cannot change \u201c{}\u201d", title), error.what()};
+                             return failed(cannotChange(title), error);
                          }
                          return std::nullopt;
                      });
@@ -162,62 +254,247 @@ std::optional<LibraryModel::Problem> LibraryModel::saveDetails(const LibraryEntr
 
 std::optional<LibraryModel::Problem> LibraryModel::changeVisibility(const LibraryEntry& entry, VideoVisibility visibility,
                                                                     bool fromEditWindow) {
-    return runChange(entry, Change::movingToNewLink, fromEditWindow,
-                     [video = entry.video, visibility, title = entry.title](LibraryService& service,
-                                                                           const BucketAccess& access) -> std::optional<Problem> {
-                         VideoMove moved;
-                         try {
-                             moved = service.changeVisibility(access, service.video(access, video.folder), visibility);
-                         } catch (const std::exception& error) {
-                             return Problem{fmt::format("Vorlen cannot change \u201c{}\u201d", title), error.what()};
-                         }
-                         if (moved.oldFolderFailure)
-                             return Problem{LibraryWords::oldFolderRemainsTitle(title),
-                                            LibraryWords::oldFolderRemains(video.folder, *moved.oldFolderFailure)};
-                         try {
-                             service.purge(access, video.prefix, false);
-                         } catch (const std::exception& error) {
-                             return Problem{LibraryWords::oldFilesInCacheTitle(title), LibraryWords::oldFilesInCache(error.what())};
-                         }
-                         return std::nullopt;
-                     });
+    return runChange(entry, Change::movingToNewLink, fromEditWindow, moveWork(entry, visibility));
 }
+
+namespace {
+
+template <class MakePoster>
+LibraryModel::ChangeWork posterWork(const LibraryEntry& entry, MakePoster makePoster) {
+    return [video = entry.video, title = entry.title, makePoster](LibraryService& service,
+                                                                 const BucketAccess& access) -> std::optional<Note> {
+        return changeThenPurge(
+            LibraryWords::posterRefusedTitle(title),
+            [&]() -> std::optional<Note> {
+                const auto changed = makePoster(service, access, service.video(access, video.folder));
+                if (!changed.oldPosterFailure) return std::nullopt;
+                return Note{Note::Kind::other, {LibraryWords::posterRefusedTitle(title), *changed.oldPosterFailure},
+                            *changed.oldPosterFailure};
+            },
+            [&]() -> std::optional<Note> {
+                try {
+                    service.purge(access, video.prefix, true);
+                } catch (const std::exception& error) {
+                    return Note{Note::Kind::inCache,
+                                {LibraryWords::oldPosterInCacheTitle(title), LibraryWords::posterNote + error.what()},
+                                error.what()};
+                }
+                return std::nullopt;
+            });
+    };
+}
+
+}  // namespace
 
 std::optional<LibraryModel::Problem> LibraryModel::changePoster(const LibraryEntry& entry, const std::filesystem::path& image,
                                                                 bool fromEditWindow) {
     return runChange(entry, Change::changingPoster, fromEditWindow,
-                     [video = entry.video, image, title = entry.title](LibraryService& service,
-                                                                      const BucketAccess& access) -> std::optional<Problem> {
-                         try {
-                             service.changePoster(access, service.video(access, video.folder), image);
-                         } catch (const std::exception& error) {
-                             return Problem{LibraryWords::posterRefusedTitle(title), error.what()};
-                         }
-                         try {
-                             service.purge(access, video.prefix, true);
-                         } catch (const std::exception& error) {
-                             return Problem{LibraryWords::oldPosterInCacheTitle(title), LibraryWords::posterNote + error.what()};
-                         }
-                         return std::nullopt;
-                     });
+                     posterWork(entry, [image](LibraryService& service, const BucketAccess& access, const LibraryVideo& video) {
+                         return service.changePoster(access, video, image);
+                     }));
+}
+
+std::optional<LibraryModel::Problem> LibraryModel::changePosterToFrame(const LibraryEntry& entry, double seconds,
+                                                                       bool fromEditWindow) {
+    return runChange(entry, Change::changingPoster, fromEditWindow,
+                     posterWork(entry, [seconds](LibraryService& service, const BucketAccess& access, const LibraryVideo& video) {
+                         return service.changePosterToFrame(access, video, seconds);
+                     }));
 }
 
 std::optional<LibraryModel::Problem> LibraryModel::remove(const LibraryEntry& entry, bool fromEditWindow) {
-    return runChange(entry, Change::deleting, fromEditWindow,
-                     [video = entry.video, title = entry.title](LibraryService& service,
-                                                               const BucketAccess& access) -> std::optional<Problem> {
+    return runChange(entry, Change::deleting, fromEditWindow, removeWork(entry));
+}
+
+std::optional<LibraryModel::Problem> LibraryModel::replaceVideo(const LibraryEntry& entry, const std::filesystem::path& file,
+                                                                bool fromEditWindow) {
+    ReplaceRequest request{file, entry.folder(), {}, site_.audioLoudness, {}, std::nullopt};
+    return runChange(entry, Change::replacingVideo, fromEditWindow,
+                     [request, video = entry.video, title = entry.title, publish = publish_](
+                         LibraryService& service, const BucketAccess& access) mutable -> std::optional<Note> {
+                         request.access = access;
+                         std::optional<VideoReplacement> replaced;
                          try {
-                             service.remove(access, service.video(access, video.folder));
+                             replaced = publish->replace(request, {});
                          } catch (const std::exception& error) {
-                             return Problem{LibraryWords::deleteRefusedTitle(title), error.what()};
+                             return failed(cannotChange(title), error);
                          }
+                         std::vector<std::string> notes;
+                         if (replaced->metadataFailure) notes.push_back(LibraryWords::replacedRecordFailed(*replaced->metadataFailure));
+                         if (replaced->fixedPosterFailure) notes.push_back(LibraryWords::replacedPosterFailed(*replaced->fixedPosterFailure));
+                         if (replaced->oldFilesFailure) notes.push_back(LibraryWords::replacedOldFilesStay(*replaced->oldFilesFailure));
                          try {
                              service.purge(access, video.prefix, false);
                          } catch (const std::exception& error) {
-                             return Problem{LibraryWords::oldFilesInCacheTitle(title), LibraryWords::oldFilesInCache(error.what())};
+                             if (notes.empty())
+                                 return Note{Note::Kind::inCache,
+                                             {LibraryWords::oldVideoInCacheTitle(title), LibraryWords::oldVideoInCache(error.what())},
+                                             error.what()};
+                             notes.push_back(LibraryWords::oldVideoInCache(error.what()));
                          }
-                         return std::nullopt;
+                         if (notes.empty()) return std::nullopt;
+                         std::string message = notes.front();
+                         for (std::size_t i = 1; i < notes.size(); ++i) message += "\n\n" + notes[i];
+                         return Note{Note::Kind::other, {LibraryWords::replacedWithNotesTitle(title), message}, notes.front()};
                      });
+}
+
+std::optional<std::vector<PublishedSubtitle>> LibraryModel::subtitles(const LibraryEntry& entry) {
+    const auto& folder = entry.folder();
+    if (const auto found = subtitles_.find(folder); found != subtitles_.end()) return found->second;
+    subtitles_.emplace(folder, std::nullopt);
+    BucketAccess access;
+    try {
+        access = access_();
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+    subtitleTasks_.erase(folder);
+    subtitleTasks_.emplace(folder, Task<void>::spawn([this, folder, video = entry.video, access, service = service_] {
+        std::vector<PublishedSubtitle> tracks;
+        try {
+            tracks = service->subtitles(access, video);
+        } catch (const Cancelled&) {
+            return;
+        } catch (const std::exception&) {
+            // A video whose manifests cannot be read shows no tracks; its changes say why.
+        }
+        onMain([folder, tracks](LibraryModel& self) {
+            self.subtitles_[folder] = tracks;
+            self.changed();
+        });
+    }));
+    return std::nullopt;
+}
+
+std::optional<LibraryModel::Problem> LibraryModel::changeSubtitles(const LibraryEntry& entry, const SubtitleChange& change,
+                                                                   bool fromEditWindow) {
+    return runChange(entry, Change::changingSubtitles, fromEditWindow,
+                     [change, video = entry.video, title = entry.title](LibraryService& service,
+                                                                       const BucketAccess& access) -> std::optional<Note> {
+                         return changeThenPurge(
+                             cannotChange(title),
+                             [&]() -> std::optional<Note> {
+                                 const auto result = service.changeSubtitles(access, service.video(access, video.folder), change);
+                                 if (!result.oldFilesFailure) return std::nullopt;
+                                 return Note{Note::Kind::other,
+                                             {LibraryWords::oldSubtitlesStayTitle(title),
+                                              LibraryWords::oldSubtitlesStay(*result.oldFilesFailure)},
+                                             *result.oldFilesFailure};
+                             },
+                             [&]() -> std::optional<Note> {
+                                 try {
+                                     service.purge(access, video.prefix, false);
+                                 } catch (const std::exception& error) {
+                                     return Note{Note::Kind::inCache,
+                                                 {LibraryWords::oldSubtitlesInCacheTitle(title),
+                                                  LibraryWords::oldSubtitlesInCache(error.what())},
+                                                 error.what()};
+                                 }
+                                 return std::nullopt;
+                             });
+                     });
+}
+
+void LibraryModel::changeVisibility(const std::vector<LibraryEntry>& entries, VideoVisibility visibility) {
+    runBulk(entries, visibility == VideoVisibility::unlisted ? BulkChange::Action::makeUnlisted : BulkChange::Action::makePublic);
+}
+
+void LibraryModel::remove(const std::vector<LibraryEntry>& entries) { runBulk(entries, BulkChange::Action::remove); }
+
+namespace {
+
+// One section a kind, one line a video.
+std::string bulkReport(const std::vector<std::pair<std::string, Note>>& notes, bool removes) {
+    std::string report;
+    for (const auto kind : {Note::Kind::failed, Note::Kind::oldFolderRemains, Note::Kind::inCache}) {
+        std::vector<std::string> lines;
+        for (const auto& [title, note] : notes) {
+            const auto noteKind = note.kind == Note::Kind::other ? Note::Kind::failed : note.kind;
+            if (noteKind == kind) lines.push_back(fmt::format("\u201c{}\u201d: {}", title, note.detail));
+        }
+        if (lines.empty()) continue;
+        const bool one = lines.size() == 1;
+        std::string heading;
+        switch (kind) {
+            case Note::Kind::failed:
+                heading = fmt::format("Vorlen could not {} {}:", removes ? "delete" : "change", one ? "this video" : "these videos");
+                break;
+            case Note::Kind::oldFolderRemains:
+                heading = "These videos have new links, but Vorlen could not delete all of their old folders. Delete the "
+                          "old folders in the library, so that the old links cannot work:";
+                break;
+            default: heading = "The old files of these videos can stay in the cache:"; break;
+        }
+        report += (report.empty() ? "" : "\n\n") + heading;
+        for (const auto& line : lines) report += "\n" + line;
+    }
+    return report;
+}
+
+}  // namespace
+
+void LibraryModel::runBulk(const std::vector<LibraryEntry>& entries, BulkChange::Action action) {
+    if (bulkChange_ || entries.empty()) return;
+    const bool removes = action == BulkChange::Action::remove;
+    const auto visibility = action == BulkChange::Action::makeUnlisted ? VideoVisibility::unlisted : VideoVisibility::publicVideo;
+    BucketAccess access;
+    try {
+        access = access_();
+    } catch (const std::exception& error) {
+        problem_ = Problem{removes ? "Vorlen Could Not Delete the Videos" : "Vorlen Could Not Change the Videos", error.what()};
+        changed();
+        return;
+    }
+    // Refused videos go straight to the report, and videos that have the visibility
+    // already count as done; the others wait their turn.
+    bulkNotes_.clear();
+    std::vector<std::tuple<std::string, std::string, ChangeWork>> work;  // folder, title, change
+    for (const auto& entry : entries) {
+        if (auto refused = refusal(entry, false)) {
+            bulkNotes_.emplace_back(entry.title, Note{Note::Kind::failed, *refused, refused->message});
+        } else if (removes || entry.visibility != visibility) {
+            work.emplace_back(entry.folder(), entry.title, removes ? removeWork(entry) : moveWork(entry, visibility));
+            changes_[entry.folder()] = Change::waiting;
+        }
+    }
+    const auto count = static_cast<std::int64_t>(entries.size());
+    bulkChange_ = BulkChange{action, count, count - static_cast<std::int64_t>(work.size())};
+    changed();
+    const Change running = removes ? Change::deleting : Change::movingToNewLink;
+    bulkTask_.emplace(Task<void>::spawn([this, work, running, access, service = service_] {
+        for (const auto& [folder, title, change] : work) {
+            onMain([folder, running](LibraryModel& self) {
+                self.changes_[folder] = running;
+                self.changed();
+            });
+            std::optional<Note> note;
+            try {
+                note = change(*service, access);
+            } catch (const Cancelled&) {
+                return;
+            }
+            onMain([folder, title, note](LibraryModel& self) {
+                if (note) self.bulkNotes_.emplace_back(title, *note);
+                ++self.bulkChange_->finished;
+                self.changes_.erase(folder);
+                self.subtitles_.erase(folder);
+                self.changed();
+            });
+        }
+        onMain([](LibraryModel& self) { self.endBulk(); });
+    }));
+}
+
+void LibraryModel::endBulk() {
+    const bool removes = bulkChange_->action == BulkChange::Action::remove;
+    bulkChange_.reset();
+    bulkTask_.reset();
+    if (!bulkNotes_.empty()) problem_ = Problem{removes ? "Not Every Video Was Deleted" : "Not Every Video Was Changed",
+                                                bulkReport(bulkNotes_, removes)};
+    bulkNotes_.clear();
+    if (videosDidChange) videosDidChange();
+    refresh();
 }
 
 std::optional<std::filesystem::path> LibraryModel::thumbnail(const LibraryEntry& entry) {

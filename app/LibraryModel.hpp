@@ -13,6 +13,7 @@
 
 #include "app/LibraryEntry.hpp"
 #include "app/LibraryService.hpp"
+#include "app/PublishService.hpp"
 #include "app/MainQueue.hpp"
 #include "core/base/Task.hpp"
 
@@ -24,13 +25,24 @@ namespace vorlen::app {
 class LibraryModel : public std::enable_shared_from_this<LibraryModel> {
 public:
     // What runs for a folder now.
-    enum class Change { saving, movingToNewLink, changingPoster, deleting };
+    enum class Change { waiting, saving, movingToNewLink, changingPoster, deleting, replacingVideo, changingSubtitles };
     // What remains to be told after a change, or why a change was refused.
     struct Problem {
         std::string title;
         std::string message;
         bool operator==(const Problem&) const = default;
     };
+
+    // What remains after a change: the problem to show, and for a bulk report its
+    // heading (by kind) and the line of the video.
+    struct Note {
+        enum class Kind { failed, oldFolderRemains, inCache, other };
+        Kind kind = Kind::failed;
+        Problem problem;
+        std::string detail;
+    };
+    // The work of a change, on a task.
+    using ChangeWork = std::function<std::optional<Note>(LibraryService&, const BucketAccess&)>;
 
     struct Listing {
         std::vector<LibraryEntry> entries;  // in folder order
@@ -39,8 +51,18 @@ public:
     // How the model reaches the bucket; it may fail (a secret store that does not answer).
     using AccessSource = std::function<BucketAccess()>;
 
-    static std::shared_ptr<LibraryModel> make(std::shared_ptr<LibraryService> service, AccessSource access,
-                                              SiteSummary site, MainQueue& mainQueue);
+    // One change over several videos, one after another.
+    struct BulkChange {
+        enum class Action { makePublic, makeUnlisted, remove };
+        Action action = Action::makePublic;
+        std::int64_t count = 0;
+        std::int64_t finished = 0;
+        bool operator==(const BulkChange&) const = default;
+    };
+
+    // The publish service encodes the new file of a replacement.
+    static std::shared_ptr<LibraryModel> make(std::shared_ptr<LibraryService> service, std::shared_ptr<PublishService> publish,
+                                              AccessSource access, SiteSummary site, MainQueue& mainQueue);
     ~LibraryModel();
 
     const std::optional<Listing>& listing() const { return listing_; }
@@ -67,6 +89,21 @@ public:
     std::optional<Problem> changeVisibility(const LibraryEntry& entry, VideoVisibility visibility, bool fromEditWindow = false);
     std::optional<Problem> changePoster(const LibraryEntry& entry, const std::filesystem::path& image, bool fromEditWindow = false);
     std::optional<Problem> remove(const LibraryEntry& entry, bool fromEditWindow = false);
+    // A frame of the published video at a time in seconds becomes its poster.
+    std::optional<Problem> changePosterToFrame(const LibraryEntry& entry, double seconds, bool fromEditWindow = false);
+    // A new file behind the video: its link, details and poster stay.
+    std::optional<Problem> replaceVideo(const LibraryEntry& entry, const std::filesystem::path& file, bool fromEditWindow = false);
+    // The tracks that the video's manifests declare: absent until known (they load
+    // in the background, and onChange tells when they are there).
+    std::optional<std::vector<PublishedSubtitle>> subtitles(const LibraryEntry& entry);
+    std::optional<Problem> changeSubtitles(const LibraryEntry& entry, const SubtitleChange& change, bool fromEditWindow = false);
+
+    // Bulk changes run the same changes over the selected videos one after another;
+    // bulkChange() counts them, and at the end problem() sums up what did not work.
+    // A bulk change asked for while one runs is ignored.
+    void changeVisibility(const std::vector<LibraryEntry>& entries, VideoVisibility visibility);
+    void remove(const std::vector<LibraryEntry>& entries);
+    const std::optional<BulkChange>& bulkChange() const { return bulkChange_; }
 
     // Shows the cached list when nothing is shown yet, then reads the bucket. A
     // refresh during a reading starts it again, so the list is never older than the request.
@@ -76,17 +113,27 @@ public:
     std::optional<std::filesystem::path> thumbnail(const LibraryEntry& entry);
 
 private:
-    LibraryModel(std::shared_ptr<LibraryService> service, AccessSource access, SiteSummary site, MainQueue& mainQueue)
-        : service_(std::move(service)), access_(std::move(access)), site_(std::move(site)), mainQueue_(mainQueue) {}
+    LibraryModel(std::shared_ptr<LibraryService> service, std::shared_ptr<PublishService> publish, AccessSource access,
+                 SiteSummary site, MainQueue& mainQueue)
+        : service_(std::move(service)),
+          publish_(std::move(publish)),
+          access_(std::move(access)),
+          site_(std::move(site)),
+          mainQueue_(mainQueue) {}
     void changed();
     void onMain(std::function<void(LibraryModel&)> work);
     std::vector<LibraryEntry> entriesFrom(std::vector<LibraryVideo> videos) const;
     void loadNextThumbnail();
-    // Runs work on a task for the entry's folder; `after` (on the main thread) turns its result into a problem.
-    using ChangeWork = std::function<std::optional<Problem>(LibraryService&, const BucketAccess&)>;
+    std::optional<Problem> refusal(const LibraryEntry& entry, bool fromEditWindow) const;
     std::optional<Problem> runChange(const LibraryEntry& entry, Change change, bool fromEditWindow, ChangeWork work);
+    void finishChange(const std::string& folder);
+    ChangeWork moveWork(const LibraryEntry& entry, VideoVisibility visibility) const;
+    ChangeWork removeWork(const LibraryEntry& entry) const;
+    void runBulk(const std::vector<LibraryEntry>& entries, BulkChange::Action action);
+    void endBulk();
 
     std::shared_ptr<LibraryService> service_;
+    std::shared_ptr<PublishService> publish_;
     AccessSource access_;
     SiteSummary site_;
     MainQueue& mainQueue_;
@@ -105,6 +152,12 @@ private:
     std::set<std::string> editedVideos_;
     std::optional<Problem> problem_;
     std::map<std::string, Task<void>> changeTasks_;
+    std::optional<BulkChange> bulkChange_;
+    std::optional<Task<void>> bulkTask_;
+    std::vector<std::pair<std::string, Note>> bulkNotes_;  // by title
+
+    std::map<std::string, std::optional<std::vector<PublishedSubtitle>>> subtitles_;  // by folder
+    std::map<std::string, Task<void>> subtitleTasks_;
 
     std::map<std::string, std::optional<std::filesystem::path>> thumbnails_;  // by poster key; absent: none to show
     std::deque<LibraryVideo> thumbnailQueue_;

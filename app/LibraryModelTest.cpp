@@ -66,6 +66,11 @@ public:
         return {video, std::string("403 AccessDenied")};
     }
     void remove(const BucketAccess&, const LibraryVideo& video) override { change("deleted " + video.folder); }
+    std::vector<PublishedSubtitle> subtitles(const BucketAccess&, const LibraryVideo&) override { return {}; }
+    SubtitleChangeResult changeSubtitles(const BucketAccess&, const LibraryVideo& video, const SubtitleChange&) override {
+        change("subtitles of " + video.folder);
+        return {};
+    }
     void purge(const BucketAccess&, const std::string&, bool) override { throw std::runtime_error("cannot purge"); }
 };
 
@@ -76,9 +81,13 @@ TEST(LibraryModelTest, TheCachedListShowsFirstAndAFailedReadingKeepsTheCurrentOn
     service->current = {video("old", "Old", "2026-01-01T00:00:00Z"), video("new", "New", "2026-02-01T00:00:00Z")};
     SiteSummary site;
     site.pageHost = Hostname::parse("videos.example.com");
-    auto model = LibraryModel::make(service, [site] { return BucketAccess{site, std::nullopt}; }, site, queue);
+    auto model = LibraryModel::make(service, nullptr, [site] { return BucketAccess{site, std::nullopt}; }, site, queue);
+    // A view learns of a reading from its first word on: the list it shows is about to change.
+    std::vector<bool> toldRefreshing;
+    model->onChange([&] { toldRefreshing.push_back(model->isRefreshing()); });
 
     model->refresh();
+    EXPECT_EQ(toldRefreshing, std::vector<bool>{true});
     ASSERT_TRUE(model->listing());
     EXPECT_FALSE(model->listing()->isCurrent);
     EXPECT_EQ(model->listing()->entries.size(), 1u);
@@ -98,7 +107,7 @@ TEST(LibraryModelTest, OneChangeAtATimeForAFolderAndWhatRemainsIsTold) {
     auto service = std::make_shared<ScriptedLibraryService>();
     service->current = {video("a", "Alpha", "2026-01-01T00:00:00Z"), video("b", "Beta", "2026-01-02T00:00:00Z")};
     SiteSummary site;
-    auto model = LibraryModel::make(service, [site] { return BucketAccess{site, std::nullopt}; }, site, queue);
+    auto model = LibraryModel::make(service, nullptr, [site] { return BucketAccess{site, std::nullopt}; }, site, queue);
     int rebuilds = 0;
     model->videosDidChange = [&] { ++rebuilds; };
     model->refresh();
@@ -131,6 +140,44 @@ TEST(LibraryModelTest, OneChangeAtATimeForAFolderAndWhatRemainsIsTold) {
 
     const auto unreadable = LibraryEntry::from({"c", "c/", LibraryVideo::Unreadable{"newer"}, true, std::nullopt}, site);
     EXPECT_TRUE(model->remove(unreadable));
+}
+
+TEST(LibraryModelTest, ABulkChangeRunsOneVideoAfterAnotherAndSumsUpWhatRemains) {
+    PostedQueue queue;
+    auto service = std::make_shared<ScriptedLibraryService>();
+    service->current = {video("a", "Alpha", "2026-01-01T00:00:00Z"), video("b", "Beta", "2026-01-02T00:00:00Z"),
+                        video("c", "Gamma", "2026-01-03T00:00:00Z", VideoVisibility::unlisted)};
+    SiteSummary site;
+    auto model = LibraryModel::make(service, nullptr, [site] { return BucketAccess{site, std::nullopt}; }, site, queue);
+    model->refresh();
+    queue.runUntil([&] { return !model->isRefreshing(); });
+    const auto entries = model->listing()->entries;
+    model->setEditing("b", true);
+
+    service->holdChanges = true;
+    model->changeVisibility(entries, VideoVisibility::unlisted);
+    EXPECT_EQ(model->bulkChange(), (LibraryModel::BulkChange{LibraryModel::BulkChange::Action::makeUnlisted, 3, 2}))
+        << "Beta is refused and Gamma is unlisted already";
+    EXPECT_EQ(model->changes().at("a"), LibraryModel::Change::waiting);
+    EXPECT_TRUE(model->saveDetails(entries[0], VideoDetails("A", std::nullopt, std::nullopt, VideoVisibility::publicVideo)))
+        << "a waiting video is refused other changes";
+    service->release();
+    queue.runUntil([&] { return !model->bulkChange() && !model->isRefreshing(); });
+    EXPECT_EQ(service->changed, std::vector<std::string>{"moved a"});
+    ASSERT_TRUE(model->problem());
+    EXPECT_EQ(model->problem()->message,
+              "Vorlen could not change this video:\n"
+              "\u201cBeta\u201d: Vorlen cannot read the video.json of a video, its edit window is open, or a different "
+              "change of it runs now\n\n"
+              "These videos have new links, but Vorlen could not delete all of their old folders. Delete the old folders in "
+              "the library, so that the old links cannot work:\n\u201cAlpha\u201d: 403 AccessDenied");
+
+    model->setEditing("b", false);
+    model->remove({entries[0], entries[1]});
+    queue.runUntil([&] { return !model->bulkChange() && !model->isRefreshing(); });
+    EXPECT_EQ(service->changed, (std::vector<std::string>{"moved a", "deleted a", "deleted b"}));
+    EXPECT_EQ(model->problem()->message,
+              "The old files of these videos can stay in the cache:\n\u201cAlpha\u201d: cannot purge\n\u201cBeta\u201d: cannot purge");
 }
 
 TEST(LibraryModelTest, EntriesAreOrderedAndSearchedAsPeopleExpect) {

@@ -34,6 +34,10 @@ public:
     // A new visibility is a new link: the video moves to a new folder.
     virtual VideoMove changeVisibility(const BucketAccess& access, const LibraryVideo& video, VideoVisibility visibility) = 0;
     virtual void remove(const BucketAccess& access, const LibraryVideo& video) = 0;
+    // The subtitle tracks that the video's manifests declare now.
+    virtual std::vector<PublishedSubtitle> subtitles(const BucketAccess& access, const LibraryVideo& video) = 0;
+    virtual SubtitleChangeResult changeSubtitles(const BucketAccess& access, const LibraryVideo& video,
+                                                 const SubtitleChange& change) = 0;
     // What the media host's cache keeps of a folder, or only of its poster.jpg,
     // goes; nothing to do for a site without a media zone (a local one).
     virtual void purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly) = 0;

@@ -35,6 +35,43 @@ inline std::string oldPosterInCacheTitle(const std::string& title) {
 inline std::string posterRefusedTitle(const std::string& title) {
     return fmt::format("Cannot Change the Poster of \u201c{}\u201d", title);
 }
+inline std::string oldVideoInCacheTitle(const std::string& title) {
+    return fmt::format("The Old Video of \u201c{}\u201d Can Stay in the Cache", title);
+}
+inline std::string oldVideoInCache(const std::string& failure) {
+    return "The page shows the new video in a few minutes. But Cloudflare can keep copies of the old files for some "
+           "time, and a person who knows their addresses can still download them. " + failure;
+}
+// After a replacement that switched, what did not follow.
+inline std::string replacedWithNotesTitle(const std::string& title) {
+    return fmt::format("\u201c{}\u201d Plays the New Video", title);
+}
+inline std::string replacedRecordFailed(const std::string& failure) {
+    return fmt::format("The new video plays, but the library can still show the length and size of the old video. "
+                       "Replace the video again to finish. ({})", failure);
+}
+inline std::string replacedPosterFailed(const std::string& failure) {
+    return fmt::format("The new video plays, but Vorlen could not give it a poster. Choose a poster in the library. ({})",
+                       failure);
+}
+inline std::string replacedOldFilesStay(const std::string& failure) {
+    return fmt::format("The new video plays, but some files of the old video stay in the folder. Replace the video again "
+                       "to remove them. ({})", failure);
+}
+inline std::string oldSubtitlesStayTitle(const std::string& title) {
+    return fmt::format("The Old Subtitles of \u201c{}\u201d Stay in the Bucket", title);
+}
+inline std::string oldSubtitlesStay(const std::string& failure) {
+    return fmt::format("The player no longer uses them. But a person who knows their addresses can still download them. "
+                       "A new file for the video removes them. ({})", failure);
+}
+inline std::string oldSubtitlesInCacheTitle(const std::string& title) {
+    return fmt::format("The Old Subtitles of \u201c{}\u201d Can Stay in the Cache", title);
+}
+inline std::string oldSubtitlesInCache(const std::string& failure) {
+    return "The player stops using them in a few minutes. But Cloudflare can keep a copy of each file for some time, "
+           "and a person who knows its address can still download it. " + failure;
+}
 inline std::string deleteRefusedTitle(const std::string& title) { return fmt::format("Cannot Delete \u201c{}\u201d", title); }
 
 }  // namespace LibraryWords

@@ -13,6 +13,7 @@
 #include "app/LocalSettings.hpp"
 #include "app/R2Credentials.hpp"
 #include "app/UploadSettings.hpp"
+#include "core/library/VideoReplacement.hpp"
 #include "core/publish/AudioLoudness.hpp"
 #include "core/publish/PosterReviewer.hpp"
 #include "core/publish/PublishProgress.hpp"
@@ -104,6 +105,16 @@ struct PublishedVideo {
     std::optional<double> uploadRate;
 };
 
+// A new file for a published video: its link, details and poster stay.
+struct ReplaceRequest {
+    fs::path source;
+    std::string folder;
+    BucketAccess access;
+    AudioLoudness audioLoudness = AudioLoudness::broadcast;
+    UploadTuning uploadTuning;
+    std::optional<double> expectedUploadRate;
+};
+
 // Inspecting, resolving a folder and publishing, for one site. Calls block and
 // run on a task of the caller; events reach onEvent in order, on the service's thread.
 class PublishService {
@@ -113,6 +124,10 @@ public:
     virtual VideoSubtitle readSubtitle(const fs::path& file) = 0;
     virtual ResolvedFolder resolveFolder(const std::string& name, const BucketAccess& access) = 0;
     virtual PublishedVideo publish(const PublishRequest& request, const std::function<void(const PublishEvent&)>& onEvent) = 0;
+    // Encodes the file and switches the published video to it; the target's
+    // manifests are read before the encoding, so another computer's change meanwhile
+    // stops the switch.
+    virtual VideoReplacement replace(const ReplaceRequest& request, const std::function<void(const JobProgress&)>& onProgress) = 0;
 };
 
 }  // namespace vorlen::app

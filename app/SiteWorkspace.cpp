@@ -205,7 +205,7 @@ std::optional<BucketAccess> SiteWorkspace::readAccess() {
 
 LibraryModel& SiteWorkspace::library() {
     if (!madeLibrary_) {
-        madeLibrary_ = LibraryModel::make(services_.library.library, [this] { return access(); }, local_.settings, mainQueue_);
+        madeLibrary_ = LibraryModel::make(services_.library.library, services_.publish, [this] { return access(); }, local_.settings, mainQueue_);
         // The pages follow every change of the library.
         if (services_.library.catalog) madeLibrary_->videosDidChange = [this] { catalog().requestRebuild(); };
     }

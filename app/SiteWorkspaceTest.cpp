@@ -38,6 +38,9 @@ public:
         resolvedNames.push_back(name);
         return ResolvedFolder{name, name, name + "/"};
     }
+    VideoReplacement replace(const ReplaceRequest&, const std::function<void(const JobProgress&)>&) override {
+        throw std::runtime_error("not replaced here");
+    }
     PublishedVideo publish(const PublishRequest& request, const std::function<void(const PublishEvent&)>& onEvent) override {
         {
             std::lock_guard lock(mutex);

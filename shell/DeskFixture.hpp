@@ -4,6 +4,7 @@
 // site, the window itself, and ways to find its parts, wait for its screens,
 // check its accessible names and save screenshots.
 
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -16,11 +17,13 @@
 #include <QProgressBar>
 #include <QSlider>
 #include <QTest>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "app/CoreServices.hpp"
 #include "app/SecretStore.hpp"
 #include "core/base/Files.hpp"
+#include "core/storage/FolderBucket.hpp"
 #include "shell/Appearance.hpp"
 #include "shell/MainWindow.hpp"
 #include "shell/QtMainQueue.hpp"
@@ -158,6 +161,26 @@ inline void screenshot(QWidget* widget, const QString& name) {
     QTest::qWait(30);
     save("dark");
     applyAppearance(application, ColorScheme::light);
+}
+
+// A published folder without an encode: its record, its master playlist and a poster.
+inline void publish(FolderBucket& bucket, int number, const std::string& posterJpeg) {
+    const std::array<const char*, 4> subjects{"Harbour", "Lighthouse", "Market", "Ferry"};
+    const std::string folder = fmt::format("clip-{:02}", number);
+    const auto created = *parseIso8601("2026-01-15T12:00:00Z") + std::chrono::days(number);
+    VideoMetadata record{VideoDetails(fmt::format("{} {:02}", subjects[std::size_t(number) % subjects.size()], number),
+                                      std::nullopt, std::nullopt,
+                                      number % 3 == 0 ? VideoVisibility::unlisted : VideoVisibility::publicVideo),
+                         PosterFile{"poster-0a1b2c3d.jpg", {640, 360}},
+                         60.0 + number,
+                         PixelSize{640, 360},
+                         created,
+                         created,
+                         std::nullopt,
+                         std::nullopt};
+    bucket.put(folder + "/poster-0a1b2c3d.jpg", RequestBody::bytes(posterJpeg), {});
+    bucket.put(folder + "/video.json", RequestBody::bytes(record.encoded()), {});
+    bucket.put(folder + "/master.m3u8", RequestBody::bytes("#EXTM3U\n"), {});
 }
 
 // A 320x180 clip of three seconds with a stereo tone.

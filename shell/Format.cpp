@@ -46,6 +46,16 @@ QString stage(app::JobStage stage) {
     return {};
 }
 
+QString change(app::LibraryModel::Change change) {
+    switch (change) {
+        case app::LibraryModel::Change::saving: return "Saving\u2026";
+        case app::LibraryModel::Change::movingToNewLink: return "Moving to a new link\u2026";
+        case app::LibraryModel::Change::changingPoster: return "Changing the poster\u2026";
+        case app::LibraryModel::Change::deleting: return "Deleting\u2026";
+    }
+    return {};
+}
+
 QString channels(std::optional<std::int64_t> count) {
     if (!count || *count == 0) return "No audio";
     if (*count == 1) return "Mono";

@@ -5,6 +5,7 @@
 
 #include <QString>
 
+#include "app/LibraryModel.hpp"
 #include "app/PublishService.hpp"
 #include "core/base/Dates.hpp"
 
@@ -23,6 +24,8 @@ QString bytes(std::uint64_t count);
 QString rate(double bytesPerSecond);
 // "Encoding", "Packaging", "Reviewing the poster", "Uploading"
 QString stage(app::JobStage stage);
+// "Saving…", "Moving to a new link…": what runs for a video of the library
+QString change(app::LibraryModel::Change change);
 // "Stereo", "Mono", "6 channels", "No audio"
 QString channels(std::optional<std::int64_t> count);
 // "English" from "en"; the tag itself when it names no language

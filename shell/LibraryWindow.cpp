@@ -1,6 +1,8 @@
 #include "shell/LibraryWindow.hpp"
 
 #include <QAbstractTableModel>
+#include <QAction>
+#include <QApplication>
 #include <QComboBox>
 #include <QDesktopServices>
 #include <QHBoxLayout>
@@ -18,6 +20,8 @@
 
 #include "shell/Appearance.hpp"
 #include "shell/Format.hpp"
+#include "shell/LibraryDialogs.hpp"
+#include "shell/VideoEditWindow.hpp"
 
 namespace vorlen::shell {
 
@@ -67,9 +71,9 @@ public:
         rows_ = std::move(rows);
         endResetModel();
     }
-    // A poster may have arrived: the view repaints the pictures it shows.
-    void picturesChanged() {
-        if (!rows_.empty()) dataChanged(index(0, poster), index(int(rows_.size()) - 1, poster), {Qt::DecorationRole});
+    // A poster may have arrived or a change begun or ended: the view repaints the rows it shows.
+    void cellsChanged() {
+        if (!rows_.empty()) dataChanged(index(0, poster), index(int(rows_.size()) - 1, columns - 1));
     }
     const app::LibraryEntry& entry(int row) const { return rows_[std::size_t(row)]; }
 
@@ -98,7 +102,11 @@ public:
         // An unreadable record says only why.
         if (isUnreadable) return index.column() == title ? text(*row.problem) : QVariant();
         switch (index.column()) {
-        case title: return text(row.title);
+        case title: {
+            const auto running = library_.changes().find(row.folder());
+            if (running == library_.changes().end()) return text(row.title);
+            return text(row.title) + "  \u00b7  " + format::change(running->second);
+        }
         case duration: return row.duration ? format::clock(*row.duration) : QVariant();
         case visibility:
             if (!row.visibility) return {};
@@ -184,6 +192,32 @@ LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWid
     header->resizeSection(Table::date, 120);
     layout->addWidget(list_, 1);
 
+    // What the selected row allows, as buttons under the list and as the list's context menu.
+    auto action = [this](const QString& words, const QString& name) {
+        auto* made = new QAction(words, this);
+        made->setObjectName(name);
+        list_->addAction(made);
+        return made;
+    };
+    edit_ = action("Edit\u2026", "Edit the selected video");
+    openPage_ = action("Open Page", "Open the selected video's page");
+    makePublic_ = action("Make Public", "Make the selected video public");
+    makeUnlisted_ = action("Make Unlisted", "Make the selected video unlisted");
+    delete_ = action("Delete\u2026", "Delete the selected video");
+    list_->setContextMenuPolicy(Qt::ActionsContextMenu);
+    auto* actions = new QHBoxLayout;
+    actions->setSpacing(8);
+    for (QAction* each : {edit_, openPage_, makePublic_, makeUnlisted_, delete_}) {
+        auto* button = new QPushButton(each->text());
+        button->setAccessibleName(each->objectName());
+        button->setAutoDefault(false);
+        QObject::connect(button, &QPushButton::clicked, each, &QAction::trigger);
+        QObject::connect(each, &QAction::changed, button, [button, each] { button->setEnabled(each->isEnabled()); });
+        actions->addWidget(button);
+        if (each == openPage_) actions->addStretch(1);
+    }
+    layout->addLayout(actions);
+
     auto* footer = new QHBoxLayout;
     count_ = new QLabel;
     count_->setAccessibleName("Count");
@@ -200,9 +234,18 @@ LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWid
     QObject::connect(search_, &QLineEdit::textChanged, this, &LibraryWindow::arrange);
     QObject::connect(order_, &QComboBox::currentIndexChanged, this, &LibraryWindow::arrange);
     QObject::connect(refresh, &QPushButton::clicked, this, [this] { library().refresh(); });
-    QObject::connect(list_, &QTableView::activated, this, [this](const QModelIndex& index) {
-        QDesktopServices::openUrl(QUrl(text(table_->entry(index.row()).page)));
+    QObject::connect(list_, &QTableView::activated, this,
+                     [this](const QModelIndex& index) { openEditor(table_->entry(index.row()).folder()); });
+    QObject::connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &LibraryWindow::enableActions);
+    QObject::connect(edit_, &QAction::triggered, this, [this] {
+        if (const auto entry = selectedEntry()) openEditor(entry->folder());
     });
+    QObject::connect(openPage_, &QAction::triggered, this, [this] {
+        if (const auto entry = selectedEntry()) QDesktopServices::openUrl(QUrl(text(entry->page)));
+    });
+    QObject::connect(makePublic_, &QAction::triggered, this, [this] { changeVisibility(VideoVisibility::publicVideo); });
+    QObject::connect(makeUnlisted_, &QAction::triggered, this, [this] { changeVisibility(VideoVisibility::unlisted); });
+    QObject::connect(delete_, &QAction::triggered, this, &LibraryWindow::removeSelected);
     auto* findKey = new QShortcut(QKeySequence::Find, this);
     QObject::connect(findKey, &QShortcut::activated, search_, [this] { search_->setFocus(Qt::ShortcutFocusReason); });
     auto* refreshKey = new QShortcut(QKeySequence::Refresh, this);
@@ -216,10 +259,14 @@ LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWid
     library().onChange([window] {
         if (window) window->libraryChanged();
     });
+    enableActions();
     library().refresh();
 }
 
 void LibraryWindow::closeEvent(QCloseEvent* event) {
+    // The edit windows belong to this one.
+    for (auto* child : findChildren<QWidget*>(Qt::FindDirectChildrenOnly))
+        if (auto* editor = dynamic_cast<VideoEditWindow*>(child)) editor->close();
     if (onClosed) onClosed();
     QWidget::closeEvent(event);
 }
@@ -229,9 +276,68 @@ void LibraryWindow::libraryChanged() {
         shownListing_ = library().listingGeneration();
         arrange();
     } else {
-        table_->picturesChanged();
+        table_->cellsChanged();
     }
+    enableActions();
     showStatus();
+    showProblem();
+}
+
+VideoEditWindow* LibraryWindow::openEditor(const std::string& folder) {
+    VideoEditWindow* editor = nullptr;
+    for (auto* child : findChildren<QWidget*>(Qt::FindDirectChildrenOnly))
+        if (auto* open = dynamic_cast<VideoEditWindow*>(child); open && open->isVisible() && open->folder() == folder) editor = open;
+    if (!editor) {
+        editor = new VideoEditWindow(workspace_, folder, this);
+        editor->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    editor->show();
+    editor->raise();
+    editor->activateWindow();
+    return editor;
+}
+
+void LibraryWindow::showProblem() {
+    const auto problem = library().problem();
+    if (!problem) return;
+    library().dismissProblem();
+    // Over the window the person works in: this one or one of its edit windows.
+    QWidget* over = this;
+    if (auto* active = QApplication::activeWindow(); active && active->parentWidget() == this) over = active;
+    libraryDialogs::tell(over, text(problem->title), text(problem->message));
+}
+
+std::optional<app::LibraryEntry> LibraryWindow::selectedEntry() const {
+    const auto rows = list_->selectionModel()->selectedRows();
+    if (rows.size() != 1) return std::nullopt;
+    return table_->entry(rows.front().row());
+}
+
+void LibraryWindow::enableActions() {
+    const auto selected = selectedEntry();
+    edit_->setEnabled(selected.has_value());
+    openPage_->setEnabled(selected.has_value());
+    // A video that has a visibility already is not offered it again.
+    makePublic_->setEnabled(selected && selected->visibility != VideoVisibility::publicVideo);
+    makeUnlisted_->setEnabled(selected && selected->visibility != VideoVisibility::unlisted);
+    delete_->setEnabled(selected.has_value());
+}
+
+void LibraryWindow::changeVisibility(VideoVisibility visibility) {
+    const auto entry = selectedEntry();
+    if (!entry || entry->visibility == visibility) return;
+    libraryDialogs::confirmVisibility(this, *entry, visibility, [this, entry = *entry, visibility] {
+        if (const auto refusal = library().changeVisibility(entry, visibility))
+            libraryDialogs::tell(this, text(refusal->title), text(refusal->message));
+    });
+}
+
+void LibraryWindow::removeSelected() {
+    const auto entry = selectedEntry();
+    if (!entry) return;
+    libraryDialogs::confirmDeletion(this, *entry, [this, entry = *entry] {
+        if (const auto refusal = library().remove(entry)) libraryDialogs::tell(this, text(refusal->title), text(refusal->message));
+    });
 }
 
 void LibraryWindow::arrange() {

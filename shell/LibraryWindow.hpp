@@ -3,17 +3,22 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include <QWidget>
 
 #include "app/SiteWorkspace.hpp"
 
+class QAction;
 class QComboBox;
 class QLabel;
 class QLineEdit;
 class QTableView;
 
 namespace vorlen::shell {
+
+class VideoEditWindow;
 
 // The published videos of one site in a window of their own: the list this
 // computer saw last at once, then the bucket's current one, with the posters
@@ -26,6 +31,8 @@ public:
     std::function<void()> onClosed;
 
     QTableView* list() const { return list_; }
+    // The edit window of a video, made or brought to the front.
+    VideoEditWindow* openEditor(const std::string& folder);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -37,6 +44,11 @@ private:
     void libraryChanged();
     void arrange();
     void showStatus();
+    void showProblem();
+    std::optional<app::LibraryEntry> selectedEntry() const;
+    void enableActions();
+    void changeVisibility(VideoVisibility visibility);
+    void removeSelected();
 
     std::shared_ptr<app::SiteWorkspace> workspace_;
     // The model's listing on show, so that progress alone does not arrange the rows again.
@@ -47,6 +59,11 @@ private:
     QTableView* list_;
     QLabel* count_;
     QLabel* status_;
+    QAction* edit_;
+    QAction* openPage_;
+    QAction* makePublic_;
+    QAction* makeUnlisted_;
+    QAction* delete_;
 };
 
 }  // namespace vorlen::shell

@@ -1,15 +1,11 @@
 #include "shell/LibraryWindow.hpp"
 
-#include <array>
-
 #include <QLabel>
 #include <QLineEdit>
 #include <QComboBox>
 #include <QTableView>
-#include <fmt/format.h>
 
 #include "app/SiteStorage.hpp"
-#include "core/storage/FolderBucket.hpp"
 #include "shell/DeskFixture.hpp"
 
 namespace vorlen::shell {
@@ -17,26 +13,6 @@ namespace vorlen::shell {
 namespace {
 
 enum Column { poster, title, duration, visibility, date };
-
-// A published folder without an encode: its record, its master playlist and a poster.
-void publish(FolderBucket& bucket, int number, const std::string& posterJpeg) {
-    const std::array<const char*, 4> subjects{"Harbour", "Lighthouse", "Market", "Ferry"};
-    const std::string folder = fmt::format("clip-{:02}", number);
-    const auto created = *parseIso8601("2026-01-15T12:00:00Z") + std::chrono::days(number);
-    VideoMetadata record{VideoDetails(fmt::format("{} {:02}", subjects[std::size_t(number) % subjects.size()], number),
-                                      std::nullopt, std::nullopt,
-                                      number % 3 == 0 ? VideoVisibility::unlisted : VideoVisibility::publicVideo),
-                         PosterFile{"poster-0a1b2c3d.jpg", {640, 360}},
-                         60.0 + number,
-                         PixelSize{640, 360},
-                         created,
-                         created,
-                         std::nullopt,
-                         std::nullopt};
-    bucket.put(folder + "/poster-0a1b2c3d.jpg", RequestBody::bytes(posterJpeg), {});
-    bucket.put(folder + "/video.json", RequestBody::bytes(record.encoded()), {});
-    bucket.put(folder + "/master.m3u8", RequestBody::bytes("#EXTM3U\n"), {});
-}
 
 QString labelText(QWidget* window, const QString& name) {
     for (auto* label : window->findChildren<QLabel*>())

@@ -1,0 +1,319 @@
+#include "shell/VideoEditWindow.hpp"
+
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QDesktopServices>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPixmap>
+#include <QPointer>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QShortcut>
+#include <QUrl>
+#include <QVBoxLayout>
+
+#include "shell/Appearance.hpp"
+#include "shell/Format.hpp"
+#include "shell/LibraryDialogs.hpp"
+
+namespace vorlen::shell {
+
+namespace {
+
+const QSize posterSize(192, 108);
+
+QString text(const std::string& value) { return QString::fromStdString(value); }
+
+QLabel* wrapped(const QString& words, const char* role) {
+    auto* made = new QLabel(words);
+    made->setWordWrap(true);
+    setRole(made, role);
+    return made;
+}
+
+QPushButton* plainButton(const QString& words) {
+    auto* made = new QPushButton(words);
+    made->setAutoDefault(false);
+    return made;
+}
+
+// What a folder without a record counts as: its name for a title, public.
+VideoDetails detailsOf(const app::LibraryEntry& entry) {
+    if (const auto* metadata = entry.video.metadata()) return metadata->details;
+    return VideoDetails(entry.folder(), std::nullopt, std::nullopt, entry.visibility.value_or(VideoVisibility::publicVideo));
+}
+
+}  // namespace
+
+VideoEditWindow::VideoEditWindow(std::shared_ptr<app::SiteWorkspace> workspace, std::string folder, QWidget* parent)
+    : QWidget(parent, Qt::Window), workspace_(std::move(workspace)), folder_(std::move(folder)) {
+    setObjectName("videoEdit");
+    resize(640, 640);
+    setMinimumSize(560, 520);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(20, 20, 20, 16);
+    layout->setSpacing(14);
+
+    auto* top = new QHBoxLayout;
+    top->setSpacing(16);
+    poster_ = new QLabel;
+    poster_->setAccessibleName("Poster");
+    poster_->setFixedSize(posterSize);
+    poster_->setAlignment(Qt::AlignCenter);
+    top->addWidget(poster_, 0, Qt::AlignTop);
+    auto* facts = new QVBoxLayout;
+    facts->setSpacing(6);
+    heading_ = wrapped("", "subheading");
+    link_ = wrapped("", "secondary");
+    link_->setAccessibleName("Page address");
+    link_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    openPage_ = plainButton("Open Page");
+    facts->addWidget(heading_);
+    facts->addWidget(link_);
+    facts->addWidget(openPage_, 0, Qt::AlignLeft);
+    facts->addStretch(1);
+    top->addLayout(facts, 1);
+    layout->addLayout(top);
+
+    status_ = wrapped("", "secondary");
+    status_->setAccessibleName("Status");
+    status_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    layout->addWidget(status_);
+
+    auto* form = new QFormLayout;
+    form->setLabelAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    form->setHorizontalSpacing(14);
+    form->setVerticalSpacing(10);
+    form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+    title_ = new QLineEdit;
+    title_->setAccessibleName("Title");
+    form->addRow("Title:", title_);
+    reference_ = new QLineEdit;
+    reference_->setAccessibleName("Reference");
+    reference_->setPlaceholderText("Optional: your own number or code for this video");
+    form->addRow("Reference:", reference_);
+    description_ = new QPlainTextEdit;
+    description_->setAccessibleName("Description");
+    description_->setPlaceholderText("Optional");
+    description_->setTabChangesFocus(true);
+    description_->setFixedHeight(96);
+    form->addRow("Description:", description_);
+    save_ = new QPushButton("Save");
+    save_->setAccessibleName("Save the details");
+    setRole(save_, "primary");
+    save_->setAutoDefault(true);
+    auto* saveRow = new QHBoxLayout;
+    saveRow->addWidget(wrapped("The link stays when the details change.", "secondary"), 1);
+    saveRow->addWidget(save_);
+    form->addRow(QString(), saveRow);
+    form->addItem(new QSpacerItem(0, 6));
+
+    // The same words as when the video was published.
+    visibility_ = new QComboBox;
+    visibility_->setAccessibleName("Visibility");
+    visibility_->addItem("Public: listed on the site", int(VideoVisibility::publicVideo));
+    visibility_->addItem("Unlisted: only people with the link", int(VideoVisibility::unlisted));
+    auto* visibilityRow = new QVBoxLayout;
+    visibilityRow->setSpacing(4);
+    visibilityRow->addWidget(visibility_, 0, Qt::AlignLeft);
+    visibilityRow->addWidget(wrapped("A new visibility gives the video a new link.", "secondary"));
+    form->addRow("Visibility:", visibilityRow);
+    form->addItem(new QSpacerItem(0, 6));
+
+    posterImage_ = plainButton("Choose an Image File\u2026");
+    posterImage_->setAccessibleName("Choose an image file as the poster");
+    auto* posterRow = new QHBoxLayout;
+    posterRow->addWidget(posterImage_);
+    posterRow->addStretch(1);
+    form->addRow("Poster:", posterRow);
+    layout->addLayout(form);
+    layout->addStretch(1);
+
+    auto* bottom = new QHBoxLayout;
+    bottom->addStretch(1);
+    delete_ = plainButton("Delete\u2026");
+    delete_->setAccessibleName("Delete the video");
+    bottom->addWidget(delete_);
+    layout->addLayout(bottom);
+
+    QObject::connect(openPage_, &QPushButton::clicked, this, [this] { QDesktopServices::openUrl(QUrl(text(entry_.page))); });
+    QObject::connect(title_, &QLineEdit::textChanged, this, &VideoEditWindow::enableControls);
+    QObject::connect(reference_, &QLineEdit::textChanged, this, &VideoEditWindow::enableControls);
+    QObject::connect(description_, &QPlainTextEdit::textChanged, this, &VideoEditWindow::enableControls);
+    QObject::connect(title_, &QLineEdit::returnPressed, this, &VideoEditWindow::save);
+    QObject::connect(save_, &QPushButton::clicked, this, &VideoEditWindow::save);
+    QObject::connect(visibility_, &QComboBox::activated, this,
+                     [this](int index) { askVisibility(VideoVisibility(visibility_->itemData(index).toInt())); });
+    QObject::connect(posterImage_, &QPushButton::clicked, this, [this] {
+        chooseFile("Choose an Image File", {"Images (*.jpg *.jpeg *.png *.webp *.tif *.tiff *.heic *.gif)"},
+                   [this](const std::filesystem::path& image) { report(library().changePoster(entry_, image, true)); });
+    });
+    QObject::connect(delete_, &QPushButton::clicked, this, &VideoEditWindow::askDelete);
+    auto* saveKey = new QShortcut(QKeySequence::Save, this);
+    QObject::connect(saveKey, &QShortcut::activated, this, &VideoEditWindow::save);
+    auto* closeKey = new QShortcut(QKeySequence::Close, this);
+    QObject::connect(closeKey, &QShortcut::activated, this, &QWidget::close);
+
+    library().setEditing(folder_, true);
+    isEditing_ = true;
+    findVideo();
+    showEntry();
+    title_->setFocus();
+    QPointer<VideoEditWindow> window(this);
+    library().onChange([window] {
+        if (window) window->libraryChanged();
+    });
+}
+
+VideoEditWindow::~VideoEditWindow() { stopEditing(); }
+
+void VideoEditWindow::closeEvent(QCloseEvent* event) {
+    stopEditing();
+    QWidget::closeEvent(event);
+}
+
+void VideoEditWindow::stopEditing() {
+    if (isEditing_) library().setEditing(folder_, false);
+    isEditing_ = false;
+}
+
+void VideoEditWindow::libraryChanged() {
+    // A closed window waits only for its deletion.
+    if (!isEditing_) return;
+    const auto& library = this->library();
+    // The list that follows this window's change is read: the fields show the record as it is now.
+    if (!library.changes().contains(folder_) && !library.isRefreshing()) {
+        waitsForListing_ = false;
+        if (!findVideo()) return void(close());
+    }
+    showEntry();
+}
+
+bool VideoEditWindow::findVideo() {
+    const auto& listing = library().listing();
+    if (!listing) return true;
+    const auto& entries = listing->entries;
+    if (const auto found = std::find_if(entries.begin(), entries.end(), [&](const auto& entry) { return entry.folder() == folder_; });
+        found != entries.end()) {
+        entry_ = *found;
+        move_.reset();
+        return true;
+    }
+    if (!listing->isCurrent) return true;
+    // A move keeps the record's date: the one video of the new visibility with that date is this one.
+    if (move_ && move_->created) {
+        std::vector<const app::LibraryEntry*> moved;
+        for (const auto& entry : entries)
+            if (entry.created == move_->created && entry.visibility == move_->visibility) moved.push_back(&entry);
+        if (moved.size() == 1) {
+            stopEditing();
+            folder_ = moved.front()->folder();
+            entry_ = *moved.front();
+            library().setEditing(folder_, true);
+            isEditing_ = true;
+            move_.reset();
+            return true;
+        }
+    }
+    return false;
+}
+
+void VideoEditWindow::showEntry() {
+    setWindowTitle(text(entry_.title) + " \u2014 Edit");
+    heading_->setText(text(entry_.title));
+    link_->setText(text(entry_.page));
+    const auto thumbnail = library().thumbnail(entry_);
+    const QPixmap picture = thumbnail ? QPixmap(QString::fromStdString(thumbnail->string())) : QPixmap();
+    if (picture.isNull()) {
+        poster_->setPixmap({});
+        poster_->setText(entry_.video.metadata() && entry_.video.metadata()->poster ? "\u2026" : "No poster");
+        setRole(poster_, "secondary");
+    } else {
+        poster_->setPixmap(picture.scaled(posterSize, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    }
+
+    if (entry_.record != app::LibraryEntry::Record::unreadable) {
+        const auto details = detailsOf(entry_);
+        if (details != shownDetails_) {
+            shownDetails_ = details;
+            title_->setText(text(details.title()));
+            reference_->setText(text(details.reference().value_or("")));
+            description_->setPlainText(text(details.description().value_or("")));
+        }
+    }
+    visibility_->setCurrentIndex(entry_.visibility ? visibility_->findData(int(*entry_.visibility)) : -1);
+
+    const auto& changes = library().changes();
+    const auto running = changes.find(folder_);
+    if (entry_.problem) {
+        setRole(status_, "error");
+        status_->setText("Vorlen cannot change this video: its video.json cannot be read. " + text(*entry_.problem));
+    } else {
+        setRole(status_, "secondary");
+        status_->setText(running != changes.end() ? format::change(running->second)
+                         : waitsForListing_       ? "Reading the library\u2026"
+                                                  : QString());
+    }
+    status_->setVisible(!status_->text().isEmpty());
+    enableControls();
+}
+
+VideoDetails VideoEditWindow::typedDetails() const {
+    return VideoDetails(title_->text().toStdString(), reference_->text().toStdString(),
+                        description_->toPlainText().toStdString(), detailsOf(entry_).visibility());
+}
+
+void VideoEditWindow::enableControls() {
+    const bool canChange = !entry_.problem && !waitsForListing_ && !library().changes().contains(folder_);
+    for (QWidget* control : std::initializer_list<QWidget*>{title_, reference_, description_, visibility_, posterImage_, delete_})
+        control->setEnabled(canChange);
+    save_->setEnabled(canChange && !typedDetails().title().empty() &&
+                      (typedDetails() != shownDetails_ || entry_.record == app::LibraryEntry::Record::missing));
+}
+
+void VideoEditWindow::report(const std::optional<app::LibraryModel::Problem>& refusal) {
+    if (!refusal) {
+        waitsForListing_ = true;
+        return showEntry();
+    }
+    libraryDialogs::tell(this, text(refusal->title), text(refusal->message));
+    showEntry();
+}
+
+void VideoEditWindow::save() {
+    if (!save_->isEnabled()) return;
+    report(library().saveDetails(entry_, typedDetails(), true));
+}
+
+void VideoEditWindow::askVisibility(VideoVisibility visibility) {
+    // The choice shows the video's visibility until the move is done.
+    showEntry();
+    if (entry_.visibility == visibility) return;
+    libraryDialogs::confirmVisibility(this, entry_, visibility, [this, visibility] {
+        const auto refusal = library().changeVisibility(entry_, visibility, true);
+        if (!refusal) move_ = Move{entry_.created, visibility};
+        report(refusal);
+    });
+}
+
+void VideoEditWindow::chooseFile(const QString& title, const QStringList& nameFilters,
+                                 std::function<void(const std::filesystem::path&)> onChosen) {
+    auto* dialog = new QFileDialog(this, title);
+    dialog->setFileMode(QFileDialog::ExistingFile);
+    dialog->setNameFilters(nameFilters + QStringList{"All files (*)"});
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(dialog, &QFileDialog::fileSelected, this,
+                     [onChosen = std::move(onChosen)](const QString& file) { onChosen(file.toStdString()); });
+    dialog->open();
+}
+
+void VideoEditWindow::askDelete() {
+    libraryDialogs::confirmDeletion(this, entry_, [this] { report(library().remove(entry_, true)); });
+}
+
+}  // namespace vorlen::shell
