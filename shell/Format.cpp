@@ -48,10 +48,13 @@ QString stage(app::JobStage stage) {
 
 QString change(app::LibraryModel::Change change) {
     switch (change) {
+        case app::LibraryModel::Change::waiting: return "Waiting\u2026";
         case app::LibraryModel::Change::saving: return "Saving\u2026";
         case app::LibraryModel::Change::movingToNewLink: return "Moving to a new link\u2026";
         case app::LibraryModel::Change::changingPoster: return "Changing the poster\u2026";
         case app::LibraryModel::Change::deleting: return "Deleting\u2026";
+        case app::LibraryModel::Change::replacingVideo: return "Replacing the video\u2026";
+        case app::LibraryModel::Change::changingSubtitles: return "Changing the subtitles\u2026";
     }
     return {};
 }

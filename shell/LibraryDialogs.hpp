@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <vector>
 
 #include <QString>
 
@@ -16,10 +17,14 @@ namespace libraryDialogs {
 
 // What a change left to be told, or why it was refused.
 void tell(QWidget* over, const QString& title, const QString& message);
-// A new visibility is a new link: the person hears so before anything moves.
-void confirmVisibility(QWidget* over, const app::LibraryEntry& entry, VideoVisibility visibility, std::function<void()> onConfirmed);
-// A deletion names the video and cannot be undone.
-void confirmDeletion(QWidget* over, const app::LibraryEntry& entry, std::function<void()> onConfirmed);
+// Asks before a change; onConfirmed runs when the person presses the action's button.
+void confirm(QWidget* over, const QString& title, const QString& message, const QString& action,
+             std::function<void()> onConfirmed);
+// A new visibility is a new link for each video: the person hears so before anything moves.
+void confirmVisibility(QWidget* over, const std::vector<app::LibraryEntry>& entries, VideoVisibility visibility,
+                       std::function<void()> onConfirmed);
+// A deletion names the video, or counts the videos, and cannot be undone.
+void confirmDeletion(QWidget* over, const std::vector<app::LibraryEntry>& entries, std::function<void()> onConfirmed);
 
 }  // namespace libraryDialogs
 

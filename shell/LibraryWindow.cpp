@@ -38,6 +38,15 @@ QString progressText(const LibraryReadProgress& progress) {
     return QString("Reading %1 of %2").arg(reading.read).arg(format::counted(reading.total, "record"));
 }
 
+// "Making videos unlisted: 1 of 3"
+QString bulkText(const app::LibraryModel::BulkChange& bulk) {
+    using Action = app::LibraryModel::BulkChange::Action;
+    const char* doing = bulk.action == Action::makePublic     ? "Making videos public"
+                        : bulk.action == Action::makeUnlisted ? "Making videos unlisted"
+                                                              : "Deleting videos";
+    return QString("%1: %2 of %3").arg(doing).arg(bulk.finished).arg(bulk.count);
+}
+
 // The frame a row shows until its poster is on this computer, in the colours of the scheme.
 QPixmap placeholder() {
     const QString key = QString("library-placeholder-%1").arg(int(currentColorScheme()));
@@ -171,7 +180,7 @@ LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWid
     list_->setModel(table_);
     list_->setIconSize(pictureSize);
     list_->setSelectionBehavior(QAbstractItemView::SelectRows);
-    list_->setSelectionMode(QAbstractItemView::SingleSelection);
+    list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
     list_->setEditTriggers(QAbstractItemView::NoEditTriggers);
     list_->setTabKeyNavigation(false);
     list_->setShowGrid(false);
@@ -192,18 +201,18 @@ LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWid
     header->resizeSection(Table::date, 120);
     layout->addWidget(list_, 1);
 
-    // What the selected row allows, as buttons under the list and as the list's context menu.
+    // What the selected rows allow, as buttons under the list and as the list's context menu.
     auto action = [this](const QString& words, const QString& name) {
         auto* made = new QAction(words, this);
         made->setObjectName(name);
         list_->addAction(made);
         return made;
     };
-    edit_ = action("Edit\u2026", "Edit the selected video");
-    openPage_ = action("Open Page", "Open the selected video's page");
-    makePublic_ = action("Make Public", "Make the selected video public");
-    makeUnlisted_ = action("Make Unlisted", "Make the selected video unlisted");
-    delete_ = action("Delete\u2026", "Delete the selected video");
+    edit_ = action("Edit\u2026", "Edit the video");
+    openPage_ = action("Open Page", "Open the video's page");
+    makePublic_ = action("Make Public", "Make the selected videos public");
+    makeUnlisted_ = action("Make Unlisted", "Make the selected videos unlisted");
+    delete_ = action("Delete\u2026", "Delete the selected videos");
     list_->setContextMenuPolicy(Qt::ActionsContextMenu);
     auto* actions = new QHBoxLayout;
     actions->setSpacing(8);
@@ -237,12 +246,9 @@ LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWid
     QObject::connect(list_, &QTableView::activated, this,
                      [this](const QModelIndex& index) { openEditor(table_->entry(index.row()).folder()); });
     QObject::connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &LibraryWindow::enableActions);
-    QObject::connect(edit_, &QAction::triggered, this, [this] {
-        if (const auto entry = selectedEntry()) openEditor(entry->folder());
-    });
-    QObject::connect(openPage_, &QAction::triggered, this, [this] {
-        if (const auto entry = selectedEntry()) QDesktopServices::openUrl(QUrl(text(entry->page)));
-    });
+    QObject::connect(edit_, &QAction::triggered, this, [this] { openEditor(selectedEntries().front().folder()); });
+    QObject::connect(openPage_, &QAction::triggered, this,
+                     [this] { QDesktopServices::openUrl(QUrl(text(selectedEntries().front().page))); });
     QObject::connect(makePublic_, &QAction::triggered, this, [this] { changeVisibility(VideoVisibility::publicVideo); });
     QObject::connect(makeUnlisted_, &QAction::triggered, this, [this] { changeVisibility(VideoVisibility::unlisted); });
     QObject::connect(delete_, &QAction::triggered, this, &LibraryWindow::removeSelected);
@@ -307,37 +313,40 @@ void LibraryWindow::showProblem() {
     libraryDialogs::tell(over, text(problem->title), text(problem->message));
 }
 
-std::optional<app::LibraryEntry> LibraryWindow::selectedEntry() const {
-    const auto rows = list_->selectionModel()->selectedRows();
-    if (rows.size() != 1) return std::nullopt;
-    return table_->entry(rows.front().row());
+std::vector<app::LibraryEntry> LibraryWindow::selectedEntries() const {
+    std::vector<app::LibraryEntry> entries;
+    for (const auto& index : list_->selectionModel()->selectedRows()) entries.push_back(table_->entry(index.row()));
+    return entries;
 }
 
 void LibraryWindow::enableActions() {
-    const auto selected = selectedEntry();
-    edit_->setEnabled(selected.has_value());
-    openPage_->setEnabled(selected.has_value());
-    // A video that has a visibility already is not offered it again.
-    makePublic_->setEnabled(selected && selected->visibility != VideoVisibility::publicVideo);
-    makeUnlisted_->setEnabled(selected && selected->visibility != VideoVisibility::unlisted);
-    delete_->setEnabled(selected.has_value());
+    const auto selected = selectedEntries();
+    const bool isOne = selected.size() == 1;
+    edit_->setEnabled(isOne);
+    openPage_->setEnabled(isOne);
+    auto anyNot = [&](VideoVisibility visibility) {
+        return std::any_of(selected.begin(), selected.end(), [&](const auto& entry) { return entry.visibility != visibility; });
+    };
+    // One bulk change at a time.
+    const bool canChange = !library().bulkChange();
+    makePublic_->setEnabled(canChange && anyNot(VideoVisibility::publicVideo));
+    makeUnlisted_->setEnabled(canChange && anyNot(VideoVisibility::unlisted));
+    delete_->setEnabled(canChange && !selected.empty());
 }
 
 void LibraryWindow::changeVisibility(VideoVisibility visibility) {
-    const auto entry = selectedEntry();
-    if (!entry || entry->visibility == visibility) return;
-    libraryDialogs::confirmVisibility(this, *entry, visibility, [this, entry = *entry, visibility] {
-        if (const auto refusal = library().changeVisibility(entry, visibility))
-            libraryDialogs::tell(this, text(refusal->title), text(refusal->message));
-    });
+    auto entries = selectedEntries();
+    // A video that has the visibility already stays where it is.
+    std::erase_if(entries, [&](const auto& entry) { return entry.visibility == visibility; });
+    if (entries.empty()) return;
+    libraryDialogs::confirmVisibility(this, entries, visibility,
+                                      [this, entries, visibility] { library().changeVisibility(entries, visibility); });
 }
 
 void LibraryWindow::removeSelected() {
-    const auto entry = selectedEntry();
-    if (!entry) return;
-    libraryDialogs::confirmDeletion(this, *entry, [this, entry = *entry] {
-        if (const auto refusal = library().remove(entry)) libraryDialogs::tell(this, text(refusal->title), text(refusal->message));
-    });
+    const auto entries = selectedEntries();
+    if (entries.empty()) return;
+    libraryDialogs::confirmDeletion(this, entries, [this, entries] { library().remove(entries); });
 }
 
 void LibraryWindow::arrange() {
@@ -358,6 +367,7 @@ void LibraryWindow::showStatus() {
     const char* role = failure ? "error" : "secondary";
     if (status_->property("role").toString() != role) setRole(status_, role);
     if (failure) return status_->setText(text(*failure));
+    if (const auto& bulk = library.bulkChange()) return status_->setText(bulkText(*bulk));
     if (!library.refreshProgress()) return status_->clear();
     const QString progress = progressText(*library.refreshProgress());
     const auto& listing = library.listing();

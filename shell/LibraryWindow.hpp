@@ -45,7 +45,7 @@ private:
     void arrange();
     void showStatus();
     void showProblem();
-    std::optional<app::LibraryEntry> selectedEntry() const;
+    std::vector<app::LibraryEntry> selectedEntries() const;
     void enableActions();
     void changeVisibility(VideoVisibility visibility);
     void removeSelected();

@@ -2,6 +2,7 @@
 
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QComboBox>
 #include <QTableView>
 
@@ -90,6 +91,32 @@ TEST(LibraryWindowTest, TheLastListAtOnceThenTheCurrentOneWithThePostersOfTheRow
     view->scrollToBottom();
     EXPECT_FALSE(hasPoster(50));
     EXPECT_TRUE(QTest::qWaitFor([&] { return hasPoster(50); }, 60000));
+}
+
+TEST(LibraryWindowTest, MakeUnlistedOfTheSelectedRowsMovesEachToANewLink) {
+    Desk desk;
+    testing::ClipFolder clips;
+    const auto posterJpeg = readFile(clips.make("poster.jpg", testing::lavfiVideo(640, 360, 1) + " -frames:v 1"));
+    FolderBucket bucket(desk.siteFolder);
+    for (int number = 1; number <= 2; ++number) publish(bucket, number, posterJpeg);
+    auto* library = desk.window->openLibrary(desk.site);
+    auto& model = desk.window->workspace()->library();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.listing() && model.listing()->isCurrent; }, 30000));
+
+    library->list()->selectAll();
+    desk.click("Make the selected videos unlisted", library);
+    QMessageBox* ask = nullptr;
+    ASSERT_TRUE(QTest::qWaitFor([&] { return (ask = library->findChild<QMessageBox*>()) && ask->isVisible(); }));
+    EXPECT_EQ(ask->windowTitle(), "Make 2 Videos Unlisted?");
+    desk.click("Make Unlisted", ask);
+    ASSERT_TRUE(QTest::qWaitFor([&] {
+        if (model.bulkChange() || model.isRefreshing()) return false;
+        const auto& entries = model.listing()->entries;
+        return std::all_of(entries.begin(), entries.end(), [](const auto& entry) { return entry.visibility == VideoVisibility::unlisted; });
+    }, 30000));
+    EXPECT_EQ(model.listing()->entries.size(), 2u);
+    EXPECT_FALSE(fs::exists(desk.object("clip-01")));
+    EXPECT_FALSE(fs::exists(desk.object("clip-02")));
 }
 
 TEST(LibraryWindowTest, TheLibraryWindowsOpenAtAQuitOpenAgainAtTheNextStart) {

@@ -2,12 +2,14 @@
 
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QDoubleSpinBox>
 #include <QDesktopServices>
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QPixmap>
 #include <QPointer>
 #include <QPlainTextEdit>
@@ -16,6 +18,7 @@
 #include <QUrl>
 #include <QVBoxLayout>
 
+#include "core/publish/SubtitleLanguage.hpp"
 #include "shell/Appearance.hpp"
 #include "shell/Format.hpp"
 #include "shell/LibraryDialogs.hpp"
@@ -52,8 +55,7 @@ VideoDetails detailsOf(const app::LibraryEntry& entry) {
 VideoEditWindow::VideoEditWindow(std::shared_ptr<app::SiteWorkspace> workspace, std::string folder, QWidget* parent)
     : QWidget(parent, Qt::Window), workspace_(std::move(workspace)), folder_(std::move(folder)) {
     setObjectName("videoEdit");
-    resize(640, 640);
-    setMinimumSize(560, 520);
+    resize(640, 720);
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(20, 20, 20, 16);
@@ -127,14 +129,50 @@ VideoEditWindow::VideoEditWindow(std::shared_ptr<app::SiteWorkspace> workspace, 
 
     posterImage_ = plainButton("Choose an Image File\u2026");
     posterImage_->setAccessibleName("Choose an image file as the poster");
+    frameTime_ = new QDoubleSpinBox;
+    frameTime_->setAccessibleName("Time of the poster frame");
+    frameTime_->setDecimals(1);
+    frameTime_->setSingleStep(0.5);
+    frameTime_->setSuffix(" s");
+    posterFrame_ = plainButton("Use the Frame");
+    posterFrame_->setAccessibleName("Use the frame at this time as the poster");
     auto* posterRow = new QHBoxLayout;
     posterRow->addWidget(posterImage_);
+    posterRow->addSpacing(12);
+    posterRow->addWidget(new QLabel("or the frame at"));
+    posterRow->addWidget(frameTime_);
+    posterRow->addWidget(posterFrame_);
     posterRow->addStretch(1);
     form->addRow("Poster:", posterRow);
+    form->addItem(new QSpacerItem(0, 6));
+
+    subtitles_ = new QListWidget;
+    subtitles_->setAccessibleName("Subtitles");
+    subtitles_->setFixedHeight(72);
+    removeSubtitle_ = plainButton("Remove");
+    removeSubtitle_->setAccessibleName("Remove the selected subtitles");
+    subtitleLanguage_ = new QLineEdit;
+    subtitleLanguage_->setAccessibleName("Language of the new subtitles");
+    subtitleLanguage_->setPlaceholderText("Language, such as en; else from the file name");
+    addSubtitle_ = plainButton("Add\u2026");
+    addSubtitle_->setAccessibleName("Add a subtitle file");
+    auto* subtitleButtons = new QHBoxLayout;
+    subtitleButtons->addWidget(removeSubtitle_);
+    subtitleButtons->addStretch(1);
+    subtitleButtons->addWidget(subtitleLanguage_, 1);
+    subtitleButtons->addWidget(addSubtitle_);
+    auto* subtitleBox = new QVBoxLayout;
+    subtitleBox->setSpacing(6);
+    subtitleBox->addWidget(subtitles_);
+    subtitleBox->addLayout(subtitleButtons);
+    form->addRow("Subtitles:", subtitleBox);
     layout->addLayout(form);
     layout->addStretch(1);
 
     auto* bottom = new QHBoxLayout;
+    replace_ = plainButton("Replace Video\u2026");
+    replace_->setAccessibleName("Replace the video file");
+    bottom->addWidget(replace_);
     bottom->addStretch(1);
     delete_ = plainButton("Delete\u2026");
     delete_->setAccessibleName("Delete the video");
@@ -152,6 +190,18 @@ VideoEditWindow::VideoEditWindow(std::shared_ptr<app::SiteWorkspace> workspace, 
     QObject::connect(posterImage_, &QPushButton::clicked, this, [this] {
         chooseFile("Choose an Image File", {"Images (*.jpg *.jpeg *.png *.webp *.tif *.tiff *.heic *.gif)"},
                    [this](const std::filesystem::path& image) { report(library().changePoster(entry_, image, true)); });
+    });
+    QObject::connect(posterFrame_, &QPushButton::clicked, this,
+                     [this] { report(library().changePosterToFrame(entry_, frameTime_->value(), true)); });
+    QObject::connect(subtitles_, &QListWidget::itemSelectionChanged, this, &VideoEditWindow::enableControls);
+    QObject::connect(removeSubtitle_, &QPushButton::clicked, this, &VideoEditWindow::removeSubtitle);
+    QObject::connect(addSubtitle_, &QPushButton::clicked, this, [this] {
+        chooseFile("Add Subtitles", {"Subtitles (*.srt *.vtt)"}, [this](const std::filesystem::path& file) { addSubtitle(file); });
+    });
+    QObject::connect(replace_, &QPushButton::clicked, this, [this] {
+        chooseFile("Choose the New Video",
+                   {"Videos (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mts *.m2ts *.mxf)"},
+                   [this](const std::filesystem::path& file) { askReplace(file); });
     });
     QObject::connect(delete_, &QPushButton::clicked, this, &VideoEditWindow::askDelete);
     auto* saveKey = new QShortcut(QKeySequence::Save, this);
@@ -248,6 +298,9 @@ void VideoEditWindow::showEntry() {
     }
     visibility_->setCurrentIndex(entry_.visibility ? visibility_->findData(int(*entry_.visibility)) : -1);
 
+    frameTime_->setRange(0, entry_.duration.value_or(0));
+    showSubtitles();
+
     const auto& changes = library().changes();
     const auto running = changes.find(folder_);
     if (entry_.problem) {
@@ -270,8 +323,14 @@ VideoDetails VideoEditWindow::typedDetails() const {
 
 void VideoEditWindow::enableControls() {
     const bool canChange = !entry_.problem && !waitsForListing_ && !library().changes().contains(folder_);
-    for (QWidget* control : std::initializer_list<QWidget*>{title_, reference_, description_, visibility_, posterImage_, delete_})
+    for (QWidget* control : std::initializer_list<QWidget*>{title_, reference_, description_, visibility_, posterImage_, subtitleLanguage_, replace_, delete_})
         control->setEnabled(canChange);
+    // The frame and the subtitles need the published video itself.
+    const bool isPlayable = canChange && entry_.video.isComplete;
+    frameTime_->setEnabled(isPlayable && entry_.duration);
+    posterFrame_->setEnabled(isPlayable && entry_.duration);
+    addSubtitle_->setEnabled(isPlayable && shownSubtitles_);
+    removeSubtitle_->setEnabled(isPlayable && shownSubtitles_ && !shownSubtitles_->empty() && !subtitles_->selectedItems().isEmpty());
     save_->setEnabled(canChange && !typedDetails().title().empty() &&
                       (typedDetails() != shownDetails_ || entry_.record == app::LibraryEntry::Record::missing));
 }
@@ -294,7 +353,7 @@ void VideoEditWindow::askVisibility(VideoVisibility visibility) {
     // The choice shows the video's visibility until the move is done.
     showEntry();
     if (entry_.visibility == visibility) return;
-    libraryDialogs::confirmVisibility(this, entry_, visibility, [this, visibility] {
+    libraryDialogs::confirmVisibility(this, {entry_}, visibility, [this, visibility] {
         const auto refusal = library().changeVisibility(entry_, visibility, true);
         if (!refusal) move_ = Move{entry_.created, visibility};
         report(refusal);
@@ -312,8 +371,46 @@ void VideoEditWindow::chooseFile(const QString& title, const QStringList& nameFi
     dialog->open();
 }
 
+void VideoEditWindow::showSubtitles() {
+    const auto tracks = library().subtitles(entry_);
+    if (tracks == shownSubtitles_ && subtitles_->count() > 0) return;
+    shownSubtitles_ = tracks;
+    subtitles_->clear();
+    // Words in place of tracks cannot be chosen.
+    subtitles_->setEnabled(tracks && !tracks->empty());
+    if (!tracks) return subtitles_->addItem(entry_.video.isComplete ? "Reading the subtitles\u2026" : "None");
+    if (tracks->empty()) subtitles_->addItem("None");
+    for (const auto& track : *tracks)
+        subtitles_->addItem(QString("%1  \u00b7  %2").arg(text(track.name), text(track.language.empty() ? "und" : track.language)));
+}
+
+void VideoEditWindow::removeSubtitle() {
+    const int row = subtitles_->currentRow();
+    if (!removeSubtitle_->isEnabled() || row < 0 || row >= int(shownSubtitles_->size())) return;
+    SubtitleChange change;
+    change.removed.insert(shownSubtitles_->at(std::size_t(row)).baseName);
+    report(library().changeSubtitles(entry_, change, true));
+}
+
+void VideoEditWindow::addSubtitle(const std::filesystem::path& file) {
+    const auto typed = subtitleLanguage_->text().trimmed().toStdString();
+    SubtitleChange change;
+    change.added.push_back(
+        SubtitleTrack{file, typed.empty() ? SubtitleLanguage::fromFileName(file).value_or("") : typed, SubtitleTrack::Kind::subtitles});
+    report(library().changeSubtitles(entry_, change, true));
+    subtitleLanguage_->clear();
+}
+
+void VideoEditWindow::askReplace(const std::filesystem::path& file) {
+    libraryDialogs::confirm(this, QString("Replace the Video of %1?").arg(format::quoted(text(entry_.title))),
+                            QString("Vorlen encodes %1 and puts it in place of the video. The link, the title and the "
+                                    "poster stay.")
+                                .arg(format::quoted(text(file.filename().string()))),
+                            "Replace Video", [this, file] { report(library().replaceVideo(entry_, file, true)); });
+}
+
 void VideoEditWindow::askDelete() {
-    libraryDialogs::confirmDeletion(this, entry_, [this] { report(library().remove(entry_, true)); });
+    libraryDialogs::confirmDeletion(this, {entry_}, [this] { report(library().remove(entry_, true)); });
 }
 
 }  // namespace vorlen::shell

@@ -5,14 +5,17 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <QWidget>
 
 #include "app/SiteWorkspace.hpp"
 
 class QComboBox;
+class QDoubleSpinBox;
 class QLabel;
 class QLineEdit;
+class QListWidget;
 class QPlainTextEdit;
 class QPushButton;
 
@@ -48,6 +51,10 @@ private:
     // Opens a chooser of one existing file over this window, without waiting for it.
     void chooseFile(const QString& title, const QStringList& nameFilters,
                     std::function<void(const std::filesystem::path&)> onChosen);
+    void showSubtitles();
+    void removeSubtitle();
+    void addSubtitle(const std::filesystem::path& file);
+    void askReplace(const std::filesystem::path& file);
     void askDelete();
 
     std::shared_ptr<app::SiteWorkspace> workspace_;
@@ -61,6 +68,8 @@ private:
         VideoVisibility visibility;
     };
     std::optional<Move> move_;
+    // The tracks the list shows, absent until the library knows them.
+    std::optional<std::vector<PublishedSubtitle>> shownSubtitles_;
     // This window marks its video as edited in the library from its opening to its closing.
     bool isEditing_ = false;
     // A change of this window ended or runs: the controls wait for the list that follows it.
@@ -76,6 +85,13 @@ private:
     QPushButton* save_;
     QComboBox* visibility_;
     QPushButton* posterImage_;
+    QDoubleSpinBox* frameTime_;
+    QPushButton* posterFrame_;
+    QListWidget* subtitles_;
+    QPushButton* removeSubtitle_;
+    QLineEdit* subtitleLanguage_;
+    QPushButton* addSubtitle_;
+    QPushButton* replace_;
     QPushButton* openPage_;
     QPushButton* delete_;
 };

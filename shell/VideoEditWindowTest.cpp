@@ -55,13 +55,15 @@ TEST(VideoEditWindowTest, SavesTheDetailsAndHoldsOffOtherChangesOfItsVideoUntilI
     // The list cannot delete the video while its edit window is open.
     library->list()->selectRow(1);
     ASSERT_EQ(library->list()->model()->index(1, 1).data().toString(), "Lighthouse at Dawn");
-    desk.click("Delete the selected video", library);
+    desk.click("Delete the selected videos", library);
     auto* ask = messageBoxOver(library);
     ASSERT_TRUE(ask);
     desk.click("Delete", ask);
     auto* refused = messageBoxOver(library);
     ASSERT_TRUE(refused);
-    EXPECT_EQ(refused->windowTitle(), "Vorlen cannot change \u201cLighthouse at Dawn\u201d");
+    EXPECT_EQ(refused->windowTitle(), "Not Every Video Was Deleted");
+    EXPECT_TRUE(refused->informativeText().contains("Vorlen could not delete this video:<br>\n\u201cLighthouse at Dawn\u201d: "))
+        << refused->informativeText().toStdString();
     refused->close();
     EXPECT_TRUE(fs::exists(desk.object("clip-01/video.json")));
 

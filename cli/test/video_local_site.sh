@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Changing published videos of the local site from the command line: details in
-# place, a new visibility under a new link, a new poster, deletion, and a record
-# from a newer version that nothing may change. The catalogue follows each change.
+# place, a new visibility under a new link, a new poster, a new file, subtitle
+# tracks, deletion, and a record from a newer version that nothing may change.
+# The catalogue follows each change.
 set -euo pipefail
 vorlen=$1
 home=$(mktemp -d)
@@ -40,6 +41,23 @@ test ! -e "$objects/harbour/$image_poster"
 test "$(ffprobe -v error -show_entries stream=width,height -of csv=p=0 "$objects/harbour/poster.jpg")" = "640,360"  # the top rendition's size
 if "$vorlen" video poster harbour "$home/poster.png" --frame 1 2> "$home/err"; then exit 1; fi
 grep -q 'one of the two' "$home/err"
+
+# A new file behind the same link: the poster, details and catalogue stay, the new media lies under one r- prefix.
+ffmpeg -loglevel error -f lavfi -i "testsrc=size=480x270:rate=25:duration=3" -c:v libx264 -pix_fmt yuv420p "$home/harbour-recut.mp4"
+"$vorlen" video replace harbour "$home/harbour-recut.mp4" 2> /dev/null | grep -qx '“Harbour at dawn” plays the new video. Its link, details and poster stay: http://localhost:8787/harbour'
+prefix=$(cd "$objects/harbour" && ls -d r-*)
+grep -q "^$prefix/v_" "$objects/harbour/master.m3u8"
+ffmpeg -v error -i "$objects/harbour/master.m3u8" -map 0 -f null -
+"$vorlen" video show harbour | grep -q '^Duration:    0:03$'
+test "$(catalog)" = "harbour:Harbour at dawn:public"
+
+printf '1\n00:00:00,200 --> 00:00:01,000\nHallo\n' > "$home/harbour.de.srt"
+"$vorlen" video subtitles harbour add "$home/harbour.de.srt" | grep -q '^  de  German  subtitles'
+"$vorlen" video subtitles harbour | grep -q '^de  German  subtitles'
+"$vorlen" video subtitles harbour remove de > /dev/null
+if grep -q SUBTITLES "$objects/harbour/master.m3u8"; then exit 1; fi
+if "$vorlen" video subtitles harbour remove fr 2> "$home/err"; then exit 1; fi
+grep -qx '“Harbour at dawn” has no subtitles in “fr”.' "$home/err"
 
 # A record of a newer version is never overwritten nor deleted by this one.
 node --input-type=module -e "
