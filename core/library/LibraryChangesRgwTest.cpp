@@ -127,6 +127,20 @@ TEST_F(LibraryChangesRgwTest, AMoveTakesTheNameFirstAndMakesTheNewLinkPlayableLa
     EXPECT_EQ(std::vector<std::string>(seen.begin() + 9, seen.end()), std::vector<std::string>(4, "POST delete"));
 }
 
+TEST_F(LibraryChangesRgwTest, AMoveWhoseCopyFailsLeavesTheSourceAsItWasAndTakesTheTargetAway) {
+    publish("holiday", record());
+    const auto before = keys("holiday");
+    proxy_.setPolicy([](const ProxyRequest& request) {
+        return request.method == "PUT" && request.target.find("/videos/holiday-k2x9w4ab/master.m3u8") != std::string::npos
+                   ? Fault::respond(500, "<Error><Code>InternalError</Code></Error>")
+                   : Fault::none();
+    });
+    EXPECT_NE(failureOf([&] { library_.move(library_.video("holiday"), "holiday-k2x9w4ab", holiday); }), "no failure");
+    EXPECT_TRUE(keys("holiday-k2x9w4ab").empty());
+    EXPECT_EQ(keys("holiday"), before);
+    EXPECT_EQ(library_.read().size(), 1u);
+}
+
 TEST_F(LibraryChangesRgwTest, ADeletionThatStopsHalfwayLeavesAFolderThatIsListedAndNotPlayable) {
     publish("holiday", record());
     int deletions = 0;

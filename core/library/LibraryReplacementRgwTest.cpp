@@ -2,9 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <random>
+#include <regex>
+
 #include "core/base/Files.hpp"
 #include "core/library/Library.hpp"
 #include "core/publish/HLSMasterPlaylist.hpp"
+#include "core/publish/Naming.hpp"
 #include "testing/FaultProxy.hpp"
 #include "testing/MediaClip.hpp"
 #include "core/storage/VideoFolderHeaders.hpp"
@@ -296,6 +300,100 @@ TEST_F(LibraryReplacementRgwTest, ASubtitleChangeThatMeetsAnotherComputersChange
               "change. Try again to change the subtitles.");
     EXPECT_EQ(files("holiday").size(), 11u) << "the new track's files went again";
     EXPECT_EQ(text("holiday/master.m3u8"), master("v_360", true));
+}
+
+// Every address that the manifests of a folder name, and the media playlists' own, must be there.
+void expectPlayableOrUnplayable(S3Bucket& bucket, const std::string& folder) {
+    const auto prefix = "videos/" + folder + "/";
+    const auto master = bucket.object(prefix + "master.m3u8");
+    if (!master) return;  // not playable: the library shows it so, and a second try repairs it
+    std::vector<std::string> named;
+    std::istringstream lines(*master);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.empty()) continue;
+        if (line.front() != '#') named.push_back(line);
+        if (auto uri = line.find("URI=\""); uri != std::string::npos)
+            named.push_back(line.substr(uri + 5, line.find('"', uri + 5) - uri - 5));
+    }
+    const auto mpd = bucket.object(prefix + "manifest.mpd").value_or("");
+    const std::regex address(R"((?:sourceURL|media)="([^"]+)\"|<BaseURL>([^<]+)</BaseURL>)");
+    for (auto match = std::sregex_iterator(mpd.begin(), mpd.end(), address); match != std::sregex_iterator(); ++match)
+        named.push_back((*match)[1].matched ? (*match)[1].str() : (*match)[2].str());
+    for (const auto& file : named) {
+        EXPECT_TRUE(bucket.info(prefix + file)) << folder << " names " << file << " which is not there";
+        if (!file.ends_with(".m3u8")) continue;
+        const auto slash = file.rfind('/');
+        std::istringstream media(bucket.object(prefix + file).value_or(""));
+        for (std::string line; std::getline(media, line);) {
+            if (!line.empty() && line.front() != '#') {
+                EXPECT_TRUE(bucket.info(prefix + file.substr(0, slash == std::string::npos ? 0 : slash + 1) + line))
+                    << file << " names " << line;
+            }
+        }
+    }
+}
+
+TEST_F(LibraryReplacementRgwTest, UnderInjectedFaultsEachChangeEndsWholeOrWithItsWordsAndASecondTryRepairs) {
+    writeFileAtomically(work_.path() / "fr.vtt", "WEBVTT\n\n00:00:00.000 --> 00:00:01.000\nSalut\n");
+    const Poster poster{"new poster", "poster-77aa77aa.jpg", 320, 180, std::nullopt};
+    const VideoDetails renamed("Renamed", std::nullopt, std::nullopt, VideoVisibility::publicVideo);
+
+    std::size_t failures = 0;
+    for (unsigned seed = 1; seed <= 8; ++seed) {
+        // Retries absorb most faults; without them, the faults reach the changes themselves.
+        UploadOptions options;
+        options.maxRetries = seed <= 3 ? 3 : 0;
+        options.retryDelay = std::chrono::duration<double>(0.01);
+        library_.options = options;
+        publisher_.upload = options;
+        const auto folder = fmt::format("trip-{}", seed);
+        publish(folder);
+        std::string current = folder;
+        // Each change as the library runs it: read afresh, then change. The second of
+        // a pair is the person's retry, without faults.
+        const std::vector<std::pair<std::string, std::function<void()>>> changes{
+            {"details", [&] { library_.saveDetails(library_.video(current), renamed); }},
+            {"poster", [&] { library_.changePoster(library_.video(current), poster); }},
+            {"subtitles",
+             [&] {
+                 library_.changeSubtitles(library_.video(current),
+                                          SubtitleChange{{}, {}, {{work_.path() / "fr.vtt", "fr", SubtitleTrack::Kind::subtitles}}});
+             }},
+            {"replace", [&] { replace(current); }},
+            {"move",
+             [&] {
+                 const auto moved = library_.move(library_.video(current), Naming::unlistedName(folder), renamed);
+                 current = moved.video.folder;
+             }},
+            {"delete", [&] { library_.remove(library_.video(current)); }},
+        };
+        std::mt19937 random(seed);
+        for (const auto& [name, change] : changes) {
+            proxy_.setPolicy([&random](const ProxyRequest&) {
+                switch (random() % 30) {
+                    case 0: return Fault::respond(503, "<Error><Code>SlowDown</Code></Error>");
+                    case 1: return Fault::resetMidBody();
+                    case 2: return Fault::loseAnswer();
+                    default: return Fault::none();
+                }
+            });
+            const auto outcome = failureOf(change);
+            proxy_.setPolicy([](const ProxyRequest&) { return Fault::none(); });
+            // Whatever happened, every folder reads, and a folder that plays has all it names.
+            for (const auto& video : library_.read()) {
+                EXPECT_FALSE(video.isUnreadable()) << name << ": " << video.folder;
+                expectPlayableOrUnplayable(*direct_, video.folder);
+            }
+            if (outcome == "no failure") continue;
+            ++failures;
+            EXPECT_EQ(outcome.find("Cancelled"), std::string::npos) << name << ": " << outcome;
+            EXPECT_EQ(failureOf(change), "no failure") << name << " after " << outcome;
+        }
+        EXPECT_TRUE(files(current).empty()) << "the folder is gone at the end";
+    }
+    EXPECT_GT(failures, 0u) << "the faults reached no change";
+    RecordProperty("failedFirstTries", static_cast<int>(failures));
+    RecordProperty("faults", static_cast<int>(proxy_.faultsInjected()));
 }
 
 }  // namespace
