@@ -58,6 +58,8 @@ if problems:
 EOF
 }
 
+# The player keeps the manifests it loaded at the start, so it plays the old file on
+# to its end: its segments must still be there after the replacement.
 watch harbour --to-end \
   "'$vorlen' video edit harbour --title 'New title'" \
   "'$vorlen' video subtitles harbour add '$home/harbour.de.srt' --language de" \
