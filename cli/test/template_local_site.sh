@@ -8,11 +8,7 @@ set -euo pipefail
 vorlen=$1
 source_dir=$2
 home=$(mktemp -d)
-preview=
-stop_preview() {
-  if [[ -n $preview ]]; then kill -TERM "$preview" 2>/dev/null || true; wait "$preview" || true; fi
-  preview=
-}
+source "$(dirname "$0")/local_preview.sh"
 trap 'stop_preview; rm -rf "$home"' EXIT
 export HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_CACHE_HOME=$home/cache TMPDIR=$home
 unset DBUS_SESSION_BUS_ADDRESS
@@ -45,14 +41,7 @@ node --input-type=module -e "
   await writeObject(process.argv[2], 'harbour/master.m3u8', '#EXTM3U\n', { contentType: 'application/vnd.apple.mpegurl', cacheControl: 'public, max-age=300' });
 " "$source_dir/worker/dev/folderBucket.mjs" "$home/data/vorlen/local-site"
 
-port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-"$vorlen" preview --port "$port" > "$home/preview" 2>&1 &
-preview=$!
-for _ in $(seq 1 300); do
-  grep -q '^Serving' "$home/preview" && break
-  kill -0 "$preview" 2>/dev/null || { cat "$home/preview" >&2; exit 1; }
-  sleep 0.1
-done
+start_preview
 page_of() { curl -sf "http://localhost:$port/harbour"; }
 page_of | grep -q '<main>First page '
 
