@@ -83,7 +83,10 @@ async function startWatching(page) {
     const video = document.getElementById('vorlen-video');
     const errors = [];
     window.vorlenWatch = { errors };
-    window.vorlenPlayer.addEventListener('error', (event) => errors.push(`player ${event.detail?.code}`));
+    // After the page's own listener: an error that the page recovers from is marked handled.
+    window.vorlenPlayer.addEventListener('error', (event) => {
+      if (!event.detail?.handled) errors.push(`player ${event.detail?.code} ${JSON.stringify(event.detail?.data?.slice(0, 2))}`);
+    });
     video.addEventListener('error', () => errors.push(`video ${video.error?.code} ${video.error?.message}`));
     video.muted = true;
     await video.play();

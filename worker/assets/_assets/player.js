@@ -33,9 +33,35 @@
     // For the page's own scripts and for checks of playback.
     window.vorlenPlayer = player;
 
+    let playing = null;
+    let lastReload = -Infinity;
+    // A new file for a video removes its old media a moment after the manifests
+    // switch, so a viewer whose player read the old manifest meets missing files.
+    // The player then reads the manifest again and goes on where it was. Misses of
+    // the old media in the minute after are the same change; a video that is gone
+    // for good fails at its next reading of the manifest.
+    player.addEventListener('error', function (event) {
+      const error = event.detail;
+      const isMissing = error && error.code === shaka.util.Error.Code.BAD_HTTP_STATUS && error.data[1] === 404;
+      if (!isMissing || !playing) return;
+      error.handled = true;
+      if (performance.now() - lastReload < 60000) return;
+      lastReload = performance.now();
+      const wasPlaying = !video.paused;
+      // Past every cache: the browser's and the edge's copies hold the old manifest for minutes.
+      const fresh = playing + (playing.includes('?') ? '&' : '?') + 'reload=' + Date.now();
+      player.load(fresh, video.currentTime).then(function () {
+        if (wasPlaying) return video.play();
+      }).catch(function (failure) {
+        console.warn('Vorlen: could not load', playing, failure && failure.code);
+        show('This video cannot be played right now.');
+      });
+    });
+
     for (const source of sources()) {
       try {
         await player.load(source);
+        playing = source;
         message.hidden = true;
         return;
       } catch (error) {
