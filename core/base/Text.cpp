@@ -1,5 +1,6 @@
 #include "core/base/Text.hpp"
 
+#include <algorithm>
 #include <cctype>
 
 #include <fmt/format.h>
@@ -181,6 +182,36 @@ int hexValue(char c) {
 }
 
 }  // namespace
+
+namespace {
+
+// Windows-1252 from 0x80 to 0x9F.
+constexpr char32_t windows1252High[32] = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+}  // namespace
+
+std::string fromWindows1252(std::string_view bytes) {
+    std::u32string scalars;
+    scalars.reserve(bytes.size());
+    for (unsigned char byte : bytes) scalars.push_back(byte >= 0x80 && byte < 0xA0 ? windows1252High[byte - 0x80] : char32_t(byte));
+    return toUtf8(scalars);
+}
+
+std::string toWindows1252(std::string_view text) {
+    std::string out;
+    for (char32_t scalar : toUtf32(nfc(text))) {
+        if (scalar < 0x80 || (scalar >= 0xA0 && scalar <= 0xFF)) {
+            out += static_cast<char>(scalar);
+            continue;
+        }
+        const auto* found = std::find(std::begin(windows1252High), std::end(windows1252High), scalar);
+        out += found == std::end(windows1252High) ? '?' : static_cast<char>(0x80 + (found - std::begin(windows1252High)));
+    }
+    return out;
+}
 
 bool isRelativeAddress(std::string_view address) {
     if (address.empty() || address.front() == '/') return false;

@@ -35,6 +35,12 @@ std::string percentEncoded(std::string_view bytes);
 // "%XX" back to its byte (either case of hex digit); a "%" without two hex digits stays as it is.
 std::string percentDecoded(std::string_view text);
 
+// Windows-1252 bytes as UTF-8 text; its five unassigned bytes read as the C1
+// controls, as in Latin-1, so that every file comes back as it was.
+std::string fromWindows1252(std::string_view bytes);
+// UTF-8 text (NFC) as Windows-1252; a character it cannot hold becomes "?".
+std::string toWindows1252(std::string_view text);
+
 // An address that a document's own location resolves: no scheme, not rooted.
 bool isRelativeAddress(std::string_view address);
 

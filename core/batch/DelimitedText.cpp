@@ -5,7 +5,6 @@
 #include "core/base/VorlenError.hpp"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 
 namespace vorlen {
@@ -15,14 +14,6 @@ namespace {
 constexpr std::string_view utf8Mark = "\xEF\xBB\xBF";
 constexpr std::string_view utf16LittleEndianMark = "\xFF\xFE";
 constexpr std::string_view utf16BigEndianMark = "\xFE\xFF";
-
-// Bytes 0x80 to 0x9F of Windows-1252; the five it leaves empty stand for the control
-// character of their own number, so that such a byte survives a round trip.
-constexpr std::array<char16_t, 32> windows1252High = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
-    0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
-    0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
-    0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
 char delimiterCharacter(DelimitedTextDelimiter delimiter) {
     switch (delimiter) {
@@ -115,28 +106,6 @@ std::string encodeUtf16(std::string_view text, bool littleEndian) {
     return out;
 }
 
-std::string decodeWindows1252(std::string_view bytes) {
-    std::u32string scalars;
-    scalars.reserve(bytes.size());
-    for (char byte : bytes) {
-        const auto value = static_cast<unsigned char>(byte);
-        scalars += (value >= 0x80 && value < 0xA0) ? windows1252High[value - 0x80] : char32_t{value};
-    }
-    return toUtf8(scalars);
-}
-
-std::string encodeWindows1252(std::string_view text) {
-    std::string out;
-    for (char32_t scalar : toUtf32(nfc(text))) {
-        if (scalar < 0x80 || (scalar >= 0xA0 && scalar <= 0xFF)) {
-            out += static_cast<char>(scalar);
-            continue;
-        }
-        const auto* found = std::find(windows1252High.begin(), windows1252High.end(), scalar);
-        out += found == windows1252High.end() ? '?' : static_cast<char>(0x80 + (found - windows1252High.begin()));
-    }
-    return out;
-}
 
 struct Decoded {
     std::string text;
@@ -165,7 +134,7 @@ Decoded decode(std::string_view bytes) {
                                   "Export it again as UTF-8 CSV.");
     }
     if (isValidUtf8(bytes)) return {std::string(bytes), DelimitedTextEncoding::utf8};
-    return {decodeWindows1252(bytes), DelimitedTextEncoding::windows1252};
+    return {fromWindows1252(bytes), DelimitedTextEncoding::windows1252};
 }
 
 }  // namespace
@@ -302,7 +271,7 @@ std::string DelimitedText::bytes() const {
         case DelimitedTextEncoding::utf8WithBOM: return std::string(utf8Mark) + written;
         case DelimitedTextEncoding::utf16LittleEndian: return encodeUtf16(written, true);
         case DelimitedTextEncoding::utf16BigEndian: return encodeUtf16(written, false);
-        case DelimitedTextEncoding::windows1252: return encodeWindows1252(written);
+        case DelimitedTextEncoding::windows1252: return toWindows1252(written);
     }
     return written;
 }

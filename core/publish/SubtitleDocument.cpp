@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <unicode/unistr.h>
 
-#include <array>
 #include <optional>
 #include <regex>
 #include <vector>
@@ -15,21 +14,6 @@
 namespace vorlen {
 
 namespace {
-
-// Windows-1252 from 0x80 to 0x9F; its five unassigned bytes read as the C1 controls, as in Latin-1.
-constexpr std::array<char32_t, 32> windows1252High{
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-
-std::string fromWindows1252(std::string_view bytes) {
-    std::u32string scalars;
-    scalars.reserve(bytes.size());
-    for (unsigned char byte : bytes) {
-        scalars.push_back(byte >= 0x80 && byte < 0xA0 ? windows1252High[byte - 0x80] : char32_t(byte));
-    }
-    return toUtf8(scalars);
-}
 
 std::string fromUtf16(std::string_view bytes, bool bigEndian) {
     std::u16string units;
