@@ -6,11 +6,13 @@
 
 #include <fmt/format.h>
 
+#include "app/LibraryExport.hpp"
 #include "app/LibraryModel.hpp"
 #include "cli/AppContext.hpp"
 #include "cli/Commands.hpp"
 #include "cli/SetupToken.hpp"
 #include "cli/Terminal.hpp"
+#include "core/base/VorlenError.hpp"
 #include "core/base/Json.hpp"
 #include "core/base/Text.hpp"
 
@@ -23,6 +25,7 @@ struct LibraryOptions {
     bool json = false;
     std::string order = "newest";
     bool refresh = false;
+    std::optional<std::string> exportTo;
 };
 
 Json jsonOf(const app::LibraryEntry& entry) {
@@ -114,6 +117,15 @@ int runLibrary(const LibraryOptions& options) {
     if (library.refreshFailure()) throw std::runtime_error(*library.refreshFailure());
 
     const auto entries = app::arrangedEntries(library.listing()->entries, order);
+    if (options.exportTo) {
+        try {
+            const auto written = app::LibraryExport::write(entries, *options.exportTo);
+            std::cerr << fmt::format("Wrote {} videos to {}\n", entries.size(), written.string());
+        } catch (const std::exception& error) {
+            throw VorlenError::config(fmt::format("{}\n{}", app::LibraryExport::failureTitle, error.what()));
+        }
+        return 0;
+    }
     if (options.json) {
         Json array = Json::array();
         for (const auto& entry : entries) array.push_back(jsonOf(entry));
@@ -142,6 +154,10 @@ void registerLibraryCommands(CommandRegistry& registry) {
         ->check(CLI::IsMember({"newest", "title"}));
     library->add_flag("--refresh", options->refresh,
                       "forget this computer's copy of the list and its thumbnails, and read every video.json again");
+    library->add_option("--export", options->exportTo,
+                        "write the current list as a CSV spreadsheet to this file (or as \"Vorlen videos.csv\" into "
+                        "this folder): Title, Reference, Description, Existing folder, Visibility, Duration, Published, "
+                        "Page, Problem; a bulk sheet reads the first four back");
     registry.add(library, [options] { return runLibrary(*options); });
 
     auto site = std::make_shared<std::optional<std::string>>();

@@ -69,6 +69,17 @@ if "$vorlen" video delete future --yes 2> "$home/err"; then exit 1; fi
 grep -qx 'Vorlen cannot change “future”' "$home/err"
 test -f "$objects/future/master.m3u8"
 
+# The library as a spreadsheet that spreadsheet programs and a bulk sheet read back.
+"$vorlen" library --export "$home" 2>&1 >/dev/null | grep -q "^Wrote 2 videos to $home/Vorlen videos.csv$"
+python3 - "$home/Vorlen videos.csv" <<'PY'
+import csv, sys
+rows = list(csv.reader(open(sys.argv[1], encoding="utf-8-sig", newline="")))
+assert rows[0][:4] == ["Title", "Reference", "Description", "Existing folder"], rows[0]
+harbour, future = sorted(rows[1:], key=lambda row: row[3])[1], sorted(rows[1:], key=lambda row: row[3])[0]
+assert harbour[:5] == ["Harbour at dawn", "", "Boats", "harbour", "public"], harbour
+assert future[3] == "future" and "newer version" in future[8], future
+PY
+
 if "$vorlen" video delete harbour < /dev/null 2> "$home/err"; then exit 1; fi
 grep -q 'nothing was deleted' "$home/err"
 "$vorlen" video delete harbour --yes | grep -qx 'Deleted “Harbour at dawn”.'
