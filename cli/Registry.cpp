@@ -14,6 +14,7 @@ void registerSetupCommands(CommandRegistry& registry);
 void registerTemplateCommands(CommandRegistry& registry);
 void registerLibraryCommands(CommandRegistry& registry);
 void registerVideoCommands(CommandRegistry& registry);
+void registerRunsCommand(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
@@ -21,6 +22,7 @@ void registerCommands(CommandRegistry& registry) {
     registerPreviewCommand(registry);
     registerLibraryCommands(registry);
     registerVideoCommands(registry);
+    registerRunsCommand(registry);
     registerSitesCommand(registry);
     registerSettingsCommand(registry);
     registerSetupCommands(registry);

@@ -69,6 +69,19 @@ if "$vorlen" video delete future --yes 2> "$home/err"; then exit 1; fi
 grep -qx 'Vorlen cannot change “future”' "$home/err"
 test -f "$objects/future/master.m3u8"
 
+# A batch run holds the site while its computer reports; one silent for 5 minutes holds nothing.
+batch_record() {
+  node --input-type=module -e "
+    const { writeObject } = await import(process.argv[1]);
+    await writeObject(process.argv[2], '_vorlen/batch-run.json', JSON.stringify({ version: 1, id: 'A1', kind: 'bulk-upload', computer_name: 'Studio', updated: process.argv[3] }), { contentType: 'application/json', cacheControl: 'no-cache' });
+  " "$(cd "$(dirname "$0")/../.." && pwd)/worker/dev/folderBucket.mjs" "$home/data/vorlen/local-site" "$(date -u -d "$1" +%Y-%m-%dT%H:%M:%SZ)"
+}
+"$vorlen" runs | grep -qx 'No batch run holds the site “local”.'
+batch_record now
+"$vorlen" runs | grep -qx '“Studio” is running a bulk upload on this site. You can start when that upload ends. If that computer stopped, you can start after about 5 minutes.'
+batch_record '-6 minutes'
+"$vorlen" runs | grep -qx 'No batch run holds the site “local”.'
+
 # The library as a spreadsheet that spreadsheet programs and a bulk sheet read back.
 "$vorlen" library --export "$home" 2>&1 >/dev/null | grep -q "^Wrote 2 videos to $home/Vorlen videos.csv$"
 python3 - "$home/Vorlen videos.csv" <<'PY'
