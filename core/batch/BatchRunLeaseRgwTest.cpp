@@ -4,6 +4,7 @@
 
 #include "core/base/Task.hpp"
 #include "core/base/Text.hpp"
+#include "testing/FailureText.hpp"
 #include "testing/FaultProxy.hpp"
 #include "testing/RgwServer.hpp"
 
@@ -12,20 +13,12 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::Fault;
+using testing::failureOf;
 using testing::FaultProxy;
 using testing::ProxyRequest;
 using testing::RgwServer;
 
 const auto noon = std::chrono::sys_days{std::chrono::year{2026} / 11 / 24} + 12h;
-
-std::string failureOf(const std::function<void()>& work) {
-    try {
-        work();
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-    return "no failure";
-}
 
 // Two computers' runs on one bucket, one of them through a proxy that can lose answers.
 class BatchRunLeaseRgwTest : public ::testing::Test {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "core/base/Files.hpp"
+#include "testing/FailureText.hpp"
 #include "testing/FaultProxy.hpp"
 #include "testing/RgwServer.hpp"
 
@@ -10,20 +11,12 @@ namespace vorlen {
 namespace {
 
 using testing::Fault;
+using testing::failureOf;
 using testing::FaultProxy;
 using testing::ProxyRequest;
 using testing::RgwServer;
 
 const VideoDetails holiday("Holiday", std::nullopt, std::nullopt, VideoVisibility::publicVideo);
-
-std::string failureOf(const std::function<void()>& change) {
-    try {
-        change();
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-    return "no failure";
-}
 
 // A published folder made of small objects, changed through a proxy that sees every request.
 class LibraryChangesRgwTest : public ::testing::Test {

@@ -9,6 +9,7 @@
 #include "core/library/Library.hpp"
 #include "core/publish/HLSMasterPlaylist.hpp"
 #include "core/publish/Naming.hpp"
+#include "testing/FailureText.hpp"
 #include "testing/FaultProxy.hpp"
 #include "testing/MediaClip.hpp"
 #include "core/storage/VideoFolderHeaders.hpp"
@@ -18,6 +19,7 @@ namespace vorlen {
 namespace {
 
 using testing::Fault;
+using testing::failureOf;
 using testing::FaultProxy;
 using testing::ProxyRequest;
 using testing::RgwServer;
@@ -52,15 +54,6 @@ std::string mpd(const std::string& rendition, bool withSubtitles) {
                        withSubtitles ? R"(
     <AdaptationSet contentType="text" mimeType="text/vtt" lang="en"><Label>English</Label><Representation id="sub_en" bandwidth="10"><BaseURL>sub_en.vtt</BaseURL></Representation></AdaptationSet>)"
                                      : "");
-}
-
-std::string failureOf(const std::function<void()>& change) {
-    try {
-        change();
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-    return "no failure";
 }
 
 // A published folder of small objects, and new builds of it on disk, changed
