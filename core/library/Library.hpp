@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "core/library/AudioReplacement.hpp"
 #include "core/library/LibraryCache.hpp"
 #include "core/library/LibraryVideo.hpp"
 #include "core/library/VideoReplacement.hpp"
@@ -89,6 +90,16 @@ struct Library {
     // nothing stops it.
     VideoReplacement replace(const ReplacementTarget& target, BuiltFolder& built, const Publisher& publisher,
                              UploadJournal& journal, const ProgressHandler& onProgress) const;
+    // New audio for a published video, the picture untouched. The build refuses a
+    // source that does not fit the video (no audio on either side, other channel
+    // layouts, another length) before any work, and encodes and packages the audio
+    // in the segment layout of the published audio. The replacement uploads it
+    // under a fresh "r-" prefix and switches the manifests as replace() does.
+    std::shared_ptr<BuiltAudio> buildAudio(const ReplacementTarget& target, const Inspection& source,
+                                           AudioLoudness loudness, const Publisher& publisher,
+                                           const ProgressHandler& onProgress) const;
+    AudioReplacement replaceAudio(const ReplacementTarget& target, BuiltAudio& built, const Publisher& publisher,
+                                  UploadJournal& journal, const ProgressHandler& onProgress) const;
     // Adds, replaces and removes subtitle tracks through the same switch: new
     // files first, the old ones after.
     SubtitleChangeResult changeSubtitles(const LibraryVideo& video, const SubtitleChange& change) const;
