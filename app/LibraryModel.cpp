@@ -320,10 +320,7 @@ std::optional<LibraryModel::Problem> LibraryModel::replaceVideo(const LibraryEnt
                          } catch (const std::exception& error) {
                              return failed(cannotChange(title), error);
                          }
-                         std::vector<std::string> notes;
-                         if (replaced->metadataFailure) notes.push_back(LibraryWords::replacedRecordFailed(*replaced->metadataFailure));
-                         if (replaced->fixedPosterFailure) notes.push_back(LibraryWords::replacedPosterFailed(*replaced->fixedPosterFailure));
-                         if (replaced->oldFilesFailure) notes.push_back(LibraryWords::replacedOldFilesStay(*replaced->oldFilesFailure));
+                         auto notes = replaced->notes();
                          try {
                              purge(video.prefix, false);
                          } catch (const std::exception& error) {

@@ -46,18 +46,6 @@ inline std::string oldVideoInCache(const std::string& failure) {
 inline std::string replacedWithNotesTitle(const std::string& title) {
     return fmt::format("\u201c{}\u201d Plays the New Video", title);
 }
-inline std::string replacedRecordFailed(const std::string& failure) {
-    return fmt::format("The new video plays, but the library can still show the length and size of the old video. "
-                       "Replace the video again to finish. ({})", failure);
-}
-inline std::string replacedPosterFailed(const std::string& failure) {
-    return fmt::format("The new video plays, but Vorlen could not give it a poster. Choose a poster in the library. ({})",
-                       failure);
-}
-inline std::string replacedOldFilesStay(const std::string& failure) {
-    return fmt::format("The new video plays, but some files of the old video stay in the folder. Replace the video again "
-                       "to remove them. ({})", failure);
-}
 inline std::string oldSubtitlesStayTitle(const std::string& title) {
     return fmt::format("The Old Subtitles of \u201c{}\u201d Stay in the Bucket", title);
 }

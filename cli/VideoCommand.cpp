@@ -282,17 +282,10 @@ int replaceVideo(const std::optional<std::string>& site, const std::string& fold
     std::cout << fmt::format("\u201c{}\u201d plays the new video. Its link, details and poster stay: {}\n", title,
                              app::linksFor(videos.site(), video.folder).page)
               << app::LibraryWords::pagesCatchUp << '\n';
-    int status = 0;
-    for (const auto& [failure, words] :
-         {std::pair(replaced->metadataFailure, &app::LibraryWords::replacedRecordFailed),
-          std::pair(replaced->fixedPosterFailure, &app::LibraryWords::replacedPosterFailed),
-          std::pair(replaced->oldFilesFailure, &app::LibraryWords::replacedOldFilesStay)}) {
-        if (!failure) continue;
-        std::cerr << words(*failure) << '\n';
-        status = 1;
-    }
+    const auto notes = replaced->notes();
+    for (const auto& note : notes) std::cerr << note << '\n';
     videos.purge(video.prefix, false, app::LibraryWords::oldVideoInCacheTitle(title), app::LibraryWords::oldVideoInCache(""));
-    return status;
+    return notes.empty() ? 0 : 1;
 }
 
 std::string trackLine(const PublishedSubtitle& track) {

@@ -106,6 +106,34 @@ void BatchRunLease::release() const {
     }
 }
 
+void BatchRunLease::hold(std::shared_ptr<Bucket> bucket, const RetryPolicy& retry, BatchRunKind kind,
+                         const std::string& computerName, std::chrono::nanoseconds interval,
+                         const std::function<void()>& work) {
+    auto lease = take(std::move(bucket), retry, kind, computerName);
+    std::exception_ptr failure;
+    {
+        TaskGroup<void> group;
+        group.spawn([&] { lease.keep(interval); });
+        group.spawn(work);
+        // The first to end decides: the work's end, or the keeper's loss.
+        try {
+            group.next();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        group.cancelAll();
+        for (;;) {
+            try {
+                if (!group.next()) break;
+            } catch (...) {
+            }
+        }
+    }
+    // Out of reach of a cancellation, so that a stopped run frees its site.
+    Task<void>::detached([&] { lease.release(); }).value();
+    if (failure) std::rethrow_exception(failure);
+}
+
 std::optional<BatchRunRecord> BatchRunLease::currentRun(Bucket& bucket, const RetryPolicy& retry,
                                                         std::chrono::system_clock::time_point now) {
     const auto stored = retry.run([&](std::int64_t) { return bucket.object(BatchRunRecord::key); });

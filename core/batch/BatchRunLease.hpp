@@ -39,6 +39,13 @@ struct BatchRunLease {
     // Deletes the record while it is this run's; failures are logged, never raised.
     void release() const;
 
+    // Runs work while holding the site: takes the lease, keeps it beside the work,
+    // and releases it after both have ended, also when cancelled. A lost lease
+    // cancels the work and is the result.
+    static void hold(std::shared_ptr<Bucket> bucket, const RetryPolicy& retry, BatchRunKind kind,
+                     const std::string& computerName, std::chrono::nanoseconds interval,
+                     const std::function<void()>& work);
+
     // The record of a living run, this computer's or another's, as of `now`.
     static std::optional<BatchRunRecord> currentRun(Bucket& bucket, const RetryPolicy& retry,
                                                     std::chrono::system_clock::time_point now);

@@ -41,6 +41,9 @@ struct AudioReplacement {
     std::optional<VideoMetadata> metadata;
     std::optional<std::string> metadataFailure;
     std::optional<std::string> oldFilesFailure;
+
+    // What did not follow the switch, in words for the person.
+    std::vector<std::string> notes() const;
 };
 
 }  // namespace vorlen

@@ -232,4 +232,34 @@ VideoReplacement Library::replace(const ReplacementTarget& target, BuiltFolder& 
     return result;
 }
 
+std::vector<std::string> VideoReplacement::notes() const {
+    std::vector<std::string> notes;
+    if (metadataFailure)
+        notes.push_back(fmt::format("The new video plays, but the library can still show the length and size of the old "
+                                    "video. Replace the video again to finish. ({})",
+                                    *metadataFailure));
+    if (fixedPosterFailure)
+        notes.push_back(fmt::format(
+            "The new video plays, but Vorlen could not give it a poster. Choose a poster in the library. ({})",
+            *fixedPosterFailure));
+    if (oldFilesFailure)
+        notes.push_back(fmt::format("The new video plays, but some files of the old video stay in the folder. Replace "
+                                    "the video again to remove them. ({})",
+                                    *oldFilesFailure));
+    return notes;
+}
+
+std::vector<std::string> AudioReplacement::notes() const {
+    std::vector<std::string> notes;
+    if (metadataFailure)
+        notes.push_back(fmt::format("The new audio plays, but the library can still show the old audio loudness. "
+                                    "Re-import the audio again to finish. ({})",
+                                    *metadataFailure));
+    if (oldFilesFailure)
+        notes.push_back(fmt::format("The new audio plays, but some files of the old audio stay in the folder. Re-import "
+                                    "the audio again to remove them. ({})",
+                                    *oldFilesFailure));
+    return notes;
+}
+
 }  // namespace vorlen

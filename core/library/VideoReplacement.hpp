@@ -42,6 +42,9 @@ struct VideoReplacement {
     std::optional<std::string> metadataFailure;
     std::optional<std::string> fixedPosterFailure;
     std::optional<std::string> oldFilesFailure;
+
+    // What did not follow the switch, in words for the person.
+    std::vector<std::string> notes() const;
 };
 
 // A change of the subtitle tracks of a published video.
