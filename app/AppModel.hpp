@@ -77,6 +77,8 @@ public:
         std::shared_ptr<SetupService> setup{};
         // Makes the library and catalogue services of a site.
         std::function<LibraryServices(const LocalSite&)> libraryServices{};
+        // Makes the bulk upload service of a site, whose uploads the site's limiter paces.
+        std::function<std::shared_ptr<BulkService>(const LocalSite&, std::shared_ptr<RateLimiter>)> bulkService{};
     };
 
     AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing = WorkspaceTiming());

@@ -41,8 +41,10 @@ public:
     // Which bucket a site's is, for what this computer keeps of it: a local site's is its folder.
     static BucketLocation locationOf(const SiteSummary& site);
 
-private:
+    // The site's publisher with the uploads tuned as this computer's settings say.
     Publisher publisher(const BucketAccess& access, const UploadTuning& tuning, std::optional<double> expectedUploadRate) const;
+
+private:
 
     CorePipeline pipeline_;
 };

@@ -1,5 +1,6 @@
 #include "app/CoreServices.hpp"
 
+#include "app/CoreBulkService.hpp"
 #include "app/CoreLibraryService.hpp"
 #include "app/CorePublishService.hpp"
 #include "app/CoreSetupService.hpp"
@@ -22,7 +23,15 @@ AppModel::Services coreServices(const LocalSettingsStore& store, std::function<v
                               VORLEN_VERSION, endpoints,
                               std::make_shared<CoreSetupService>(endpoints, endpoints.session(),
                                                                  bundledWorkerDirectory()),
-                              [endpoints](const LocalSite& site) { return CoreLibraryService::make(site.id, endpoints); }};
+                              [endpoints](const LocalSite& site) { return CoreLibraryService::make(site.id, endpoints); },
+                              [speed, endpoints](const LocalSite& site, std::shared_ptr<RateLimiter> limiter) {
+                                  CorePipeline pipeline;
+                                  pipeline.endpoints = endpoints;
+                                  pipeline.limiter = std::move(limiter);
+                                  pipeline.encoder = std::make_shared<SoftwareEncoder>(speed);
+                                  return std::make_shared<CoreBulkService>(
+                                      pipeline, LibraryCache::inFolder(SiteStorage(site.id).cacheFolder));
+                              }};
 }
 
 }  // namespace vorlen::app

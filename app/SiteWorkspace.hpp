@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "app/BulkService.hpp"
 #include "app/CatalogModel.hpp"
 #include "app/CredentialStore.hpp"
 #include "app/LibraryModel.hpp"
@@ -51,6 +52,7 @@ public:
         std::shared_ptr<PublishService> publish;
         std::shared_ptr<CredentialStore> credentials;  // absent for a local site
         LibraryServices library;
+        std::shared_ptr<BulkService> bulk;  // absent where bulk uploads are not offered
     };
 
     static std::shared_ptr<SiteWorkspace> make(LocalSite local, Services services, Host host, MainQueue& mainQueue,

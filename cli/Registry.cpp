@@ -15,6 +15,7 @@ void registerTemplateCommands(CommandRegistry& registry);
 void registerLibraryCommands(CommandRegistry& registry);
 void registerVideoCommands(CommandRegistry& registry);
 void registerRunsCommand(CommandRegistry& registry);
+void registerBulkCommand(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
@@ -23,6 +24,7 @@ void registerCommands(CommandRegistry& registry) {
     registerLibraryCommands(registry);
     registerVideoCommands(registry);
     registerRunsCommand(registry);
+    registerBulkCommand(registry);
     registerSitesCommand(registry);
     registerSettingsCommand(registry);
     registerSetupCommands(registry);

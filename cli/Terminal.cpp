@@ -74,4 +74,11 @@ std::optional<std::string> readSecretLine(const std::string& prompt) {
     return line;
 }
 
+bool confirmed(const std::string& question) {
+    if (!isatty(STDIN_FILENO)) return false;
+    std::cerr << question << " [y/N] " << std::flush;
+    std::string answer;
+    return std::getline(std::cin, answer) && (answer == "y" || answer == "Y" || answer == "yes");
+}
+
 }  // namespace vorlen::cli

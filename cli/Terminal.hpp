@@ -11,6 +11,9 @@ namespace vorlen::cli {
 // Asks on the terminal for a line that is not echoed; absent without a terminal or at end of input.
 std::optional<std::string> readSecretLine(const std::string& prompt);
 
+// Asks a yes-or-no question on the terminal; no without a terminal.
+bool confirmed(const std::string& question);
+
 // "encoding  42%  1:05 left  1.8× realtime"
 std::string progressLine(const PublishProgress& progress);
 

@@ -188,13 +188,6 @@ int changeVisibility(const std::optional<std::string>& site, const std::string& 
     return status;
 }
 
-bool confirmed(const std::string& question) {
-    if (!isatty(STDIN_FILENO)) return false;
-    std::cerr << question << " [y/N] " << std::flush;
-    std::string answer;
-    return std::getline(std::cin, answer) && (answer == "y" || answer == "Y" || answer == "yes");
-}
-
 int deleteVideos(const std::optional<std::string>& site, const std::vector<std::string>& folders, bool yes) {
     SiteVideos videos(site);
     int status = 0;
