@@ -22,6 +22,12 @@ bool sameName(std::string_view cell, std::string_view name) {
     return caseFolded(trimmed(cell)) == caseFolded(trimmed(name));
 }
 
+std::optional<std::int64_t> findColumn(const std::vector<std::string>& header, std::string_view name) {
+    const auto cell = std::ranges::find_if(header, [&](const std::string& cellName) { return sameName(cellName, name); });
+    if (cell == header.end()) return std::nullopt;
+    return cell - header.begin();
+}
+
 bool isAddedColumnName(std::string_view name) {
     return std::ranges::any_of(addedColumnOrder, [&](BulkAddedColumn column) { return sameName(name, columnName(column)); });
 }
@@ -89,15 +95,13 @@ std::optional<fs::path> fileURLPath(std::string_view text) {
     return fs::path(percentDecoded(rest));
 }
 
-std::optional<fs::path> resolvedFile(const std::string& text, const fs::path& directory) {
-    if (text.starts_with("file:")) {
-        if (auto path = fileURLPath(text)) return path->lexically_normal();
-    }
-    if (text.starts_with('~')) {
-        if (auto path = expandedTilde(text)) return path->lexically_normal();
-    }
-    if (text.starts_with('/')) return fs::path(text).lexically_normal();
-    return (directory / text).lexically_normal();
+fs::path resolvedFile(const std::string& text, const fs::path& directory) {
+    std::optional<fs::path> path;
+    if (text.starts_with("file:")) path = fileURLPath(text);
+    if (!path && text.starts_with('~')) path = expandedTilde(text);
+    // Appending an absolute path gives that path, so "/" needs no case of its own.
+    if (!path) path = directory / text;
+    return path->lexically_normal();
 }
 
 std::optional<std::string> presentCell(const std::vector<std::string>& row, std::int64_t index) {
@@ -162,10 +166,7 @@ BulkSheet BulkSheet::open(DelimitedText table) {
     }
 
     std::array<std::optional<std::int64_t>, addedColumnOrder.size()> found;
-    for (std::size_t i = 0; i < addedColumnOrder.size(); ++i) {
-        const auto cell = std::ranges::find_if(header, [&](const std::string& name) { return sameName(name, columnName(addedColumnOrder[i])); });
-        if (cell != header.end()) found[i] = cell - header.begin();
-    }
+    for (std::size_t i = 0; i < addedColumnOrder.size(); ++i) found[i] = findColumn(header, columnName(addedColumnOrder[i]));
     const bool isOutputCopy = std::ranges::all_of(found, [](const auto& position) { return position.has_value(); });
     if (!isOutputCopy) {
         // Cells of body rows wider than the header must not end up under an added column.
@@ -194,9 +195,9 @@ std::vector<BulkSheetColumn> BulkSheet::inputColumns() const {
 
 std::optional<BulkSheetColumn> BulkSheet::column(const std::string& name) const {
     const std::vector<std::string>& header = table.rows.front();
-    const auto cell = std::ranges::find_if(header, [&](const std::string& cellName) { return sameName(cellName, name); });
-    if (cell == header.end()) return std::nullopt;
-    return BulkSheetColumn{cell - header.begin(), *cell};
+    const std::optional<std::int64_t> index = findColumn(header, name);
+    if (!index) return std::nullopt;
+    return BulkSheetColumn{*index, header[static_cast<std::size_t>(*index)]};
 }
 
 bool BulkSheet::isAddedColumn(std::int64_t column) const {
@@ -221,7 +222,6 @@ std::vector<BulkRow> BulkSheet::rowsAsPlaced(const BulkColumnMapping& mapping, c
     std::vector<BulkRow> result;
     for (std::size_t index = 1; index < table.rows.size(); ++index) {
         const std::vector<std::string>& cells = table.rows[index];
-        const auto position = static_cast<std::int64_t>(index);
         bool holdsSomething = false;
         for (std::size_t cell = 0; cell < cells.size() && !holdsSomething; ++cell) {
             holdsSomething = !isAddedColumn(static_cast<std::int64_t>(cell)) && !trimmed(cells[cell]).empty();
@@ -229,7 +229,7 @@ std::vector<BulkRow> BulkSheet::rowsAsPlaced(const BulkColumnMapping& mapping, c
         if (!holdsSomething) continue;
 
         BulkRow row;
-        row.index = position;
+        row.index = static_cast<std::int64_t>(index);
         if (auto file = presentCell(cells, mapping.file.index)) row.file = resolvedFile(*file, directory);
         row.title = presentCell(cells, mapping.title);
         row.reference = presentCell(cells, mapping.reference);
