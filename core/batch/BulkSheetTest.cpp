@@ -7,10 +7,10 @@
 
 #include <unistd.h>
 
-#include <iterator>
 #include <array>
 #include <cstdlib>
 #include <functional>
+#include <iterator>
 
 using namespace vorlen;
 
