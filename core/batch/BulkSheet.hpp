@@ -90,9 +90,15 @@ struct BulkSheet {
     std::vector<BulkSheetColumn> inputColumns() const;
     // A header cell by name, trimmed and without regard to case.
     std::optional<BulkSheetColumn> column(const std::string& name) const;
+    bool isAddedColumn(std::int64_t column) const;
+    // Fails with the person's words for a mapped column that the header lacks or that Vorlen writes to.
+    void checkMapping(const BulkColumnMapping& mapping) const;
     // The rows below the header that hold something, read with the mapping; a
     // mapping that does not fit the header fails with the person's words.
     std::vector<BulkRow> rows(const BulkColumnMapping& mapping, const std::filesystem::path& directory) const;
+    // The same rows, read at the mapping's column positions without checking the names
+    // (the input beside its results copy, whose columns were compared when it was opened).
+    std::vector<BulkRow> rowsAsPlaced(const BulkColumnMapping& mapping, const std::filesystem::path& directory) const;
     // Out-of-range rows are ignored; notes and messages become one line.
     void setStatus(std::int64_t row, const BulkRowStatus& status);
 };
