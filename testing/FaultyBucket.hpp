@@ -38,6 +38,9 @@ public:
     bool hasObjects(const std::string& prefix) override { return inner->hasObjects(prefix); }
     std::optional<std::string> object(const std::string& key) override { return inner->object(key); }
     std::optional<TaggedObject> taggedObject(const std::string& key) override { return inner->taggedObject(key); }
+    std::optional<std::string> objectRange(const std::string& key, const ByteRange& range) override {
+        return inner->objectRange(key, range);
+    }
     std::optional<ObjectInfo> info(const std::string& key) override { return inner->info(key); }
     void remove(const std::string& key) override { inner->remove(key); }
     std::vector<DeleteFailure> deleteObjects(const std::vector<std::string>& keys) override {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "core/publish/AudioLoudness.hpp"
 #include "core/publish/BuiltFolder.hpp"
 #include "core/publish/VideoMetadata.hpp"
 
@@ -16,8 +17,9 @@ namespace vorlen {
 // it when the last holder lets go.
 class BuiltAudio {
 public:
+    // The loudness goes into the video's record; absent, the record tells of audio of unknown loudness.
     BuiltAudio(std::filesystem::path directory, std::vector<std::string> files, std::uint64_t byteCount,
-               WorkDirectory work);
+               WorkDirectory work, std::optional<AudioLoudness> loudness = std::nullopt);
     ~BuiltAudio();
     BuiltAudio(const BuiltAudio&) = delete;
     BuiltAudio& operator=(const BuiltAudio&) = delete;
@@ -27,12 +29,20 @@ public:
     const std::vector<std::string>& files() const { return files_; }
     std::uint64_t byteCount() const { return byteCount_; }
     const WorkDirectory& work() const { return work_; }
+    std::optional<AudioLoudness> loudness() const { return loudness_; }
 
 private:
     std::filesystem::path directory_;
     std::vector<std::string> files_;
     std::uint64_t byteCount_;
     WorkDirectory work_;
+    std::optional<AudioLoudness> loudness_;
+};
+
+// The audio that a published video plays: its media playlist's path in the folder.
+struct PublishedAudio {
+    std::string path;
+    bool operator==(const PublishedAudio&) const = default;
 };
 
 // An audio replacement that switched; the failures after the switch are notes.

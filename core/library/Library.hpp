@@ -100,6 +100,13 @@ struct Library {
                                            const ProgressHandler& onProgress) const;
     AudioReplacement replaceAudio(const ReplacementTarget& target, BuiltAudio& built, const Publisher& publisher,
                                   UploadJournal& journal, const ProgressHandler& onProgress) const;
+    // The audio rendition of the most channels that the video's master playlist
+    // names; absent for a video without audio.
+    static std::optional<PublishedAudio> publishedAudio(const ReplacementTarget& target);
+    // Writes the published audio's init segment and media segments, read by range
+    // from its chunk files, into the directory as one fragmented MP4 file: the
+    // source of a re-import when the original file is not at hand.
+    std::filesystem::path savePublishedAudio(const ReplacementTarget& target, const std::filesystem::path& directory) const;
     // Adds, replaces and removes subtitle tracks through the same switch: new
     // files first, the old ones after.
     SubtitleChangeResult changeSubtitles(const LibraryVideo& video, const SubtitleChange& change) const;
@@ -111,6 +118,15 @@ struct Library {
     // after the MPD switched puts the MPD back, and when even that fails the
     // players disagree: a manifestRestore failure.
     void swapManifests(const CurrentManifests& current, const ReplacementManifests& next, ManifestChange change) const;
+
+    // Uploads the files of a change under mediaPrefix and switches the manifests to
+    // them. Until the switch a failure or a stop removes the prefix again and the
+    // video plays on as it was; gives the last measured upload rate.
+    std::optional<double> uploadAndSwap(const CurrentManifests& current, const ReplacementManifests& next,
+                                        ManifestChange change, const std::filesystem::path& directory,
+                                        const std::vector<std::string>& files, const std::string& mediaPrefix,
+                                        std::uint64_t bytes, const Publisher& publisher, UploadJournal& journal,
+                                        const ProgressHandler& onProgress) const;
 
     // The key boundaries of a listing from the sorted cached folder names: at
     // least 50 folders a range, at most 8 ranges, none below 2.

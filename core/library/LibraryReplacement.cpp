@@ -113,6 +113,45 @@ void Library::swapManifests(const CurrentManifests& current, const ReplacementMa
     }).value();
 }
 
+std::optional<double> Library::uploadAndSwap(const CurrentManifests& current, const ReplacementManifests& next,
+                                             ManifestChange change, const std::filesystem::path& directory,
+                                             const std::vector<std::string>& files, const std::string& mediaPrefix,
+                                             std::uint64_t bytes, const Publisher& publisher, UploadJournal& journal,
+                                             const ProgressHandler& onProgress) const {
+    journal.logStart(files.size(), bytes, publisher.upload, publisher.limiter->bytesPerSecond(),
+                     change == ManifestChange::audio ? "audio replacement" : "replacement");
+    try {
+        auto rate = publisher.uploadFiles(directory, files, mediaPrefix, videoFolderHeaders, bytes, journal, onProgress);
+        swapManifests(current, next, change);
+        return rate;
+    } catch (...) {
+        auto failure = std::current_exception();
+        journal.logStop(failure);
+        bool playersMayUseIt = false;
+        try {
+            throw;
+        } catch (const VorlenError& error) {
+            playersMayUseIt = error.is<failure::ManifestRestore>();
+        } catch (...) {
+        }
+        if (!playersMayUseIt) {
+            auto& bucket = *destination.bucket;
+            const RetryPolicy retry{options.maxRetries, options.retryDelay};
+            bool gone = Task<bool>::detached([&] {
+                            try {
+                                deleteStages(bucket, mediaPrefix, deletionStages(filesOf(bucket, mediaPrefix)), retry);
+                                return true;
+                            } catch (const std::exception& error) {
+                                journal.log(fmt::format("cleanup delete failed: {}", error.what()));
+                                return false;
+                            }
+                        }).value();
+            if (!gone) journal.log("the cleanup did not delete every file");
+        }
+        std::rethrow_exception(failure);
+    }
+}
+
 VideoReplacement Library::replace(const ReplacementTarget& target, BuiltFolder& built, const Publisher& publisher,
                                   UploadJournal& journal, const ProgressHandler& onProgress) const {
     auto& bucket = *destination.bucket;
@@ -154,35 +193,8 @@ VideoReplacement Library::replace(const ReplacementTarget& target, BuiltFolder& 
 
     std::uint64_t bytes = 0;
     for (const auto& file : files) bytes += std::filesystem::file_size(directory / file);
-    journal.logStart(files.size(), bytes, publisher.upload, publisher.limiter->bytesPerSecond(), "replacement");
-    std::optional<double> rate;
-    try {
-        rate = publisher.uploadFiles(directory, files, mediaPrefix, videoFolderHeaders, bytes, journal, onProgress);
-        swapManifests(target.manifests, manifests, ManifestChange::video);
-    } catch (...) {
-        auto failure = std::current_exception();
-        journal.logStop(failure);
-        bool playersMayUseIt = false;
-        try {
-            throw;
-        } catch (const VorlenError& error) {
-            playersMayUseIt = error.is<failure::ManifestRestore>();
-        } catch (...) {
-        }
-        if (!playersMayUseIt) {
-            bool gone = Task<bool>::detached([&] {
-                            try {
-                                deleteStages(bucket, mediaPrefix, deletionStages(filesOf(bucket, mediaPrefix)), retry);
-                                return true;
-                            } catch (const std::exception& error) {
-                                journal.log(fmt::format("cleanup delete failed: {}", error.what()));
-                                return false;
-                            }
-                        }).value();
-            if (!gone) journal.log("the cleanup did not delete every file");
-        }
-        std::rethrow_exception(failure);
-    }
+    const auto rate = uploadAndSwap(target.manifests, manifests, ManifestChange::video, directory, files, mediaPrefix, bytes,
+                                    publisher, journal, onProgress);
 
     // The new video is live: what follows may fail without undoing it.
     VideoReplacement result{Published{video.prefix, video.prefix + switchFile, video.prefix + dashFile,

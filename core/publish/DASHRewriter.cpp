@@ -4,7 +4,9 @@
 
 #include <charconv>
 #include <cstring>
+#include <functional>
 #include <limits>
+#include <map>
 #include <pugixml.hpp>
 #include <sstream>
 
@@ -16,6 +18,19 @@ namespace vorlen::DASHRewriter {
 namespace {
 
 [[noreturn]] void fail(const std::string& text) { throw VorlenError::manifest(text); }
+
+void parse(pugi::xml_document& document, std::string_view mpd) {
+    // pugixml never reads a DTD nor resolves external entities.
+    auto parsed = document.load_buffer(mpd.data(), mpd.size(), pugi::parse_default | pugi::parse_comments,
+                                       pugi::encoding_utf8);
+    if (!parsed) fail(fmt::format("MPD XML: {}", parsed.description()));
+}
+
+std::string saved(const pugi::xml_document& document) {
+    std::ostringstream out;
+    document.save(out, "  ", pugi::format_default, pugi::encoding_utf8);
+    return out.str();
+}
 
 std::string rangeText(const ByteRange& range) {
     auto last = range.length == 0 ? range.offset : range.offset + range.length - 1;
@@ -99,10 +114,7 @@ void walk(pugi::xml_node node, const std::vector<StreamLayout>& layouts) {
 
 std::string rewrite(std::string_view mpd, const std::vector<StreamLayout>& layouts) {
     pugi::xml_document document;
-    // pugixml never reads a DTD nor resolves external entities.
-    auto parsed = document.load_buffer(mpd.data(), mpd.size(), pugi::parse_default | pugi::parse_comments,
-                                       pugi::encoding_utf8);
-    if (!parsed) fail(fmt::format("MPD XML: {}", parsed.description()));
+    parse(document, mpd);
     auto root = document.document_element();
     if (!root) fail("MPD XML: no root element");
     if (std::strcmp(root.name(), "MPD") == 0) {
@@ -110,9 +122,7 @@ std::string rewrite(std::string_view mpd, const std::vector<StreamLayout>& layou
         if (auto profiles = root.attribute("profiles")) profiles = "urn:mpeg:dash:profile:isoff-main:2011";
     }
     walk(document, layouts);
-    std::ostringstream out;
-    document.save(out, "  ", pugi::format_default, pugi::encoding_utf8);
-    return out.str();
+    return saved(document);
 }
 
 namespace {
@@ -136,13 +146,70 @@ void prefixAddresses(pugi::xml_node node, const std::string& prefix, bool underP
 
 std::string withMediaPrefix(std::string_view mpd, const std::string& prefix) {
     pugi::xml_document document;
-    auto parsed = document.load_buffer(mpd.data(), mpd.size(), pugi::parse_default | pugi::parse_comments,
-                                       pugi::encoding_utf8);
-    if (!parsed) fail(fmt::format("MPD XML: {}", parsed.description()));
+    parse(document, mpd);
     prefixAddresses(document.document_element(), prefix, false);
-    std::ostringstream out;
-    document.save(out, "  ", pugi::format_default, pugi::encoding_utf8);
-    return out.str();
+    return saved(document);
+}
+
+namespace {
+
+bool isAudioSet(const pugi::xml_node& node) {
+    return std::strcmp(node.name(), "AdaptationSet") == 0 && std::strcmp(node.attribute("contentType").value(), "audio") == 0;
+}
+
+// A representation's segments, its own or its adaptation set's.
+pugi::xml_node segmentsOf(const pugi::xml_node& representation) {
+    for (auto node : {representation, representation.parent()})
+        for (const char* name : {"SegmentList", "SegmentTemplate"})
+            if (auto found = node.child(name)) return found;
+    return {};
+}
+
+// The stream directory that a representation's init segment lies in: "a_stereo"
+// for "r-k3x9a2mq/a_stereo/001.mp4" or "a_stereo/init.mp4".
+std::string streamOf(const pugi::xml_node& representation) {
+    auto segments = segmentsOf(representation);
+    std::string_view path = segments.child("Initialization").attribute("sourceURL").value();
+    if (path.empty()) path = segments.attribute("initialization").value();
+    const auto slash = path.rfind('/');
+    if (slash == std::string_view::npos) return {};
+    path = path.substr(0, slash);
+    return std::string(path.substr(path.rfind('/') + 1));
+}
+
+void forEachAudioRepresentation(pugi::xml_node node, const std::function<void(pugi::xml_node)>& visit) {
+    for (auto child : node.children()) {
+        if (child.type() != pugi::node_element) continue;
+        if (isAudioSet(child)) {
+            for (auto representation : child.children("Representation")) visit(representation);
+        } else {
+            forEachAudioRepresentation(child, visit);
+        }
+    }
+}
+
+}  // namespace
+
+std::string withAudio(std::string_view mpd, std::string_view audioMpd) {
+    pugi::xml_document audio;
+    parse(audio, audioMpd);
+    std::map<std::string, pugi::xml_node> streams;
+    forEachAudioRepresentation(audio, [&](pugi::xml_node representation) { streams[streamOf(representation)] = representation; });
+
+    pugi::xml_document document;
+    parse(document, mpd);
+    forEachAudioRepresentation(document, [&](pugi::xml_node representation) {
+        auto found = streams.find(streamOf(representation));
+        if (found == streams.end()) fail("the new audio has no stream for a representation of the MPD");
+        const auto& next = found->second;
+        auto old = segmentsOf(representation);
+        auto holder = old.parent();
+        holder.insert_copy_before(segmentsOf(next), old);
+        holder.remove_child(old);
+        representation.remove_attribute("bandwidth");
+        representation.append_attribute("bandwidth") = next.attribute("bandwidth").value();
+    });
+    return saved(document);
 }
 
 }  // namespace vorlen::DASHRewriter

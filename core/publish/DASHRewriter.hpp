@@ -20,6 +20,12 @@ std::string rewrite(std::string_view mpd, const std::vector<StreamLayout>& layou
 // BaseURL above them was prefixed already.
 std::string withMediaPrefix(std::string_view mpd, const std::string& prefix);
 
+// The manifest with new audio: each Representation of an audio AdaptationSet takes
+// the SegmentList and bandwidth of the stream of the same name (such as "a_stereo")
+// in the audio manifest. Throws a manifest VorlenError for a representation that
+// the new audio has no stream for.
+std::string withAudio(std::string_view mpd, std::string_view audioMpd);
+
 }  // namespace DASHRewriter
 
 }  // namespace vorlen

@@ -146,5 +146,36 @@ TEST(DASHRewriterTest, AMediaPrefixReachesEveryRelativeAddressOnce) {
     }
 }
 
+TEST(DASHRewriterTest, NewAudioTakesTheAudioSetsAndLeavesThePicture) {
+    const auto published = DASHRewriter::withMediaPrefix(DASHRewriter::rewrite(packagerMpd, layouts()), "r-1111aaaa/");
+    std::string packaged = packagerMpd;
+    packaged.replace(packaged.find("98180"), 5, "256000");
+    const auto audio = DASHRewriter::withMediaPrefix(
+        DASHRewriter::rewrite(packaged, {layouts()[0], Chunker::layout("a_stereo", 700, std::vector<std::uint64_t>(10, 300), 1 << 20)}),
+        "r-2222bbbb/");
+
+    pugi::xml_document document;
+    ASSERT_TRUE(document.load_string(DASHRewriter::withAudio(published, audio).c_str()));
+    const auto sets = document.select_nodes("//AdaptationSet");
+    ASSERT_EQ(sets.size(), 2u);
+    const auto picture = sets[0].node();
+    EXPECT_STREQ(picture.select_node(".//Initialization").node().attribute("sourceURL").value(), "r-1111aaaa/v_180/001.mp4");
+    const auto sound = sets[1].node();
+    EXPECT_EQ(sound.select_nodes(".//SegmentList").size(), 1u);
+    EXPECT_STREQ(sound.select_node(".//Initialization").node().attribute("range").value(), "0-699");
+    EXPECT_STREQ(sound.select_node(".//SegmentURL").node().attribute("media").value(), "r-2222bbbb/a_stereo/001.mp4");
+    EXPECT_STREQ(sound.child("Representation").attribute("bandwidth").value(), "256000");
+
+    std::string surround = published;
+    for (auto at = surround.find("a_stereo"); at != std::string::npos; at = surround.find("a_stereo", at))
+        surround.replace(at, 8, "a_surround");
+    try {
+        DASHRewriter::withAudio(surround, audio);
+        ADD_FAILURE() << "no failure";
+    } catch (const VorlenError& error) {
+        EXPECT_EQ(error.text(), "the new audio has no stream for a representation of the MPD");
+    }
+}
+
 }  // namespace
 }  // namespace vorlen

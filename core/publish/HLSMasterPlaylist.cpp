@@ -49,10 +49,12 @@ std::optional<std::string> attribute(const Attributes& attributes, std::string_v
     return std::nullopt;
 }
 
-bool isSubtitleMedia(std::string_view line) {
+bool isMediaOfType(std::string_view line, std::string_view type) {
     if (!line.starts_with(mediaTag)) return false;
-    return attribute(parseAttributes(line.substr(mediaTag.size())), "TYPE") == "SUBTITLES";
+    return attribute(parseAttributes(line.substr(mediaTag.size())), "TYPE") == type;
 }
+
+bool isSubtitleMedia(std::string_view line) { return isMediaOfType(line, "SUBTITLES"); }
 
 std::string withoutSubtitleGroup(const std::string& line) {
     auto attributes = parseAttributes(std::string_view(line).substr(variantTag.size()));
@@ -136,6 +138,42 @@ std::string withMediaPrefix(std::string_view master, const std::string& prefix) 
                 auto value = at + uriAttribute.size();
                 if (isRelativeAddress(std::string_view(line).substr(value))) line.insert(value, prefix);
             }
+        }
+        result += line + "\n";
+    }
+    return result;
+}
+
+std::vector<AudioMedia> audio(std::string_view master) {
+    std::vector<AudioMedia> found;
+    for (const auto& line : lines(master)) {
+        std::string test = trimmedAsciiWhitespace(line);
+        if (!isMediaOfType(test, "AUDIO")) continue;
+        auto attributes = parseAttributes(std::string_view(test).substr(mediaTag.size()));
+        auto uri = attribute(attributes, "URI");
+        if (!uri) continue;  // audio inside the variants' own streams
+        // CHANNELS reads "6" or "6/JOC": the count comes first.
+        auto channels = attribute(attributes, "CHANNELS").value_or("");
+        found.push_back(AudioMedia{*uri, std::atoll(channels.c_str())});
+    }
+    return found;
+}
+
+std::string withAudioFolder(std::string_view master, const std::string& folder) {
+    constexpr std::string_view uriAttribute = "URI=\"";
+    std::string result;
+    for (auto line : lines(master)) {
+        std::string test = trimmedAsciiWhitespace(line);
+        if (isMediaOfType(test, "AUDIO")) {
+            for (auto at = test.find(uriAttribute); at != std::string::npos; at = test.find(uriAttribute, at + 1)) {
+                if (at == 0 || (test[at - 1] != ':' && test[at - 1] != ',')) continue;  // part of another name
+                const auto value = at + uriAttribute.size();
+                const auto end = test.find('"', value);
+                const auto uri = test.substr(value, end - value);
+                test.replace(value, end - value, folder + uri.substr(uri.rfind('/') + 1));
+                break;
+            }
+            line = test;
         }
         result += line + "\n";
     }

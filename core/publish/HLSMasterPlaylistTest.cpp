@@ -103,6 +103,20 @@ TEST(HLSMasterPlaylistTest, AMediaPrefixReachesEveryRelativeAddressOnce) {
     EXPECT_EQ(HLSMasterPlaylist::subtitles(prefixed).at(0).folder, "r-k3x9a2mq/");
 }
 
+TEST(HLSMasterPlaylistTest, NewAudioTakesItsPlaylistsFromItsFolderAndThePictureStays) {
+    const auto surround = master + "#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID=\"audio-surround\",NAME=\"surround\",CHANNELS=\"6/JOC\","
+                                   "URI=\"a_surround.m3u8\"\n";
+    const auto replaced = HLSMasterPlaylist::withMediaPrefix(surround, "r-1111aaaa/");
+    EXPECT_EQ(HLSMasterPlaylist::audio(replaced),
+              (std::vector<HLSMasterPlaylist::AudioMedia>{{"r-1111aaaa/a_stereo.m3u8", 2}, {"r-1111aaaa/a_surround.m3u8", 6}}));
+
+    const auto reimported = HLSMasterPlaylist::withAudioFolder(replaced, "r-2222bbbb/");
+    EXPECT_EQ(HLSMasterPlaylist::audio(reimported),
+              (std::vector<HLSMasterPlaylist::AudioMedia>{{"r-2222bbbb/a_stereo.m3u8", 2}, {"r-2222bbbb/a_surround.m3u8", 6}}));
+    EXPECT_NE(reimported.find("\nr-1111aaaa/v_180.m3u8\n"), std::string::npos) << reimported;
+    EXPECT_EQ(reimported.find("r-2222bbbb/v_"), std::string::npos) << reimported;
+}
+
 TEST(HLSMasterPlaylistTest, AMasterWithoutVariantsCannotTakeTracks) {
     EXPECT_THROW(HLSMasterPlaylist::withSubtitles("#EXTM3U\n", {stream("sub_en", "en", "English", Kind::subtitles)}),
                  VorlenError);

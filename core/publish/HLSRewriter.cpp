@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <charconv>
+#include <optional>
+
 #include "core/base/VorlenError.hpp"
 
 namespace vorlen::HLSRewriter {
@@ -16,7 +19,52 @@ std::string_view trimmedLine(std::string_view line) {
     return line.substr(first, last - first + 1);
 }
 
+// "<length>@<offset>"; the offset is never left implicit here.
+ByteRange rangeOf(std::string_view text) {
+    const auto at = text.find('@');
+    std::uint64_t length = 0, offset = 0;
+    auto parse = [](std::string_view digits, std::uint64_t& value) {
+        auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+        return error == std::errc() && end == digits.data() + digits.size() && !digits.empty();
+    };
+    if (at == std::string_view::npos || !parse(text.substr(0, at), length) || !parse(text.substr(at + 1), offset))
+        throw VorlenError::manifest(fmt::format("bad byte range {}", text));
+    return {offset, length};
+}
+
+// The value of a quoted attribute of a tag line.
+std::string_view quotedAttribute(std::string_view line, std::string_view name) {
+    const auto start = line.find(std::string(name) + "=\"");
+    if (start == std::string_view::npos) return {};
+    const auto value = start + name.size() + 2;
+    return line.substr(value, line.find('"', value) - value);
+}
+
 }  // namespace
+
+StreamLayout layoutOf(std::string_view playlist) {
+    StreamLayout layout;
+    bool hasMap = false;
+    std::optional<ByteRange> pending;
+    std::size_t position = 0;
+    while (position < playlist.size()) {
+        auto end = std::min(playlist.find('\n', position), playlist.size());
+        auto test = trimmedLine(playlist.substr(position, end - position));
+        position = end + 1;
+        if (test.starts_with("#EXT-X-MAP:")) {
+            layout.initSegment = {std::string(quotedAttribute(test, "URI")), rangeOf(quotedAttribute(test, "BYTERANGE"))};
+            hasMap = true;
+        } else if (test.starts_with("#EXT-X-BYTERANGE:")) {
+            pending = rangeOf(test.substr(17));
+        } else if (!test.empty() && !test.starts_with("#")) {
+            if (!pending) throw VorlenError::manifest("media playlist has a segment without a byte range");
+            layout.segments.push_back({std::string(test), *pending});
+            pending.reset();
+        }
+    }
+    if (!hasMap) throw VorlenError::manifest("media playlist has 0 EXT-X-MAP tags, expected 1");
+    return layout;
+}
 
 std::string rewrite(std::string_view playlist, const StreamLayout& layout) {
     std::string out;

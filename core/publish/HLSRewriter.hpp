@@ -15,6 +15,11 @@ namespace HLSRewriter {
 // Throws a manifest VorlenError when the playlist does not match the layout.
 std::string rewrite(std::string_view playlist, const StreamLayout& layout);
 
+// Reads a rewritten playlist back: where its init segment and media segments lie,
+// with file names as the playlist writes them. Throws a manifest VorlenError for a
+// playlist without byte ranges.
+StreamLayout layoutOf(std::string_view playlist);
+
 }  // namespace HLSRewriter
 
 }  // namespace vorlen

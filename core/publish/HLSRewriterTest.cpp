@@ -54,6 +54,16 @@ TEST(HLSRewriterTest, EverySegmentBecomesAnExplicitByteRange) {
               "#EXT-X-ENDLIST\n");
 }
 
+TEST(HLSRewriterTest, ARewrittenPlaylistReadsBackAsItsLayout) {
+    auto layout = Chunker::layout("v_180", 800, {1000, 2000, 300}, 2500);
+    auto read = HLSRewriter::layoutOf(HLSRewriter::rewrite(packagerPlaylist, layout));
+    EXPECT_EQ(read.initSegment, layout.initSegment);
+    EXPECT_EQ(read.segments, layout.segments);
+
+    EXPECT_THROW(HLSRewriter::layoutOf(packagerPlaylist), VorlenError);  // no byte ranges
+    EXPECT_THROW(HLSRewriter::layoutOf("#EXT-X-MAP:URI=\"a/001.mp4\",BYTERANGE=\"800\"\n"), VorlenError);
+}
+
 TEST(HLSRewriterTest, APlaylistThatDoesNotMatchItsStreamIsRefused) {
     auto three = Chunker::layout("v_180", 8, {1, 2, 3}, 100);
     auto two = Chunker::layout("v_180", 8, {1, 2}, 100);

@@ -65,4 +65,12 @@ Inspection inspect(const Tools& tools, const VideoEncoder& encoder, const std::f
     return inspectionFor(source, inspectFile(tools, source), encoder);
 }
 
+Inspection inspectAudio(const Tools& tools, const std::filesystem::path& source) {
+    Inspection inspection;
+    inspection.source = source;
+    inspection.info = inspectAudioFile(tools, source);
+    if (inspection.info.audio) inspection.audio = renditions(inspection.info.audio->channels);
+    return inspection;
+}
+
 }  // namespace vorlen

@@ -26,6 +26,9 @@ struct Inspection {
 
 Inspection inspect(const Tools& tools, const VideoEncoder& encoder, const std::filesystem::path& source);
 
+// A file whose audio alone is used: its audio facts and renditions, no ladder.
+Inspection inspectAudio(const Tools& tools, const std::filesystem::path& source);
+
 // The ladder and renditions that the facts call for, with names and the size estimate.
 Inspection inspectionFor(const std::filesystem::path& source, const SourceInfo& info, const VideoEncoder& encoder);
 

@@ -58,6 +58,34 @@ double rotationOf(const Json& stream) {
     return 0;
 }
 
+// The container's duration, else the stream's.
+double durationOf(const Json& probe, const Json* stream) {
+    std::optional<std::string> durationText;
+    if (auto format = probe.find("format"); format != probe.end())
+        durationText = optionalField<std::string>(*format, "duration");
+    if (!durationText && stream) durationText = optionalField<std::string>(*stream, "duration");
+    auto duration = durationText ? parseNumber(*durationText) : std::nullopt;
+    if (!duration || *duration <= 0) throw VorlenError::source("the file has no known duration");
+    return *duration;
+}
+
+// The default audio stream, else the first.
+std::optional<AudioStream> audioOf(const Json& probe) {
+    const Json* chosen = nullptr;
+    for (const auto& stream : probe["streams"]) {
+        if (optionalField<std::string>(stream, "codec_type") != "audio") continue;
+        if (!chosen) chosen = &stream;
+        auto disposition = stream.find("disposition");
+        if (disposition != stream.end() && fieldOr<std::int64_t>(*disposition, "default", 0) == 1) {
+            chosen = &stream;
+            break;
+        }
+    }
+    if (!chosen) return std::nullopt;
+    auto channels = fieldOr<std::int64_t>(*chosen, "channels", 2);
+    return AudioStream{fieldOr<std::int64_t>(*chosen, "index", 0), std::max<std::int64_t>(channels, 1)};
+}
+
 }  // namespace
 
 std::string rawValue(HDRTransfer transfer) { return transfer == HDRTransfer::pq ? "pq" : "hlg"; }
@@ -80,39 +108,37 @@ SourceInfo sourceInfoFromProbe(const Json& probe) {
     if (!fps) throw VorlenError::source("the video stream has no frame rate");
     info.fps = *fps;
 
-    std::optional<std::string> durationText;
-    if (auto format = probe.find("format"); format != probe.end())
-        durationText = optionalField<std::string>(*format, "duration");
-    if (!durationText) durationText = optionalField<std::string>(*video, "duration");
-    auto duration = durationText ? parseNumber(*durationText) : std::nullopt;
-    if (!duration || *duration <= 0) throw VorlenError::source("the file has no known duration");
-    info.durationSeconds = *duration;
+    info.durationSeconds = durationOf(probe, video);
 
     auto transfer = optionalField<std::string>(*video, "color_transfer");
     if (transfer == "smpte2084") info.hdr = HDRTransfer::pq;
     if (transfer == "arib-std-b67") info.hdr = HDRTransfer::hlg;
 
-    const Json* chosen = nullptr;
-    for (const auto& stream : probe["streams"]) {
-        if (optionalField<std::string>(stream, "codec_type") != "audio") continue;
-        if (!chosen) chosen = &stream;
-        auto disposition = stream.find("disposition");
-        if (disposition != stream.end() && fieldOr<std::int64_t>(*disposition, "default", 0) == 1) {
-            chosen = &stream;
-            break;
-        }
-    }
-    if (chosen) {
-        auto channels = fieldOr<std::int64_t>(*chosen, "channels", 2);
-        info.audio = AudioStream{fieldOr<std::int64_t>(*chosen, "index", 0), std::max<std::int64_t>(channels, 1)};
-    }
+    info.audio = audioOf(probe);
     return info;
 }
 
-SourceInfo inspectFile(const Tools& tools, const std::filesystem::path& file) {
+SourceInfo audioInfoFromProbe(const Json& probe) {
+    SourceInfo info;
+    info.audio = audioOf(probe);
+    info.durationSeconds = durationOf(probe, nullptr);
+    return info;
+}
+
+namespace {
+
+Json probe(const Tools& tools, const std::filesystem::path& file) {
     auto output = ToolRunner::run("ffprobe", tools.ffprobe,
                                   {"-v", "error", "-print_format", "json", "-show_streams", "-show_format", file.string()});
-    return sourceInfoFromProbe(decodeJson(output.standardOutput));
+    return decodeJson(output.standardOutput);
+}
+
+}  // namespace
+
+SourceInfo inspectFile(const Tools& tools, const std::filesystem::path& file) { return sourceInfoFromProbe(probe(tools, file)); }
+
+SourceInfo inspectAudioFile(const Tools& tools, const std::filesystem::path& file) {
+    return audioInfoFromProbe(probe(tools, file));
 }
 
 namespace {

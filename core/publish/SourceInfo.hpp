@@ -36,8 +36,13 @@ struct SourceInfo {
 // Reads ffprobe's -show_streams -show_format JSON. Throws source errors.
 SourceInfo sourceInfoFromProbe(const Json& probe);
 
+// Only the duration and the audio, for a file whose audio alone is used: a
+// file without a picture is fine, and one without audio has no `audio`.
+SourceInfo audioInfoFromProbe(const Json& probe);
+
 // Runs ffprobe on file and reads its answer.
 SourceInfo inspectFile(const Tools& tools, const std::filesystem::path& file);
+SourceInfo inspectAudioFile(const Tools& tools, const std::filesystem::path& file);
 
 // The HDR10 facts of a picture, in the notation that x265 takes:
 // "G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)" and "maxCLL,maxFALL".

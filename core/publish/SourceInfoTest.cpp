@@ -61,6 +61,15 @@ TEST(SourceInfo, PicksTheRealPictureAndTheDefaultAudio) {
     EXPECT_EQ(sourceInfoFromProbe(probeOf({videoStream()})).audio, std::nullopt);
 }
 
+TEST(SourceInfo, AnAudioSourceNeedsNoPicture) {
+    auto second = Json{{"index", 1}, {"codec_type", "audio"}, {"channels", 6}, {"disposition", {{"default", 1}}}};
+    auto info = audioInfoFromProbe(probeOf({Json{{"index", 0}, {"codec_type", "audio"}}, second}));
+    EXPECT_EQ(info.audio, (AudioStream{1, 6}));
+    EXPECT_EQ(info.durationSeconds, 12.5);
+    EXPECT_EQ(audioInfoFromProbe(probeOf({videoStream()})).audio, std::nullopt);
+    EXPECT_THROW(audioInfoFromProbe(probeOf({second}, Json::object())), VorlenError);
+}
+
 TEST(SourceInfo, AppliesQuarterTurnsOnly) {
     for (double rotation : {-90.0, 90.0, 270.0, -270.5}) {
         auto video = videoStream();

@@ -11,6 +11,13 @@ std::string unquotedETag(std::string_view etag) {
     return std::string(etag);
 }
 
+std::optional<std::string> Bucket::objectRange(const std::string& key, const ByteRange& range) {
+    auto data = object(key);
+    if (!data) return std::nullopt;
+    if (range.offset + range.length > data->size()) throw VorlenError::integrity(key, shortObject);
+    return data->substr(range.offset, range.length);
+}
+
 std::vector<Bucket::ListPage> Bucket::listAll(const std::string& prefix) {
     std::vector<ListPage> pages;
     std::optional<std::string> token;

@@ -80,6 +80,9 @@ public:
     virtual bool hasObjects(const std::string& prefix) = 0;
     virtual std::optional<std::string> object(const std::string& key) = 0;
     virtual std::optional<TaggedObject> taggedObject(const std::string& key) = 0;
+    // Some bytes of an object; absent when there is no object. A range past its end fails.
+    virtual std::optional<std::string> objectRange(const std::string& key, const ByteRange& range);
+    static constexpr const char* shortObject = "the object ends before the range read from it";
     virtual std::optional<ObjectInfo> info(const std::string& key) = 0;
     // Returns the ETag the store answered with, if any. A failed condition is `conflict(key)`.
     virtual std::optional<std::string> put(const std::string& key, const RequestBody& body, const ObjectHeaders& headers,

@@ -128,6 +128,14 @@ TEST_P(BucketContract, sendsAFileRangeAndReportsEveryByte) {
     EXPECT_FALSE(bucket->info(prefix + "short"));
 }
 
+TEST_P(BucketContract, readsARangeOfAnObject) {
+    bucket->put(prefix + "chunk", RequestBody::bytes("0123456789abcdef"), {"video/mp4", "", {}});
+    EXPECT_EQ(bucket->objectRange(prefix + "chunk", {3, 5}), "34567");
+    EXPECT_EQ(bucket->objectRange(prefix + "chunk", {10, 6}), "abcdef");
+    EXPECT_FALSE(bucket->objectRange(prefix + "missing", {0, 4}));
+    EXPECT_ANY_THROW(bucket->objectRange(prefix + "chunk", {12, 8}));
+}
+
 TEST_P(BucketContract, conditionalWritesLoseWithAConflictAndChangeNothing) {
     std::string key = prefix + "record.json";
     ObjectHeaders json{"application/json", "no-cache", {}};

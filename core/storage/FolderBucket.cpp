@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -422,6 +423,17 @@ std::optional<std::string> FolderBucket::object(const std::string& key) {
     auto tagged = taggedObject(key);
     if (!tagged) return std::nullopt;
     return std::move(tagged->data);
+}
+
+std::optional<std::string> FolderBucket::objectRange(const std::string& key, const ByteRange& range) {
+    return readStored(key, [&](const Json&) {
+        std::ifstream file(objectPath(key), std::ios::binary);
+        std::string bytes(range.length, '\0');
+        file.seekg(static_cast<std::streamoff>(range.offset));
+        file.read(bytes.data(), static_cast<std::streamsize>(range.length));
+        if (!file) throw VorlenError::integrity(key, shortObject);
+        return bytes;
+    });
 }
 
 std::optional<ObjectInfo> FolderBucket::info(const std::string& key) {

@@ -55,6 +55,7 @@ public:
     bool hasObjects(const std::string& prefix) override;
     std::optional<std::string> object(const std::string& key) override;
     std::optional<TaggedObject> taggedObject(const std::string& key) override;
+    std::optional<std::string> objectRange(const std::string& key, const ByteRange& range) override;
     std::optional<ObjectInfo> info(const std::string& key) override;
     std::optional<std::string> put(const std::string& key, const RequestBody& body, const ObjectHeaders& headers,
                                    const std::optional<WriteCondition>& condition = std::nullopt) override;

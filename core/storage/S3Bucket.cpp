@@ -205,6 +205,20 @@ std::optional<TaggedObject> S3Bucket::taggedObject(const std::string& key) {
     return TaggedObject{std::move(response->body), *etag};
 }
 
+std::optional<std::string> S3Bucket::objectRange(const std::string& key, const ByteRange& range) {
+    if (range.length == 0) return info(key) ? std::optional<std::string>("") : std::nullopt;
+    Call call{"GET", key, {}, {{"accept-encoding", "identity"},
+                               {"range", fmt::format("bytes={}-{}", range.offset, range.offset + range.length - 1)}}};
+    call.absentOn404 = true;
+    auto response = send(call);
+    if (!response) return std::nullopt;
+    // A server that ignores Range answers 200 with the whole object.
+    if (response->status == 200 && response->body.size() >= range.offset + range.length)
+        return response->body.substr(range.offset, range.length);
+    if (response->body.size() != range.length) throw VorlenError::integrity(key, shortObject);
+    return std::move(response->body);
+}
+
 std::optional<ObjectInfo> S3Bucket::info(const std::string& key) {
     Call call{"HEAD", key, {}, {}};
     call.absentOn404 = true;
