@@ -100,17 +100,16 @@ public:
             std::cerr << fmt::format("{}: {}{}\n", rowName((*progress.items)[item]), outcomeText(outcome), left);
         }
         for (const auto& active : snapshot.activeItems) {
-            auto& shown = phases_[active.item];
-            if (shown == active.phase && active.phase != BatchPhase::building) continue;
-            // While encoding, a line at each tenth.
-            const int tenth = active.progress ? int(active.progress->stageFraction * 10) : 0;
-            if (shown == active.phase && tenth == tenths_[active.item]) continue;
-            shown = active.phase;
-            tenths_[active.item] = tenth;
-            std::string line = rowName((*progress.items)[active.item]) + ": " + app::BulkWords::phase(active.phase);
+            // A line when the phase changes, and while encoding at each stage and tenth.
+            const bool encoding = active.phase == BatchPhase::building && active.progress;
+            const auto step = encoding ? int(active.progress->stage) * 100 + int(active.progress->stageFraction * 10) : -1;
+            auto& [shownPhase, shownStep] = shown_[active.item];
+            if (shownPhase == active.phase && shownStep == step) continue;
+            shownPhase = active.phase;
+            shownStep = step;
+            std::string line = rowName((*progress.items)[active.item]) + ": ";
+            line += encoding ? progressLine(*active.progress) : app::BulkWords::phase(active.phase);
             if (active.folder) line += fmt::format(" \u201c{}\u201d", *active.folder);
-            if (active.phase == BatchPhase::building && active.progress)
-                line += fmt::format(" {}%", tenth * 10);
             std::cerr << line << left << '\n';
         }
     }
@@ -123,8 +122,7 @@ private:
 
     std::mutex mutex_;
     std::set<std::int64_t> ended_;
-    std::map<std::int64_t, BatchPhase> phases_;
-    std::map<std::int64_t, int> tenths_;
+    std::map<std::int64_t, std::pair<BatchPhase, int>> shown_;
 };
 
 int runBulk(const BulkOptions& options) {
@@ -161,10 +159,20 @@ int runBulk(const BulkOptions& options) {
 
     RunPrinter printer;
     app::BulkRunReport report;
+    // The home page lists what the catalogue holds: it follows what was published, also after a stop.
+    auto rebuildCatalog = [&] {
+        try {
+            workspace->services().library.catalog->rebuild(request.access);
+        } catch (const std::exception& error) {
+            std::cerr << "The site's home page could not be updated: " << error.what() << '\n';
+        }
+    };
     try {
         app::Interrupts::run([&] { report = bulk->run(request, [&](const BulkProgress& progress) { printer(progress); }); },
                              app::Interrupts::bucketCleanupHint);
+        rebuildCatalog();
     } catch (const Cancelled&) {
+        rebuildCatalog();
         std::cerr << "Stopped. The results file keeps each finished row: "
                   << BulkSheetFile::outputPath(options.sheet).string()
                   << "\nTo continue, run the same command again.\n";
