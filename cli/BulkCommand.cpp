@@ -92,6 +92,7 @@ class RunPrinter {
 public:
     void operator()(const BulkProgress& progress) {
         std::lock_guard lock(mutex_);
+        heardAny_ = true;
         const auto& snapshot = progress.snapshot;
         const std::string left =
             snapshot.eta ? fmt::format("  (about {} left in all)", clockText(*snapshot.eta)) : std::string();
@@ -114,6 +115,12 @@ public:
         }
     }
 
+    // The run got as far as its first report: it read the site.
+    bool heardAny() {
+        std::lock_guard lock(mutex_);
+        return heardAny_;
+    }
+
 private:
     static std::string rowName(const BulkRow& row) {
         return fmt::format("Row {} \u201c{}\u201d", row.index + 1,
@@ -121,6 +128,7 @@ private:
     }
 
     std::mutex mutex_;
+    bool heardAny_ = false;
     std::set<std::int64_t> ended_;
     std::map<std::int64_t, std::pair<BatchPhase, int>> shown_;
 };
@@ -178,7 +186,8 @@ int runBulk(const BulkOptions& options) {
                   << "\nTo continue, run the same command again.\n";
         return 130;
     } catch (const std::exception& error) {
-        std::cerr << app::BulkWords::stoppedTitle << '\n' << error.what() << '\n';
+        std::cerr << (printer.heardAny() ? app::BulkWords::stoppedTitle : app::BulkWords::didNotStart) << '\n'
+                  << error.what() << '\n';
         return 1;
     }
     const auto& counts = report.result.snapshot.counts;

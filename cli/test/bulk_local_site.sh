@@ -95,3 +95,12 @@ grep -q '^Vorlen added 1 new row from the spreadsheet.$' "$home/out"
 test "$(tail -n 1 "$results")" = $'Sixth;films/film6.mp4;R6;;sixth;http://localhost:8787/sixth;Published\r'
 # The home page lists what the run published.
 grep -q '"folder": "sixth"' "$objects/_vorlen/catalog.json" || { cat "$home/out"; grep folder "$objects/_vorlen/catalog.json"; exit 1; }
+
+# Re-imports name their video by its page address; the audio alone changes, and the video still plays.
+printf 'File,Existing folder\nfilms/film6.mp4,http://localhost:8787/sixth\nfilms/film6.mp4,nowhere\n' > "$home/again.csv"
+"$vorlen" bulk "$home/again.csv" --reimport audio --yes > "$home/out" 2>&1 && exit 1
+grep -q '^Published: 0, re-imported: 1, skipped: 0, failed: 1$' "$home/out"
+grep -q '^films/film6.mp4,http://localhost:8787/sixth,sixth,http://localhost:8787/sixth,Re-imported' "$home/again (published).csv"
+grep -q '^films/film6.mp4,nowhere,,,"Failed: Vorlen did not re-import this video, because the site no longer has it.' "$home/again (published).csv"
+ls "$objects/sixth" | grep -q '^r-'
+ffmpeg -v error -i "$objects/sixth/master.m3u8" -map 0 -f null -

@@ -39,10 +39,10 @@ status_second=0; wait $second || status_second=$?
 computer=$(hostname)
 refusal="“$computer” is running a bulk upload on this site. Start this run when that run ends. If that computer stopped, you can start this run after about 5 minutes."
 if [[ $status_first == 0 && $status_second != 0 ]]; then
-  grep -qF "$refusal" "$other/first" || { cat "$other/first"; exit 1; }
+  grep -qx 'The Bulk Upload Did Not Start' "$other/first" && grep -qF "$refusal" "$other/first" || { cat "$other/first"; exit 1; }
   refused=$other
 elif [[ $status_second == 0 && $status_first != 0 ]]; then
-  grep -qF "$refusal" "$home/first" || { cat "$home/first"; exit 1; }
+  grep -qx 'The Bulk Upload Did Not Start' "$home/first" && grep -qF "$refusal" "$home/first" || { cat "$home/first"; exit 1; }
   refused=$home
 else
   echo "both runs ended with $status_first and $status_second: exactly one must run" >&2

@@ -151,7 +151,8 @@ private:
         if (video.isUnreadable())
             return failed(
                 fmt::format("This version of Vorlen cannot read the video.json of the folder \u201c{}\u201d.", folder));
-        if (!sameReference(video, row.reference))
+        // A row without a reference names its video by the folder alone.
+        if (trimmedText(row.reference) && !sameReference(video, row.reference))
             return failed(fmt::format("The folder \u201c{}\u201d has a video.json for a different reference, so Vorlen "
                                       "did not re-import the row.",
                                       folder));
