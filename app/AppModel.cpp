@@ -262,6 +262,7 @@ std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
     if (!site->settings.isLocal())
         services.credentials = std::make_shared<CredentialStore>(services_.secrets, SiteStorage(id).credentialsItem);
     if (services_.libraryServices) services.library = services_.libraryServices(*site);
+    services.batchRuns = services_.batchRuns;
     SiteWorkspace::Host host;
     host.macSettings = [this] { return settings_; };
     host.recordUploadRate = [this](double rate) { changeSettings([rate](LocalSettings& s) { s.lastUploadRate = rate; }); };

@@ -77,6 +77,8 @@ public:
         std::shared_ptr<SetupService> setup{};
         // Makes the library and catalogue services of a site.
         std::function<LibraryServices(const LocalSite&)> libraryServices{};
+        // Tells whether a batch run holds a site, for every site.
+        std::shared_ptr<BatchRunService> batchRuns{};
     };
 
     AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing = WorkspaceTiming());

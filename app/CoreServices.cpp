@@ -1,5 +1,6 @@
 #include "app/CoreServices.hpp"
 
+#include "app/BatchRunService.hpp"
 #include "app/CoreLibraryService.hpp"
 #include "app/CorePublishService.hpp"
 #include "app/CoreSetupService.hpp"
@@ -22,7 +23,8 @@ AppModel::Services coreServices(const LocalSettingsStore& store, std::function<v
                               VORLEN_VERSION, endpoints,
                               std::make_shared<CoreSetupService>(endpoints, endpoints.session(),
                                                                  bundledWorkerDirectory()),
-                              [endpoints](const LocalSite& site) { return CoreLibraryService::make(site.id, endpoints); }};
+                              [endpoints](const LocalSite& site) { return CoreLibraryService::make(site.id, endpoints); },
+                              std::make_shared<CoreBatchRunService>(endpoints)};
 }
 
 }  // namespace vorlen::app
