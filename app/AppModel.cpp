@@ -263,6 +263,7 @@ std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
         services.credentials = std::make_shared<CredentialStore>(services_.secrets, SiteStorage(id).credentialsItem);
     if (services_.libraryServices) services.library = services_.libraryServices(*site);
     if (services_.bulkService) services.bulk = services_.bulkService(*site, limiter);
+    services.batchRuns = services_.batchRuns;
     SiteWorkspace::Host host;
     host.macSettings = [this] { return settings_; };
     host.recordUploadRate = [this](double rate) { changeSettings([rate](LocalSettings& s) { s.lastUploadRate = rate; }); };

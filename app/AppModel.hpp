@@ -79,6 +79,8 @@ public:
         std::function<LibraryServices(const LocalSite&)> libraryServices{};
         // Makes the bulk upload service of a site, whose uploads the site's limiter paces.
         std::function<std::shared_ptr<BulkService>(const LocalSite&, std::shared_ptr<RateLimiter>)> bulkService{};
+        // Tells whether a batch run holds a site, for every site.
+        std::shared_ptr<BatchRunService> batchRuns{};
     };
 
     AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing = WorkspaceTiming());

@@ -1,5 +1,6 @@
 #include "app/CoreServices.hpp"
 
+#include "app/BatchRunService.hpp"
 #include "app/CoreBulkService.hpp"
 #include "app/CoreLibraryService.hpp"
 #include "app/CorePublishService.hpp"
@@ -31,7 +32,8 @@ AppModel::Services coreServices(const LocalSettingsStore& store, std::function<v
                                   pipeline.encoder = std::make_shared<SoftwareEncoder>(speed);
                                   return std::make_shared<CoreBulkService>(
                                       pipeline, LibraryCache::inFolder(SiteStorage(site.id).cacheFolder));
-                              }};
+                              },
+                              std::make_shared<CoreBatchRunService>(endpoints)};
 }
 
 }  // namespace vorlen::app

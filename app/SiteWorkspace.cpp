@@ -1,5 +1,7 @@
 #include "app/SiteWorkspace.hpp"
 
+#include <fmt/format.h>
+
 #include "core/base/Log.hpp"
 #include "core/base/VorlenError.hpp"
 #include "core/publish/Naming.hpp"
@@ -18,6 +20,28 @@ std::optional<std::string> nonEmpty(const std::string& text) {
     return text.empty() ? std::nullopt : std::optional<std::string>(text);
 }
 
+// A batch run in the middle of a sentence: "the sync", "the bulk upload".
+const char* shortName(BatchRunKind kind) { return kind == BatchRunKind::vimeoSync ? "sync" : "bulk upload"; }
+
+// "A Vimeo sync is running. Start the bulk upload when the sync ends or stops."
+std::string heldByRunHere(BatchRunKind running, const std::string& nextStep) {
+    return fmt::format("A {} is running. {} when the {} ends or stops.", displayName(running), nextStep, shortName(running));
+}
+
+// The batch run that holds the site, as far as its record can be read: a record
+// that cannot be read does not hold back a publish, whose upload tells on its
+// own of a bucket that does not answer.
+std::optional<ActiveBatchRun> recordedRun(BatchRunService& service, const BucketAccess& access) {
+    try {
+        return service.activeRun(access);
+    } catch (const Cancelled&) {
+        throw;
+    } catch (const std::exception& error) {
+        log().warn("The record of the batch run could not be read before the publish: {}", error.what());
+        return std::nullopt;
+    }
+}
+
 }  // namespace
 
 std::shared_ptr<SiteWorkspace> SiteWorkspace::make(LocalSite local, Services services, Host host, MainQueue& mainQueue,
@@ -30,6 +54,7 @@ SiteWorkspace::SiteWorkspace(LocalSite local, Services services, Host host, Main
 
 SiteWorkspace::~SiteWorkspace() {
     // Tasks hold only weak references; dropping them cancels and joins them.
+    madeBatchRunWatch_.reset();
     reviewModel_.reset();
     nameCheck_.reset();
     activity_.reset();
@@ -212,6 +237,36 @@ LibraryModel& SiteWorkspace::library() {
     return *madeLibrary_;
 }
 
+BatchRunWatch& SiteWorkspace::batchRunWatch() {
+    if (!madeBatchRunWatch_)
+        madeBatchRunWatch_ = BatchRunWatch::make(services_.batchRuns, [this] { return access(); },
+                                                 [this] { return batchRunHere_.has_value(); }, mainQueue_,
+                                                 timing_.batchRunWatchInterval);
+    return *madeBatchRunWatch_;
+}
+
+std::optional<std::string> SiteWorkspace::videoRefusal() const {
+    if (batchRunHere_) return heldByRunHere(*batchRunHere_, "Publish the video");
+    if (screen_.isActive()) return std::string(SettingsError::busy);
+    return std::nullopt;
+}
+
+void SiteWorkspace::beginBatchRun(BatchRunKind kind) {
+    const auto start = fmt::format("Start the {}", shortName(kind));
+    // A video on its way counts from its drop: the person may still confirm it.
+    if (screen_.isActive())
+        throw VorlenError::config(fmt::format("Vorlen is publishing a video. {} when that video is published or cancelled.", start));
+    if (batchRunHere_) throw VorlenError::config(heldByRunHere(*batchRunHere_, start));
+    batchRunHere_ = kind;
+    if (madeBatchRunWatch_) madeBatchRunWatch_->checkNow();
+    changed();
+}
+
+void SiteWorkspace::endBatchRun() {
+    batchRunHere_.reset();
+    changed();
+}
+
 CatalogModel& SiteWorkspace::catalog() {
     if (!madeCatalog_)
         madeCatalog_ = CatalogModel::make(services_.library.catalog, [this] { return access(); }, mainQueue_,
@@ -256,10 +311,15 @@ void SiteWorkspace::startJob(PublishRequest request) {
     setScreen(std::move(state));
     auto service = services_.publish;
     activity_.reset();
-    activity_.emplace(Task<void>::spawn([this, job, request, service] {
+    activity_.emplace(Task<void>::spawn([this, job, request, service, batchRuns = services_.batchRuns] {
         std::optional<PublishedVideo> video;
         std::exception_ptr error;
         try {
+            // Asked afresh for each publish, a retry too: the watch may be half a minute old.
+            if (auto run = batchRuns ? recordedRun(*batchRuns, request.access) : std::nullopt) {
+                onMain([job, message = run->message()](SiteWorkspace& self) { self.refuse(job, message); });
+                return;
+            }
             video = service->publish(request, [this, job](const PublishEvent& event) {
                 onMain([job, event](SiteWorkspace& self) { self.apply(job, event); });
             });
@@ -337,6 +397,12 @@ void SiteWorkspace::finish(std::uint64_t job, std::optional<PublishedVideo> vide
     }
 }
 
+void SiteWorkspace::refuse(std::uint64_t job, const std::string& message) {
+    PublishingState* state = currentJob();
+    if (!state || job != jobGeneration_) return;
+    setScreen(Failure{ScreenTitles::cannotPublish, message, state->request, {}});
+}
+
 void SiteWorkspace::stop() {
     if (screen_.as<Screen::Inspecting>()) {
         activity_->cancel();
@@ -358,6 +424,7 @@ bool SiteWorkspace::isJobRunning() const {
 void SiteWorkspace::retry() {
     auto* failed = screen_.as<Failure>();
     if (!failed || !failed->retry) return;
+    if (batchRunHere_) return setScreen(Failure{ScreenTitles::cannotPublish, *videoRefusal(), failed->retry, failed->uploadLog});
     startJob(*failed->retry);
 }
 

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "app/BulkService.hpp"
+#include "app/BatchRunService.hpp"
+#include "app/BatchRunWatch.hpp"
 #include "app/CatalogModel.hpp"
 #include "app/CredentialStore.hpp"
 #include "app/LibraryModel.hpp"
@@ -35,6 +37,8 @@ struct WorkspaceTiming {
     std::chrono::nanoseconds posterReviewTimeLimit = std::chrono::seconds(20);
     // A catalogue rebuild reads the whole library: at most one start in this time.
     std::chrono::nanoseconds catalogInterval = CatalogModel::defaultInterval;
+    // How often the window asks whether another computer runs a batch run on the site.
+    std::chrono::nanoseconds batchRunWatchInterval = BatchRunWatch::defaultInterval;
 };
 
 // One site on this computer and the publish flow of its window: a state machine
@@ -53,6 +57,8 @@ public:
         std::shared_ptr<CredentialStore> credentials;  // absent for a local site
         LibraryServices library;
         std::shared_ptr<BulkService> bulk;  // absent where bulk uploads are not offered
+        // Whether a batch run holds the site: the watch needs it; without it a publish asks nothing.
+        std::shared_ptr<BatchRunService> batchRuns;
     };
 
     static std::shared_ptr<SiteWorkspace> make(LocalSite local, Services services, Host host, MainQueue& mainQueue,
@@ -65,7 +71,9 @@ public:
     // Views learn of every change of the screen here.
     void onChange(std::function<void()> observer) { observers_.push_back(std::move(observer)); }
 
-    bool canStartVideo() const { return !screen_.isActive(); }
+    bool canStartVideo() const { return !videoRefusal(); }
+    // Why a new video cannot start now, in words for the person; absent when it can.
+    std::optional<std::string> videoRefusal() const;
     // The workspace's copy of the site follows a new limit, so that saving the site keeps it.
     void setUploadLimit(UploadLimit limit) { local_.uploadLimit = limit; }
     // True from a drop until the inspection or the publish has ended, clean-up included.
@@ -86,6 +94,16 @@ public:
     const Services& services() const { return services_; }
     // The bucket access of the site, or the secret store's failure.
     BucketAccess access() const;
+
+    // The batch run (a bulk upload or a Vimeo sync) that this application runs
+    // on the site. While one runs no video starts, and while a video is on its
+    // way no batch run begins: beginBatchRun fails with the words to show.
+    std::optional<BatchRunKind> batchRunHere() const { return batchRunHere_; }
+    void beginBatchRun(BatchRunKind kind);
+    void endBatchRun();
+    // Another computer's batch run on the site, asked of the bucket while the
+    // watch lives; made on first use.
+    BatchRunWatch& batchRunWatch();
 
     // The poster review, on its own screen while a publish waits for it.
     const PosterReviewScreen* posterReview() const override;
@@ -112,6 +130,8 @@ private:
     void startJob(PublishRequest request);
     void apply(std::uint64_t job, const PublishEvent& event);
     void finish(std::uint64_t job, std::optional<PublishedVideo> video, std::exception_ptr error);
+    // A publish that did not start because another computer's batch run holds the site.
+    void refuse(std::uint64_t job, const std::string& message);
     PublishingState* currentJob();
     // Copies the review model into the screen.
     void showReview();
@@ -129,6 +149,8 @@ private:
     std::shared_ptr<PosterReviewModel> reviewModel_;  // while a review stands
     std::shared_ptr<LibraryModel> madeLibrary_;
     std::shared_ptr<CatalogModel> madeCatalog_;
+    std::shared_ptr<BatchRunWatch> madeBatchRunWatch_;
+    std::optional<BatchRunKind> batchRunHere_;
     std::uint64_t nameCheckGeneration_ = 0;
     std::uint64_t jobGeneration_ = 0;
     std::vector<std::filesystem::path> pendingSubtitles_;

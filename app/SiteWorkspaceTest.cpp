@@ -62,9 +62,27 @@ public:
     void rebuild(const BucketAccess&) override { ++rebuilds; }
 };
 
+// The batch run that the bucket's record names, as the test sets it.
+class FakeBatchRunService final : public BatchRunService {
+public:
+    std::optional<ActiveBatchRun> activeRun(const BucketAccess&) override {
+        std::lock_guard lock(mutex);
+        return run;
+    }
+    void setRun(std::optional<ActiveBatchRun> active) {
+        std::lock_guard lock(mutex);
+        run = std::move(active);
+    }
+
+private:
+    std::mutex mutex;
+    std::optional<ActiveBatchRun> run;
+};
+
 struct Fixture {
     PostedQueue queue;
     std::shared_ptr<CountingCatalogService> catalog = std::make_shared<CountingCatalogService>();
+    std::shared_ptr<FakeBatchRunService> batchRuns = std::make_shared<FakeBatchRunService>();
     std::shared_ptr<FakePublishService> service = std::make_shared<FakePublishService>();
     std::optional<double> recordedRate;
     std::shared_ptr<SiteWorkspace> workspace;
@@ -81,7 +99,7 @@ struct Fixture {
         if (!credentials) site.localFolder = siteFolder;
         LocalSite local{SiteID{"local"}, site, VideoVisibility::publicVideo, std::nullopt, UploadLimit{}};
         SiteWorkspace::Host host{[] { return LocalSettings{}; }, [this](double rate) { recordedRate = rate; }, nullptr};
-        workspace = SiteWorkspace::make(local, {publish ? publish : service, credentials, {nullptr, catalog}}, host, queue,
+        workspace = SiteWorkspace::make(local, {publish ? publish : service, credentials, {nullptr, catalog}, batchRuns}, host, queue,
                                         {nameCheckDelay, 20s, CatalogModel::defaultInterval});
     }
 
@@ -314,4 +332,59 @@ TEST(SiteWorkspaceTest, ATypedNameTakenDuringTheBuildFailsWithTheConflictAndTheR
     ASSERT_TRUE(published);
     EXPECT_EQ(published->links.page, "http://localhost:8787/harbour-1");
     EXPECT_EQ(other.object("harbour/video.json"), "theirs");
+}
+
+TEST(SiteWorkspaceTest, ABatchRunHereRefusesVideosAndIsRefusedWhileOneIsOnItsWay) {
+    Fixture fixture;
+    fixture.workspace->beginBatchRun(BatchRunKind::bulkUpload);
+    EXPECT_FALSE(fixture.workspace->drop({"/v/holiday.mov"}));
+    EXPECT_TRUE(fixture.workspace->screen().as<Screen::Start>());
+    EXPECT_EQ(fixture.workspace->videoRefusal(), "A bulk upload is running. Publish the video when the bulk upload ends or stops.");
+    auto refusal = [&](BatchRunKind kind) {
+        try {
+            fixture.workspace->beginBatchRun(kind);
+        } catch (const VorlenError& error) {
+            return std::string(error.what());
+        }
+        return std::string("not refused");
+    };
+    EXPECT_EQ(refusal(BatchRunKind::vimeoSync), "A bulk upload is running. Start the sync when the bulk upload ends or stops.");
+    fixture.workspace->endBatchRun();
+    fixture.workspace->beginBatchRun(BatchRunKind::vimeoSync);
+    EXPECT_EQ(refusal(BatchRunKind::bulkUpload), "A Vimeo sync is running. Start the bulk upload when the sync ends or stops.");
+    fixture.workspace->endBatchRun();
+
+    // A video counts from its drop, before the person confirms it.
+    ASSERT_TRUE(fixture.workspace->drop({"/v/holiday.mov"}));
+    EXPECT_EQ(refusal(BatchRunKind::bulkUpload),
+              "Vorlen is publishing a video. Start the bulk upload when that video is published or cancelled.");
+    fixture.waitFor<ConfirmState>();
+    EXPECT_EQ(refusal(BatchRunKind::vimeoSync),
+              "Vorlen is publishing a video. Start the sync when that video is published or cancelled.");
+    EXPECT_FALSE(fixture.workspace->batchRunHere());
+}
+
+TEST(SiteWorkspaceTest, AnotherComputersBatchRunRefusesThePublishAndItsRetry) {
+    Fixture fixture;
+    const ActiveBatchRun studio{BatchRunKind::vimeoSync, "Studio", SystemTime{}};
+    fixture.batchRuns->setRun(studio);
+    fixture.workspace->drop({"/v/holiday.mov"});
+    fixture.waitFor<ConfirmState>();
+    fixture.workspace->confirmPublish();
+    auto refused = fixture.waitFor<Failure>();
+    EXPECT_EQ(refused.title, "Cannot Publish");
+    EXPECT_EQ(refused.message, studio.message());
+    EXPECT_EQ(fixture.service->publishCount(), 0u);
+    ASSERT_TRUE(refused.retry);
+
+    // The run ends there, then one begins here: a retry waits for it too.
+    fixture.batchRuns->setRun(std::nullopt);
+    fixture.workspace->beginBatchRun(BatchRunKind::bulkUpload);
+    fixture.workspace->retry();
+    EXPECT_EQ(fixture.workspace->screen().as<Failure>()->message,
+              "A bulk upload is running. Publish the video when the bulk upload ends or stops.");
+    fixture.workspace->endBatchRun();
+    fixture.workspace->retry();
+    fixture.waitFor<PublishedState>();
+    EXPECT_EQ(fixture.service->publishCount(), 1u);
 }

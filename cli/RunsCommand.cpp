@@ -18,8 +18,8 @@ void registerRunsCommand(CommandRegistry& registry) {
     registry.add(runs, [site] {
         AppContext context;
         const auto id = chosenSite(*context.model, *site);
-        const auto access = context.model->workspace(id)->access();
-        const auto run = app::CoreBatchRunService(context.model->endpoints()).activeRun(access);
+        const auto workspace = context.model->workspace(id);
+        const auto run = workspace->services().batchRuns->activeRun(workspace->access());
         if (!run) {
             std::cout << fmt::format("No batch run holds the site \u201c{}\u201d.\n", id.value);
             return 0;

@@ -48,6 +48,7 @@ QLabel[role="brand"] { font-size: 13pt; font-weight: 700; }
 QFrame[role="card"] { background: %3; border: 1px solid %4; border-radius: 10px; }
 QFrame[role="card"] QLabel { background: transparent; }
 QWidget[role="header"] { background: %3; border-bottom: 1px solid %4; }
+QLabel[role="banner"] { background: %9; border-bottom: 1px solid %4; padding: 10px 24px; }
 QPushButton { padding: 6px 16px; border: 1px solid %4; border-radius: 6px; background: %3; color: %1; min-height: 20px; }
 QPushButton:hover { border-color: %5; }
 QPushButton:focus { border: 2px solid %5; padding: 5px 15px; outline: none; }

@@ -69,6 +69,12 @@ MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_
     settings_->setAutoDefault(true);
     headerLayout->addWidget(settings_);
     layout->addWidget(header);
+    batchRunNotice_ = new QLabel(central);
+    batchRunNotice_->setObjectName("batchRunNotice");
+    batchRunNotice_->setWordWrap(true);
+    batchRunNotice_->hide();
+    setRole(batchRunNotice_, "banner");
+    layout->addWidget(batchRunNotice_);
 
     auto* body = new QWidget(central);
     auto* bodyLayout = new QVBoxLayout(body);
@@ -127,11 +133,15 @@ void MainWindow::showSite(const app::SiteID& id) {
         workspace_->onChange([window] {
             if (window) window->workspaceChanged();
         });
+        workspace_->batchRunWatch().onChange([window] {
+            if (window) window->showBatchRun();
+        });
     }
     for (ScreenView* view : std::initializer_list<ScreenView*>{start_, inspecting_, confirm_, publishing_, review_, published_, failed_})
         view->bind(workspace_);
     showSites();
     refresh();
+    showBatchRun();
 }
 
 void MainWindow::showSites() {
@@ -187,6 +197,12 @@ void MainWindow::refresh() {
     }
 }
 
+void MainWindow::showBatchRun() {
+    const auto& run = workspace_->batchRunWatch().run();
+    batchRunNotice_->setText(run ? QString::fromStdString(run->message()) : QString());
+    batchRunNotice_->setVisible(run.has_value());
+}
+
 void MainWindow::showEvent(QShowEvent* event) {
     QMainWindow::showEvent(event);
     if (QWidget* focus = currentView()->firstFocus()) focus->setFocus(Qt::ActiveWindowFocusReason);
@@ -198,8 +214,10 @@ void MainWindow::dropFiles(const std::vector<std::filesystem::path>& files) {
         return;
     }
     bool hasVideo = std::any_of(files.begin(), files.end(), [](const auto& file) { return !app::isSubtitleFile(file); });
-    notice_->setText(hasVideo || workspace_->screen().isActive() ? app::SettingsError::busy
-                                                                 : "Drop subtitle files together with their video.");
+    auto refusal = workspace_->videoRefusal();
+    notice_->setText(QString::fromStdString(refusal && (hasVideo || workspace_->screen().isActive())
+                                                ? *refusal
+                                                : "Drop subtitle files together with their video."));
 }
 
 void MainWindow::dragEnterEvent(QDragEnterEvent* event) {

@@ -57,6 +57,8 @@ private:
     void showSites();
     void dropFiles(const std::vector<std::filesystem::path>& files);
     void workspaceChanged();
+    // Another computer's batch run on the shown site, as a banner under the header.
+    void showBatchRun();
     void siteSetUp(const app::SiteID& id);
 
     app::AppModel& model_;
@@ -70,6 +72,7 @@ private:
     QComboBox* sitePicker_;
     QLabel* siteName_;
     QLabel* notice_;
+    QLabel* batchRunNotice_;
     QPushButton* library_;
     QPushButton* settings_;
     QStackedWidget* stack_;

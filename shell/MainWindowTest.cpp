@@ -12,6 +12,7 @@
 #include <QToolButton>
 #include <QUrl>
 
+#include "core/batch/BatchRunRecord.hpp"
 #include "shell/DeskFixture.hpp"
 #include "shell/DropZone.hpp"
 #include "shell/StartView.hpp"
@@ -291,6 +292,37 @@ TEST(MainWindowTest, RefusedDropsAndAFileThatIsNoVideo) {
     expectAccessibleNames(desk.window.get());
     QTest::keyClick(desk.find<QAbstractButton>("Done"), Qt::Key_Return);
     EXPECT_TRUE(desk.screen().as<app::Screen::Start>());
+}
+
+TEST(MainWindowTest, AnotherComputersBatchRunShowsAsABannerAndARunHereRefusesDrops) {
+    Desk desk;
+    FolderBucket bucket(desk.siteFolder);
+    const BatchRunRecord record{"7d0c1c52-4c8a-4b8e-9a43-0d9f6e1f2b11", BatchRunKind::bulkUpload, "Studio iMac",
+                                std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now())};
+    bucket.put(BatchRunRecord::key, RequestBody::bytes(record.encoded()), {});
+    // The window asks the bucket as it opens the site, then every half minute.
+    desk.restart();
+    auto* banner = named<QLabel>(desk.window.get(), "batchRunNotice");
+    ASSERT_NE(banner, nullptr);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return banner->isVisible(); }, 20000));
+    EXPECT_EQ(banner->text().toStdString(),
+              "\u201cStudio iMac\u201d is running a bulk upload on this site. You can start when that upload ends. If "
+              "that computer stopped, you can start after about 5 minutes.");
+    screenshot(desk.window.get(), "11-batch-run-elsewhere");
+
+    // A run of this window's own is never shown as another's, and no video starts beside it.
+    desk.window->workspace()->beginBatchRun(BatchRunKind::bulkUpload);
+    EXPECT_FALSE(banner->isVisible());
+    dropOn(named<DropZone>(desk.window.get(), "dropZone"), {"/videos/harbour.mp4"});
+    EXPECT_TRUE(desk.screen().as<app::Screen::Start>());
+    auto labels = desk.window->findChildren<QLabel*>();
+    EXPECT_TRUE(std::any_of(labels.begin(), labels.end(), [](QLabel* label) {
+        return label->isVisible() &&
+               label->text() == "A bulk upload is running. Publish the video when the bulk upload ends or stops.";
+    }));
+    QApplication::processEvents();  // the header's layout makes room for the words
+    screenshot(desk.window.get(), "12-batch-run-here");
+    desk.window->workspace()->endBatchRun();
 }
 
 }  // namespace vorlen::shell
