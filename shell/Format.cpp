@@ -54,6 +54,7 @@ QString change(app::LibraryModel::Change change) {
         case app::LibraryModel::Change::changingPoster: return "Changing the poster\u2026";
         case app::LibraryModel::Change::deleting: return "Deleting\u2026";
         case app::LibraryModel::Change::replacingVideo: return "Replacing the video\u2026";
+        case app::LibraryModel::Change::reimportingAudio: return "Re-importing the audio\u2026";
         case app::LibraryModel::Change::changingSubtitles: return "Changing the subtitles\u2026";
     }
     return {};

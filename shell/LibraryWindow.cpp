@@ -41,9 +41,10 @@ QString progressText(const LibraryReadProgress& progress) {
 // "Making videos unlisted: 1 of 3"
 QString bulkText(const app::LibraryModel::BulkChange& bulk) {
     using Action = app::LibraryModel::BulkChange::Action;
-    const char* doing = bulk.action == Action::makePublic     ? "Making videos public"
-                        : bulk.action == Action::makeUnlisted ? "Making videos unlisted"
-                                                              : "Deleting videos";
+    const char* doing = bulk.action == Action::makePublic      ? "Making videos public"
+                        : bulk.action == Action::makeUnlisted  ? "Making videos unlisted"
+                        : bulk.action == Action::reimportAudio ? "Re-importing the audio of videos"
+                                                               : "Deleting videos";
     return QString("%1: %2 of %3").arg(doing).arg(bulk.finished).arg(bulk.count);
 }
 
