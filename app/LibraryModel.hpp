@@ -68,6 +68,7 @@ public:
                                               AccessSource access, SiteSummary site, MainQueue& mainQueue);
     ~LibraryModel();
 
+    const SiteSummary& site() const { return site_; }
     const std::optional<Listing>& listing() const { return listing_; }
     // Raised with every new listing, so that a view can tell one from a progress report.
     std::uint64_t listingGeneration() const { return listingGeneration_; }

@@ -82,4 +82,13 @@ QString counted(std::int64_t count, const QString& noun) { return QString("%1 %2
 
 QString quoted(const QString& text) { return QString::fromUtf8("\u201c") + text + QString::fromUtf8("\u201d"); }
 
+QString loudness(AudioLoudness loudness) {
+    switch (loudness) {
+        case AudioLoudness::original: return "Original: as recorded, peaks kept below \u22122 dB";
+        case AudioLoudness::web: return "Web: \u221214 LUFS, as loud as most online video";
+        case AudioLoudness::broadcast: return "Broadcast: \u221224 LUFS, with room for dynamics";
+    }
+    return {};
+}
+
 }  // namespace vorlen::shell::format
