@@ -22,6 +22,14 @@ QString labelText(QWidget* window, const QString& name) {
     return "(no label " + name + ")";
 }
 
+// Two videos in the site, without media: clip-01 and clip-02.
+void publishTwo(const Desk& desk) {
+    testing::ClipFolder clips;
+    const auto posterJpeg = readFile(clips.make("poster.jpg", testing::lavfiVideo(640, 360, 1) + " -frames:v 1"));
+    FolderBucket bucket(desk.siteFolder);
+    for (int number = 1; number <= 2; ++number) publish(bucket, number, posterJpeg);
+}
+
 }  // namespace
 
 TEST(LibraryWindowTest, TheLastListAtOnceThenTheCurrentOneWithThePostersOfTheRowsOnScreen) {
@@ -96,10 +104,7 @@ TEST(LibraryWindowTest, TheLastListAtOnceThenTheCurrentOneWithThePostersOfTheRow
 
 TEST(LibraryWindowTest, MakeUnlistedOfTheSelectedRowsMovesEachToANewLink) {
     Desk desk;
-    testing::ClipFolder clips;
-    const auto posterJpeg = readFile(clips.make("poster.jpg", testing::lavfiVideo(640, 360, 1) + " -frames:v 1"));
-    FolderBucket bucket(desk.siteFolder);
-    for (int number = 1; number <= 2; ++number) publish(bucket, number, posterJpeg);
+    publishTwo(desk);
     auto* library = desk.window->openLibrary(desk.site);
     auto& model = desk.window->workspace()->library();
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.listing() && model.listing()->isCurrent; }, 30000));
@@ -122,10 +127,7 @@ TEST(LibraryWindowTest, MakeUnlistedOfTheSelectedRowsMovesEachToANewLink) {
 
 TEST(LibraryWindowTest, ReimportAudioAsksWhereFromAndHowLoudThenTellsWhatWasRefused) {
     Desk desk;
-    testing::ClipFolder clips;
-    const auto posterJpeg = readFile(clips.make("poster.jpg", testing::lavfiVideo(640, 360, 1) + " -frames:v 1"));
-    FolderBucket bucket(desk.siteFolder);
-    for (int number = 1; number <= 2; ++number) publish(bucket, number, posterJpeg);
+    publishTwo(desk);
     auto* library = desk.window->openLibrary(desk.site);
     auto& model = desk.window->workspace()->library();
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.listing() && model.listing()->isCurrent; }, 30000));
