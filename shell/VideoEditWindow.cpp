@@ -191,20 +191,22 @@ VideoEditWindow::VideoEditWindow(std::shared_ptr<app::SiteWorkspace> workspace, 
     QObject::connect(visibility_, &QComboBox::activated, this,
                      [this](int index) { askVisibility(VideoVisibility(visibility_->itemData(index).toInt())); });
     QObject::connect(posterImage_, &QPushButton::clicked, this, [this] {
-        libraryDialogs::chooseFile(this, "Choose an Image File", {"Images (*.jpg *.jpeg *.png *.webp *.tif *.tiff *.heic *.gif)"},
-                   [this](const std::filesystem::path& image) { report(library().changePoster(entry_, image, true)); });
+        libraryDialogs::chooseFile(
+            this, "Choose an Image File", {"Images (*.jpg *.jpeg *.png *.webp *.tif *.tiff *.heic *.gif)"},
+            [this](const std::filesystem::path& image) { report(library().changePoster(entry_, image, true)); });
     });
     QObject::connect(posterFrame_, &QPushButton::clicked, this,
                      [this] { report(library().changePosterToFrame(entry_, frameTime_->value(), true)); });
     QObject::connect(subtitles_, &QListWidget::itemSelectionChanged, this, &VideoEditWindow::enableControls);
     QObject::connect(removeSubtitle_, &QPushButton::clicked, this, &VideoEditWindow::removeSubtitle);
     QObject::connect(addSubtitle_, &QPushButton::clicked, this, [this] {
-        libraryDialogs::chooseFile(this, "Add Subtitles", {"Subtitles (*.srt *.vtt)"}, [this](const std::filesystem::path& file) { addSubtitle(file); });
+        libraryDialogs::chooseFile(this, "Add Subtitles", {"Subtitles (*.srt *.vtt)"},
+                                   [this](const std::filesystem::path& file) { addSubtitle(file); });
     });
     QObject::connect(replace_, &QPushButton::clicked, this, [this] {
         libraryDialogs::chooseFile(this, "Choose the New Video",
-                   {"Videos (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mts *.m2ts *.mxf)"},
-                   [this](const std::filesystem::path& file) { askReplace(file); });
+                                   {"Videos (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mts *.m2ts *.mxf)"},
+                                   [this](const std::filesystem::path& file) { askReplace(file); });
     });
     QObject::connect(reimportAudio_, &QPushButton::clicked, this, &VideoEditWindow::askAudio);
     QObject::connect(delete_, &QPushButton::clicked, this, &VideoEditWindow::askDelete);
