@@ -69,6 +69,31 @@ PosterChange CoreLibraryService::changePosterToFrame(const BucketAccess& access,
     return made.changePoster(video, FrameReader(Tools::locate()).frameOfSegment(folder / "segment.m3u8", segment.offset, seconds));
 }
 
+AudioReplacement CoreLibraryService::reimportAudio(const BucketAccess& access, const LibraryVideo& video,
+                                                  const std::optional<std::filesystem::path>& file, AudioLoudness loudness,
+                                                  const ProgressHandler& onProgress) {
+    const auto made = library(access);
+    Publisher publisher;
+    publisher.tools = Tools::locate();
+    publisher.workRoot = defaultWorkRoot();
+    publisher.destination = made.destination;
+    publisher.upload = made.options;
+    // The target's manifests are read before the encoding, so another computer's change meanwhile stops the switch.
+    const auto target = made.replacementTarget(video.folder);
+    const auto work = workDirectoryPath(publisher.workRoot, "published-audio");
+    DirectoryRemover remover(work);
+    std::filesystem::path source;
+    if (file) {
+        source = *file;
+    } else {
+        std::filesystem::create_directories(work);
+        source = made.savePublishedAudio(target, work);
+    }
+    const auto built = made.buildAudio(target, inspectAudio(publisher.tools, source), loudness, publisher, onProgress);
+    UploadJournal journal;
+    return made.replaceAudio(target, *built, publisher, journal, onProgress);
+}
+
 VideoMove CoreLibraryService::changeVisibility(const BucketAccess& access, const LibraryVideo& video,
                                                VideoVisibility visibility) {
     const auto* metadata = video.metadata();

@@ -34,6 +34,9 @@ public:
     std::vector<PublishedSubtitle> subtitles(const BucketAccess& access, const LibraryVideo& video) override;
     SubtitleChangeResult changeSubtitles(const BucketAccess& access, const LibraryVideo& video,
                                          const SubtitleChange& change) override;
+    AudioReplacement reimportAudio(const BucketAccess& access, const LibraryVideo& video,
+                                   const std::optional<std::filesystem::path>& file, AudioLoudness loudness,
+                                   const ProgressHandler& onProgress) override;
     void purge(const BucketAccess& access, const std::string& folderPrefix, bool posterOnly,
                const std::optional<std::string>& accountToken) override;
     void rebuild(const BucketAccess& access) override;

@@ -207,6 +207,22 @@ std::optional<Note> purged(const Purge& purge, const std::string& prefix, bool p
     return std::nullopt;
 }
 
+// After a change that switched: its notes, then the purge, told as one note.
+std::optional<Note> notesThenPurge(std::vector<std::string> notes, const Purge& purge, const std::string& prefix,
+                                   const std::string& notesTitle, const std::string& inCacheTitle,
+                                   const std::function<std::string(const std::string&)>& inCache) {
+    try {
+        purge(prefix, false);
+    } catch (const std::exception& error) {
+        if (notes.empty()) return Note{Note::Kind::inCache, {inCacheTitle, inCache(error.what())}, error.what()};
+        notes.push_back(inCache(error.what()));
+    }
+    if (notes.empty()) return std::nullopt;
+    std::string message = notes.front();
+    for (std::size_t i = 1; i < notes.size(); ++i) message += "\n\n" + notes[i];
+    return Note{Note::Kind::other, {notesTitle, message}, notes.front()};
+}
+
 }  // namespace
 
 LibraryModel::ChangeWork LibraryModel::moveWork(const LibraryEntry& entry, VideoVisibility visibility) const {
@@ -320,21 +336,32 @@ std::optional<LibraryModel::Problem> LibraryModel::replaceVideo(const LibraryEnt
                          } catch (const std::exception& error) {
                              return failed(cannotChange(title), error);
                          }
-                         auto notes = replaced->notes();
-                         try {
-                             purge(video.prefix, false);
-                         } catch (const std::exception& error) {
-                             if (notes.empty())
-                                 return Note{Note::Kind::inCache,
-                                             {LibraryWords::oldVideoInCacheTitle(title), LibraryWords::oldVideoInCache(error.what())},
-                                             error.what()};
-                             notes.push_back(LibraryWords::oldVideoInCache(error.what()));
-                         }
-                         if (notes.empty()) return std::nullopt;
-                         std::string message = notes.front();
-                         for (std::size_t i = 1; i < notes.size(); ++i) message += "\n\n" + notes[i];
-                         return Note{Note::Kind::other, {LibraryWords::replacedWithNotesTitle(title), message}, notes.front()};
+                         return notesThenPurge(replaced->notes(), purge, video.prefix, LibraryWords::replacedWithNotesTitle(title),
+                                               LibraryWords::oldVideoInCacheTitle(title), LibraryWords::oldVideoInCache);
                      });
+}
+
+LibraryModel::ChangeWork LibraryModel::audioWork(const LibraryEntry& entry, const std::optional<std::filesystem::path>& file,
+                                                 AudioLoudness loudness) const {
+    return [video = entry.video, file, loudness, title = entry.title](LibraryService& service, const BucketAccess& access,
+                                                                     const Purge& purge) -> std::optional<Note> {
+        std::optional<AudioReplacement> replaced;
+        try {
+            replaced = service.reimportAudio(access, service.video(access, video.folder), file, loudness, {});
+        } catch (const Cancelled&) {
+            throw;
+        } catch (const std::exception& error) {
+            return failed(cannotChange(title), error);
+        }
+        return notesThenPurge(replaced->notes(), purge, video.prefix, LibraryWords::newAudioWithNotesTitle(title),
+                              LibraryWords::oldAudioInCacheTitle(title), LibraryWords::oldAudioInCache);
+    };
+}
+
+std::optional<LibraryModel::Problem> LibraryModel::reimportAudio(const LibraryEntry& entry,
+                                                                 const std::optional<std::filesystem::path>& file,
+                                                                 AudioLoudness loudness, bool fromEditWindow) {
+    return runChange(entry, Change::reimportingAudio, fromEditWindow, audioWork(entry, file, loudness));
 }
 
 std::optional<std::vector<PublishedSubtitle>> LibraryModel::subtitles(const LibraryEntry& entry) {
@@ -388,10 +415,21 @@ std::optional<LibraryModel::Problem> LibraryModel::changeSubtitles(const Library
 }
 
 void LibraryModel::changeVisibility(const std::vector<LibraryEntry>& entries, VideoVisibility visibility) {
-    runBulk(entries, visibility == VideoVisibility::unlisted ? BulkChange::Action::makeUnlisted : BulkChange::Action::makePublic);
+    runBulk(entries, visibility == VideoVisibility::unlisted ? BulkChange::Action::makeUnlisted : BulkChange::Action::makePublic,
+            [&](const LibraryEntry& entry) -> std::optional<ChangeWork> {
+                if (entry.visibility == visibility) return std::nullopt;
+                return moveWork(entry, visibility);
+            });
 }
 
-void LibraryModel::remove(const std::vector<LibraryEntry>& entries) { runBulk(entries, BulkChange::Action::remove); }
+void LibraryModel::remove(const std::vector<LibraryEntry>& entries) {
+    runBulk(entries, BulkChange::Action::remove, [&](const LibraryEntry& entry) { return removeWork(entry); });
+}
+
+void LibraryModel::reimportAudio(const std::vector<LibraryEntry>& entries, AudioLoudness loudness) {
+    runBulk(entries, BulkChange::Action::reimportAudio,
+            [&](const LibraryEntry& entry) { return audioWork(entry, std::nullopt, loudness); });
+}
 
 namespace {
 
@@ -425,10 +463,10 @@ std::string bulkReport(const std::vector<std::pair<std::string, Note>>& notes, b
 
 }  // namespace
 
-void LibraryModel::runBulk(const std::vector<LibraryEntry>& entries, BulkChange::Action action) {
+void LibraryModel::runBulk(const std::vector<LibraryEntry>& entries, BulkChange::Action action,
+                           const std::function<std::optional<ChangeWork>(const LibraryEntry&)>& workFor) {
     if (bulkChange_ || entries.empty()) return;
     const bool removes = action == BulkChange::Action::remove;
-    const auto visibility = action == BulkChange::Action::makeUnlisted ? VideoVisibility::unlisted : VideoVisibility::publicVideo;
     BucketAccess access;
     try {
         access = access_();
@@ -437,22 +475,24 @@ void LibraryModel::runBulk(const std::vector<LibraryEntry>& entries, BulkChange:
         changed();
         return;
     }
-    // Refused videos go straight to the report, and videos that have the visibility
-    // already count as done; the others wait their turn.
+    // Refused videos go straight to the report, and videos that have what the
+    // change gives count as done; the others wait their turn.
     bulkNotes_.clear();
     std::vector<std::tuple<std::string, std::string, ChangeWork>> work;  // folder, title, change
     for (const auto& entry : entries) {
         if (auto refused = refusal(entry, false)) {
             bulkNotes_.emplace_back(entry.title, Note{Note::Kind::failed, *refused, refused->message});
-        } else if (removes || entry.visibility != visibility) {
-            work.emplace_back(entry.folder(), entry.title, removes ? removeWork(entry) : moveWork(entry, visibility));
+        } else if (auto change = workFor(entry)) {
+            work.emplace_back(entry.folder(), entry.title, std::move(*change));
             changes_[entry.folder()] = Change::waiting;
         }
     }
     const auto count = static_cast<std::int64_t>(entries.size());
     bulkChange_ = BulkChange{action, count, count - static_cast<std::int64_t>(work.size())};
     changed();
-    const Change running = removes ? Change::deleting : Change::movingToNewLink;
+    const Change running = removes                                          ? Change::deleting
+                           : action == BulkChange::Action::reimportAudio ? Change::reimportingAudio
+                                                                         : Change::movingToNewLink;
     bulkTask_.emplace(Task<void>::spawn([this, work, running, access, service = service_, accountToken = accountToken] {
         // One token for the run: a person is asked for the account token at most once.
         PurgeToken token;

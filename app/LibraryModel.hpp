@@ -25,7 +25,9 @@ namespace vorlen::app {
 class LibraryModel : public std::enable_shared_from_this<LibraryModel> {
 public:
     // What runs for a folder now.
-    enum class Change { waiting, saving, movingToNewLink, changingPoster, deleting, replacingVideo, changingSubtitles };
+    enum class Change {
+        waiting, saving, movingToNewLink, changingPoster, deleting, replacingVideo, reimportingAudio, changingSubtitles
+    };
     // What remains to be told after a change, or why a change was refused.
     struct Problem {
         std::string title;
@@ -54,7 +56,7 @@ public:
 
     // One change over several videos, one after another.
     struct BulkChange {
-        enum class Action { makePublic, makeUnlisted, remove };
+        enum class Action { makePublic, makeUnlisted, remove, reimportAudio };
         Action action = Action::makePublic;
         std::int64_t count = 0;
         std::int64_t finished = 0;
@@ -66,6 +68,7 @@ public:
                                               AccessSource access, SiteSummary site, MainQueue& mainQueue);
     ~LibraryModel();
 
+    const SiteSummary& site() const { return site_; }
     const std::optional<Listing>& listing() const { return listing_; }
     // Raised with every new listing, so that a view can tell one from a progress report.
     std::uint64_t listingGeneration() const { return listingGeneration_; }
@@ -97,6 +100,10 @@ public:
     std::optional<Problem> changePosterToFrame(const LibraryEntry& entry, double seconds, bool fromEditWindow = false);
     // A new file behind the video: its link, details and poster stay.
     std::optional<Problem> replaceVideo(const LibraryEntry& entry, const std::filesystem::path& file, bool fromEditWindow = false);
+    // New audio at a loudness, the picture untouched: from a file, or without one
+    // from the video's own published audio (how many videos get a new loudness at once).
+    std::optional<Problem> reimportAudio(const LibraryEntry& entry, const std::optional<std::filesystem::path>& file,
+                                         AudioLoudness loudness, bool fromEditWindow = false);
     // The tracks that the video's manifests declare: absent until known (they load
     // in the background, and onChange tells when they are there).
     std::optional<std::vector<PublishedSubtitle>> subtitles(const LibraryEntry& entry);
@@ -107,6 +114,7 @@ public:
     // A bulk change asked for while one runs is ignored.
     void changeVisibility(const std::vector<LibraryEntry>& entries, VideoVisibility visibility);
     void remove(const std::vector<LibraryEntry>& entries);
+    void reimportAudio(const std::vector<LibraryEntry>& entries, AudioLoudness loudness);
     const std::optional<BulkChange>& bulkChange() const { return bulkChange_; }
 
     // Shows the cached list when nothing is shown yet, then reads the bucket. A
@@ -133,7 +141,11 @@ private:
     void finishChange(const std::string& folder);
     ChangeWork moveWork(const LibraryEntry& entry, VideoVisibility visibility) const;
     ChangeWork removeWork(const LibraryEntry& entry) const;
-    void runBulk(const std::vector<LibraryEntry>& entries, BulkChange::Action action);
+    ChangeWork audioWork(const LibraryEntry& entry, const std::optional<std::filesystem::path>& file,
+                         AudioLoudness loudness) const;
+    // workFor gives nothing for a video that has what the change would give it.
+    void runBulk(const std::vector<LibraryEntry>& entries, BulkChange::Action action,
+                 const std::function<std::optional<ChangeWork>(const LibraryEntry&)>& workFor);
     void endBulk();
 
     std::shared_ptr<LibraryService> service_;

@@ -73,6 +73,15 @@ public:
         change("subtitles of " + video.folder);
         return {};
     }
+    // Beta's old audio files cannot be deleted; the record of Gamma cannot be written.
+    AudioReplacement reimportAudio(const BucketAccess&, const LibraryVideo& video, const std::optional<std::filesystem::path>& file,
+                                   AudioLoudness loudness, const ProgressHandler&) override {
+        change("audio of " + video.folder + " from " + (file ? file->string() : "its own audio") + " at " + rawValue(loudness));
+        AudioReplacement result;
+        if (video.folder == "b") result.oldFilesFailure = "403 AccessDenied";
+        if (video.folder == "c") result.metadataFailure = "412 Precondition Failed";
+        return result;
+    }
     // This computer's token may not purge; the account token, when given, may.
     std::vector<std::string> purgedWithAccountToken;
     void purge(const BucketAccess&, const std::string& prefix, bool, const std::optional<std::string>& accountToken) override {
@@ -201,6 +210,50 @@ TEST(LibraryModelTest, ABulkChangeRunsOneVideoAfterAnotherAndSumsUpWhatRemains) 
     queue.runUntil([&] { return model->changes().empty() && !model->isRefreshing(); });
     EXPECT_EQ(model->problem(), (LibraryModel::Problem{"The Old Files of \u201cGamma\u201d Can Stay in the Cache",
                                                        LibraryWords::oldFilesInCache("The authentication was cancelled.")}));
+}
+
+TEST(LibraryModelTest, AudioIsReimportedForOneVideoOrManyAndWhatDidNotFollowIsTold) {
+    PostedQueue queue;
+    auto service = std::make_shared<ScriptedLibraryService>();
+    service->current = {video("a", "Alpha", "2026-01-01T00:00:00Z"), video("b", "Beta", "2026-01-02T00:00:00Z"),
+                        video("c", "Gamma", "2026-01-03T00:00:00Z")};
+    SiteSummary site;
+    auto model = LibraryModel::make(service, nullptr, [site] { return BucketAccess{site, std::nullopt}; }, site, queue);
+    model->accountToken = []() -> std::optional<std::string> { return "account-token"; };
+    model->refresh();
+    queue.runUntil([&] { return !model->isRefreshing(); });
+    const auto entries = model->listing()->entries;
+
+    auto oldAudioStays = [](const std::string& failure) {
+        AudioReplacement replaced;
+        replaced.oldFilesFailure = failure;
+        return replaced.notes().front();
+    };
+    auto recordStaysOld = [](const std::string& failure) {
+        AudioReplacement replaced;
+        replaced.metadataFailure = failure;
+        return replaced.notes().front();
+    };
+    service->holdChanges = true;
+    EXPECT_FALSE(model->reimportAudio(entries[1], std::filesystem::path("/music/beta.wav"), AudioLoudness::web));
+    EXPECT_EQ(model->changes().at("b"), LibraryModel::Change::reimportingAudio);
+    service->release();
+    queue.runUntil([&] { return model->changes().empty() && !model->isRefreshing(); });
+    EXPECT_EQ(model->problem(), (LibraryModel::Problem{"“Beta” Plays the New Audio",
+                                                       oldAudioStays("403 AccessDenied")}));
+
+    model->dismissProblem();
+    model->reimportAudio(entries, AudioLoudness::broadcast);
+    EXPECT_EQ(model->bulkChange(), (LibraryModel::BulkChange{LibraryModel::BulkChange::Action::reimportAudio, 3, 0}));
+    queue.runUntil([&] { return !model->bulkChange() && !model->isRefreshing(); });
+    EXPECT_EQ(service->changed, (std::vector<std::string>{"audio of b from /music/beta.wav at web",
+                                                          "audio of a from its own audio at broadcast",
+                                                          "audio of b from its own audio at broadcast",
+                                                          "audio of c from its own audio at broadcast"}));
+    ASSERT_TRUE(model->problem());
+    EXPECT_EQ(model->problem()->message,
+              "Vorlen could not change these videos:\n\u201cBeta\u201d: " + oldAudioStays("403 AccessDenied") +
+                  "\n\u201cGamma\u201d: " + recordStaysOld("412 Precondition Failed"));
 }
 
 TEST(LibraryModelTest, EntriesAreOrderedAndSearchedAsPeopleExpect) {

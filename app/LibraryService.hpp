@@ -38,6 +38,11 @@ public:
     virtual std::vector<PublishedSubtitle> subtitles(const BucketAccess& access, const LibraryVideo& video) = 0;
     virtual SubtitleChangeResult changeSubtitles(const BucketAccess& access, const LibraryVideo& video,
                                                  const SubtitleChange& change) = 0;
+    // New audio for the video at a loudness, its picture untouched: from a file, or
+    // without one from the video's own published audio. onProgress runs on the work's threads.
+    virtual AudioReplacement reimportAudio(const BucketAccess& access, const LibraryVideo& video,
+                                           const std::optional<std::filesystem::path>& file, AudioLoudness loudness,
+                                           const ProgressHandler& onProgress) = 0;
     // What the media host's cache keeps of a folder, or only of its poster.jpg,
     // goes; nothing to do for a site without a media zone (a local one). With the
     // account token when given, else with this computer's R2 API Token.

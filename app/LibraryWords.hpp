@@ -46,6 +46,19 @@ inline std::string oldVideoInCache(const std::string& failure) {
 inline std::string replacedWithNotesTitle(const std::string& title) {
     return fmt::format("\u201c{}\u201d Plays the New Video", title);
 }
+// A re-import of the audio: the warning before it, and after the switch what did not follow.
+inline const std::string audioReimportWarning =
+    "A person who is watching can see an error. A new load of the page fixes it, in at most 5 minutes.";
+inline std::string newAudioWithNotesTitle(const std::string& title) {
+    return fmt::format("\u201c{}\u201d Plays the New Audio", title);
+}
+inline std::string oldAudioInCacheTitle(const std::string& title) {
+    return fmt::format("The Old Audio of \u201c{}\u201d Can Stay in the Cache", title);
+}
+inline std::string oldAudioInCache(const std::string& failure) {
+    return "The page plays the new audio in a few minutes. But Cloudflare can keep copies of the old audio files for some "
+           "time, and a person who knows their addresses can still download them. " + failure;
+}
 inline std::string oldSubtitlesStayTitle(const std::string& title) {
     return fmt::format("The Old Subtitles of \u201c{}\u201d Stay in the Bucket", title);
 }

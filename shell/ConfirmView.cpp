@@ -26,17 +26,6 @@ void setTextIfChanged(QLineEdit* field, const std::string& value) {
     if (field->text() != text(value)) field->setText(text(value));
 }
 
-const AudioLoudness loudnessOrder[] = {AudioLoudness::original, AudioLoudness::web, AudioLoudness::broadcast};
-
-QString loudnessText(AudioLoudness loudness) {
-    switch (loudness) {
-        case AudioLoudness::original: return "Original: as recorded, peaks kept below \u22122 dB";
-        case AudioLoudness::web: return "Web: \u221214 LUFS, as loud as most online video";
-        case AudioLoudness::broadcast: return "Broadcast: \u221224 LUFS, with room for dynamics";
-    }
-    return {};
-}
-
 }  // namespace
 
 ConfirmView::ConfirmView(QWidget* parent) : ScreenView(parent) {
@@ -111,7 +100,7 @@ ConfirmView::ConfirmView(QWidget* parent) : ScreenView(parent) {
 
     loudness_ = new QComboBox(content);
     loudness_->setAccessibleName("Audio loudness");
-    for (auto loudness : loudnessOrder) loudness_->addItem(loudnessText(loudness));
+    for (auto loudness : format::loudnessOrder) loudness_->addItem(format::loudness(loudness));
     form->addRow("Audio loudness:", loudness_);
 
     subtitles_ = new QListWidget(content);
@@ -165,7 +154,7 @@ ConfirmView::ConfirmView(QWidget* parent) : ScreenView(parent) {
         workspace().editConfirm([visibility](app::ConfirmState& state) { state.visibility = visibility; });
     });
     QObject::connect(loudness_, &QComboBox::activated, this, [this](int index) {
-        auto loudness = loudnessOrder[index];
+        auto loudness = format::loudnessOrder[index];
         workspace().editConfirm([loudness](app::ConfirmState& state) { state.audioLoudness.selection = loudness; });
     });
     for (auto* field : {name_, title_, reference_})
@@ -212,10 +201,10 @@ void ConfirmView::show(const app::ConfirmState& state) {
         description_->setPlainText(text(state.description));
     visibility_->setCurrentIndex(state.visibility == VideoVisibility::unlisted ? 1 : 0);
     for (int index = 0; index < 3; ++index)
-        if (loudnessOrder[index] == state.audioLoudness.selection) loudness_->setCurrentIndex(index);
+        if (format::loudnessOrder[index] == state.audioLoudness.selection) loudness_->setCurrentIndex(index);
     for (int index = 0; index < 3; ++index) {
-        QString item = loudnessText(loudnessOrder[index]);
-        if (loudnessOrder[index] == state.audioLoudness.siteDefault) item += "  (the site\u2019s default)";
+        QString item = format::loudness(format::loudnessOrder[index]);
+        if (format::loudnessOrder[index] == state.audioLoudness.siteDefault) item += "  (the site\u2019s default)";
         loudness_->setItemText(index, item);
     }
 

@@ -54,6 +54,7 @@ QString change(app::LibraryModel::Change change) {
         case app::LibraryModel::Change::changingPoster: return "Changing the poster\u2026";
         case app::LibraryModel::Change::deleting: return "Deleting\u2026";
         case app::LibraryModel::Change::replacingVideo: return "Replacing the video\u2026";
+        case app::LibraryModel::Change::reimportingAudio: return "Re-importing the audio\u2026";
         case app::LibraryModel::Change::changingSubtitles: return "Changing the subtitles\u2026";
     }
     return {};
@@ -80,5 +81,14 @@ QString date(SystemTime time) {
 QString counted(std::int64_t count, const QString& noun) { return QString("%1 %2%3").arg(count).arg(noun, count == 1 ? "" : "s"); }
 
 QString quoted(const QString& text) { return QString::fromUtf8("\u201c") + text + QString::fromUtf8("\u201d"); }
+
+QString loudness(AudioLoudness loudness) {
+    switch (loudness) {
+        case AudioLoudness::original: return "Original: as recorded, peaks kept below \u22122 dB";
+        case AudioLoudness::web: return "Web: \u221214 LUFS, as loud as most online video";
+        case AudioLoudness::broadcast: return "Broadcast: \u221224 LUFS, with room for dynamics";
+    }
+    return {};
+}
 
 }  // namespace vorlen::shell::format

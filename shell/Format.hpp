@@ -37,6 +37,10 @@ QString counted(std::int64_t count, const QString& noun);
 // “text” in curly quotes
 QString quoted(const QString& text);
 
+// The loudness choices in the order of a menu, and what each means.
+inline constexpr AudioLoudness loudnessOrder[] = {AudioLoudness::original, AudioLoudness::web, AudioLoudness::broadcast};
+QString loudness(AudioLoudness loudness);
+
 }  // namespace format
 
 }  // namespace vorlen::shell

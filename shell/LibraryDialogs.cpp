@@ -1,9 +1,19 @@
 #include "shell/LibraryDialogs.hpp"
 
+#include <QComboBox>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
 #include <QMessageBox>
+#include <QRadioButton>
+#include <QVBoxLayout>
 #include <QPushButton>
 #include <QTextDocument>
 
+#include "app/LibraryWords.hpp"
 #include "shell/Format.hpp"
 
 namespace vorlen::shell::libraryDialogs {
@@ -66,6 +76,95 @@ void confirmVisibility(QWidget* over, const std::vector<app::LibraryEntry>& entr
                            toUnlisted ? "Only people with a new link can watch them." : "The site lists them for everyone.");
     }
     confirm(over, title, message, action, std::move(onConfirmed));
+}
+
+void chooseFile(QWidget* over, const QString& title, const QStringList& nameFilters,
+                std::function<void(const std::filesystem::path&)> onChosen) {
+    auto* dialog = new QFileDialog(over, title);
+    dialog->setFileMode(QFileDialog::ExistingFile);
+    dialog->setNameFilters(nameFilters + QStringList{"All files (*)"});
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(dialog, &QFileDialog::fileSelected, dialog,
+                     [onChosen = std::move(onChosen)](const QString& file) { onChosen(file.toStdString()); });
+    dialog->open();
+}
+
+void chooseAudio(QWidget* over, const std::vector<app::LibraryEntry>& entries, AudioLoudness siteLoudness,
+                 std::function<void(const std::optional<std::filesystem::path>&, AudioLoudness)> onConfirmed) {
+    const bool isOne = entries.size() == 1;
+    auto* dialog = new QDialog(over);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    const auto title = QString("Re-import the Audio of %1?")
+                           .arg(isOne ? titleOf(entries.front()) : format::counted(std::int64_t(entries.size()), "Video"));
+    dialog->setWindowTitle(title);
+    auto* layout = new QVBoxLayout(dialog);
+    auto* heading = new QLabel("<b>" + title.toHtmlEscaped() + "</b>");
+    layout->addWidget(heading);
+    auto* about = new QLabel(QString("Vorlen encodes the audio again and puts it in place of the audio %1. The picture "
+                                     "stays as it is.")
+                                 .arg(isOne ? "the video has" : "each video has"));
+    about->setWordWrap(true);
+    layout->addWidget(about);
+
+    auto* form = new QFormLayout;
+    auto* published = new QRadioButton(isOne ? "The audio the video has in the site" : "The audio each video has in the site");
+    published->setChecked(true);
+    auto* fromFile = new QRadioButton("The audio of a file:");
+    auto* fileName = new QLabel("none chosen");
+    auto* choose = new QPushButton("Choose\u2026");
+    choose->setAutoDefault(false);
+    auto chosen = std::make_shared<std::optional<std::filesystem::path>>();
+    auto* sources = new QVBoxLayout;
+    sources->addWidget(published);
+    if (isOne) {
+        auto* fileRow = new QHBoxLayout;
+        fileRow->addWidget(fromFile);
+        fileRow->addWidget(fileName, 1);
+        fileRow->addWidget(choose);
+        sources->addLayout(fileRow);
+    } else {
+        fromFile->hide();
+        fileName->hide();
+        choose->hide();
+    }
+    form->addRow("Source:", sources);
+    auto* loudness = new QComboBox;
+    loudness->setAccessibleName("Audio loudness");
+    for (const auto each : format::loudnessOrder) {
+        auto item = format::loudness(each);
+        if (each == siteLoudness) item += "  (the site\u2019s default)";
+        loudness->addItem(item);
+        if (each == siteLoudness) loudness->setCurrentIndex(loudness->count() - 1);
+    }
+    form->addRow("Loudness:", loudness);
+    layout->addLayout(form);
+    auto* warning = new QLabel(QString::fromStdString(app::LibraryWords::audioReimportWarning));
+    warning->setWordWrap(true);
+    layout->addWidget(warning);
+
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Cancel);
+    auto* confirmButton = buttons->addButton("Re-import Audio", QDialogButtonBox::AcceptRole);
+    confirmButton->setDefault(true);
+    layout->addWidget(buttons);
+    // A file source needs its file.
+    auto enable = [=] { confirmButton->setEnabled(published->isChecked() || chosen->has_value()); };
+    QObject::connect(published, &QRadioButton::toggled, dialog, enable);
+    QObject::connect(choose, &QPushButton::clicked, dialog, [=] {
+        chooseFile(dialog, "Choose the File of the Audio",
+                   {"Audio and video (*.wav *.aif *.aiff *.flac *.m4a *.mp3 *.mp4 *.m4v *.mov *.mkv *.webm *.mxf)"},
+                   [=](const std::filesystem::path& file) {
+                       *chosen = file;
+                       fileName->setText(QString::fromStdString(file.filename().string()));
+                       fromFile->setChecked(true);
+                       enable();
+                   });
+    });
+    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, [=, onConfirmed = std::move(onConfirmed)] {
+        onConfirmed(published->isChecked() ? std::nullopt : *chosen, format::loudnessOrder[loudness->currentIndex()]);
+        dialog->accept();
+    });
+    dialog->open();
 }
 
 void confirmDeletion(QWidget* over, const std::vector<app::LibraryEntry>& entries, std::function<void()> onConfirmed) {

@@ -41,9 +41,10 @@ QString progressText(const LibraryReadProgress& progress) {
 // "Making videos unlisted: 1 of 3"
 QString bulkText(const app::LibraryModel::BulkChange& bulk) {
     using Action = app::LibraryModel::BulkChange::Action;
-    const char* doing = bulk.action == Action::makePublic     ? "Making videos public"
-                        : bulk.action == Action::makeUnlisted ? "Making videos unlisted"
-                                                              : "Deleting videos";
+    const char* doing = bulk.action == Action::makePublic      ? "Making videos public"
+                        : bulk.action == Action::makeUnlisted  ? "Making videos unlisted"
+                        : bulk.action == Action::reimportAudio ? "Re-importing the audio of videos"
+                                                               : "Deleting videos";
     return QString("%1: %2 of %3").arg(doing).arg(bulk.finished).arg(bulk.count);
 }
 
@@ -212,11 +213,12 @@ LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWid
     openPage_ = action("Open Page", "Open the video's page");
     makePublic_ = action("Make Public", "Make the selected videos public");
     makeUnlisted_ = action("Make Unlisted", "Make the selected videos unlisted");
+    reimportAudio_ = action("Re-import Audio\u2026", "Re-import the audio of the selected videos");
     delete_ = action("Delete\u2026", "Delete the selected videos");
     list_->setContextMenuPolicy(Qt::ActionsContextMenu);
     auto* actions = new QHBoxLayout;
     actions->setSpacing(8);
-    for (QAction* each : {edit_, openPage_, makePublic_, makeUnlisted_, delete_}) {
+    for (QAction* each : {edit_, openPage_, makePublic_, makeUnlisted_, reimportAudio_, delete_}) {
         auto* button = new QPushButton(each->text());
         button->setAccessibleName(each->objectName());
         button->setAutoDefault(false);
@@ -251,6 +253,7 @@ LibraryWindow::LibraryWindow(std::shared_ptr<app::SiteWorkspace> workspace, QWid
                      [this] { QDesktopServices::openUrl(QUrl(text(selectedEntries().front().page))); });
     QObject::connect(makePublic_, &QAction::triggered, this, [this] { changeVisibility(VideoVisibility::publicVideo); });
     QObject::connect(makeUnlisted_, &QAction::triggered, this, [this] { changeVisibility(VideoVisibility::unlisted); });
+    QObject::connect(reimportAudio_, &QAction::triggered, this, &LibraryWindow::reimportAudioOfSelected);
     QObject::connect(delete_, &QAction::triggered, this, &LibraryWindow::removeSelected);
     auto* findKey = new QShortcut(QKeySequence::Find, this);
     QObject::connect(findKey, &QShortcut::activated, search_, [this] { search_->setFocus(Qt::ShortcutFocusReason); });
@@ -331,6 +334,7 @@ void LibraryWindow::enableActions() {
     const bool canChange = !library().bulkChange();
     makePublic_->setEnabled(canChange && anyNot(VideoVisibility::publicVideo));
     makeUnlisted_->setEnabled(canChange && anyNot(VideoVisibility::unlisted));
+    reimportAudio_->setEnabled(canChange && !selected.empty());
     delete_->setEnabled(canChange && !selected.empty());
 }
 
@@ -341,6 +345,19 @@ void LibraryWindow::changeVisibility(VideoVisibility visibility) {
     if (entries.empty()) return;
     libraryDialogs::confirmVisibility(this, entries, visibility,
                                       [this, entries, visibility] { library().changeVisibility(entries, visibility); });
+}
+
+// One video may take a file's audio, several their own published audio.
+void LibraryWindow::reimportAudioOfSelected() {
+    const auto entries = selectedEntries();
+    if (entries.empty()) return;
+    libraryDialogs::chooseAudio(this, entries, library().site().audioLoudness,
+                                [this, entries](const std::optional<std::filesystem::path>& file, AudioLoudness loudness) {
+                                    if (entries.size() > 1) return library().reimportAudio(entries, loudness);
+                                    if (auto refused = library().reimportAudio(entries.front(), file, loudness))
+                                        libraryDialogs::tell(this, QString::fromStdString(refused->title),
+                                                             QString::fromStdString(refused->message));
+                                });
 }
 
 void LibraryWindow::removeSelected() {

@@ -48,6 +48,7 @@ private:
     std::vector<app::LibraryEntry> selectedEntries() const;
     void enableActions();
     void changeVisibility(VideoVisibility visibility);
+    void reimportAudioOfSelected();
     void removeSelected();
 
     std::shared_ptr<app::SiteWorkspace> workspace_;
@@ -63,6 +64,7 @@ private:
     QAction* openPage_;
     QAction* makePublic_;
     QAction* makeUnlisted_;
+    QAction* reimportAudio_;
     QAction* delete_;
 };
 

@@ -4,6 +4,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QComboBox>
+#include <QDialog>
 #include <QTableView>
 
 #include "app/SiteStorage.hpp"
@@ -19,6 +20,14 @@ QString labelText(QWidget* window, const QString& name) {
     for (auto* label : window->findChildren<QLabel*>())
         if (label->accessibleName() == name) return label->text();
     return "(no label " + name + ")";
+}
+
+// Two videos in the site, without media: clip-01 and clip-02.
+void publishTwo(const Desk& desk) {
+    testing::ClipFolder clips;
+    const auto posterJpeg = readFile(clips.make("poster.jpg", testing::lavfiVideo(640, 360, 1) + " -frames:v 1"));
+    FolderBucket bucket(desk.siteFolder);
+    for (int number = 1; number <= 2; ++number) publish(bucket, number, posterJpeg);
 }
 
 }  // namespace
@@ -95,10 +104,7 @@ TEST(LibraryWindowTest, TheLastListAtOnceThenTheCurrentOneWithThePostersOfTheRow
 
 TEST(LibraryWindowTest, MakeUnlistedOfTheSelectedRowsMovesEachToANewLink) {
     Desk desk;
-    testing::ClipFolder clips;
-    const auto posterJpeg = readFile(clips.make("poster.jpg", testing::lavfiVideo(640, 360, 1) + " -frames:v 1"));
-    FolderBucket bucket(desk.siteFolder);
-    for (int number = 1; number <= 2; ++number) publish(bucket, number, posterJpeg);
+    publishTwo(desk);
     auto* library = desk.window->openLibrary(desk.site);
     auto& model = desk.window->workspace()->library();
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.listing() && model.listing()->isCurrent; }, 30000));
@@ -117,6 +123,46 @@ TEST(LibraryWindowTest, MakeUnlistedOfTheSelectedRowsMovesEachToANewLink) {
     EXPECT_EQ(model.listing()->entries.size(), 2u);
     EXPECT_FALSE(fs::exists(desk.object("clip-01")));
     EXPECT_FALSE(fs::exists(desk.object("clip-02")));
+}
+
+TEST(LibraryWindowTest, ReimportAudioAsksWhereFromAndHowLoudThenTellsWhatWasRefused) {
+    Desk desk;
+    publishTwo(desk);
+    auto* library = desk.window->openLibrary(desk.site);
+    auto& model = desk.window->workspace()->library();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.listing() && model.listing()->isCurrent; }, 30000));
+    auto openDialog = [&] {
+        desk.click("Re-import the audio of the selected videos", library);
+        QDialog* dialog = nullptr;
+        EXPECT_TRUE(QTest::qWaitFor([&] { return (dialog = library->findChild<QDialog*>()) && dialog->isVisible(); }));
+        return dialog;
+    };
+
+    // One video may take a file's audio; until one is chosen, the file cannot be the source.
+    library->list()->selectRow(0);
+    auto* dialog = openDialog();
+    ASSERT_TRUE(dialog);
+    EXPECT_EQ(dialog->windowTitle().toStdString(), "Re-import the Audio of \u201cMarket 02\u201d?");
+    desk.click("The audio of a file:", dialog);
+    EXPECT_FALSE(desk.find<QAbstractButton>("Re-import Audio", dialog)->isEnabled());
+    screenshot(dialog, "33-reimport-audio");
+    desk.click("Cancel", dialog);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !library->findChild<QDialog*>(); }));
+
+    // Several take their own published audio; these have none, and the report says so.
+    library->list()->selectAll();
+    dialog = openDialog();
+    ASSERT_TRUE(dialog);
+    EXPECT_EQ(dialog->windowTitle().toStdString(), "Re-import the Audio of 2 Videos?");
+    EXPECT_FALSE(desk.find<QAbstractButton>("The audio of a file:", dialog));
+    EXPECT_TRUE(desk.find<QComboBox>("Audio loudness", dialog)->currentText().endsWith("(the site\u2019s default)"));
+    expectAccessibleNames(dialog);
+    desk.click("Re-import Audio", dialog);
+    QMessageBox* told = nullptr;
+    ASSERT_TRUE(QTest::qWaitFor([&] { return (told = library->findChild<QMessageBox*>()) && told->isVisible(); }, 30000));
+    EXPECT_TRUE(told->text().contains("Not Every Video Was Changed")) << told->text().toStdString();
+    EXPECT_TRUE(told->informativeText().contains("The video in the site has no audio, so Vorlen cannot re-import its audio."))
+        << told->informativeText().toStdString();
 }
 
 TEST(LibraryWindowTest, TheLibraryWindowsOpenAtAQuitOpenAgainAtTheNextStart) {

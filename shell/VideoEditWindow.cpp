@@ -173,6 +173,9 @@ VideoEditWindow::VideoEditWindow(std::shared_ptr<app::SiteWorkspace> workspace, 
     replace_ = plainButton("Replace Video\u2026");
     replace_->setAccessibleName("Replace the video file");
     bottom->addWidget(replace_);
+    reimportAudio_ = plainButton("Re-import Audio\u2026");
+    reimportAudio_->setAccessibleName("Re-import the audio");
+    bottom->addWidget(reimportAudio_);
     bottom->addStretch(1);
     delete_ = plainButton("Delete\u2026");
     delete_->setAccessibleName("Delete the video");
@@ -188,21 +191,24 @@ VideoEditWindow::VideoEditWindow(std::shared_ptr<app::SiteWorkspace> workspace, 
     QObject::connect(visibility_, &QComboBox::activated, this,
                      [this](int index) { askVisibility(VideoVisibility(visibility_->itemData(index).toInt())); });
     QObject::connect(posterImage_, &QPushButton::clicked, this, [this] {
-        chooseFile("Choose an Image File", {"Images (*.jpg *.jpeg *.png *.webp *.tif *.tiff *.heic *.gif)"},
-                   [this](const std::filesystem::path& image) { report(library().changePoster(entry_, image, true)); });
+        libraryDialogs::chooseFile(
+            this, "Choose an Image File", {"Images (*.jpg *.jpeg *.png *.webp *.tif *.tiff *.heic *.gif)"},
+            [this](const std::filesystem::path& image) { report(library().changePoster(entry_, image, true)); });
     });
     QObject::connect(posterFrame_, &QPushButton::clicked, this,
                      [this] { report(library().changePosterToFrame(entry_, frameTime_->value(), true)); });
     QObject::connect(subtitles_, &QListWidget::itemSelectionChanged, this, &VideoEditWindow::enableControls);
     QObject::connect(removeSubtitle_, &QPushButton::clicked, this, &VideoEditWindow::removeSubtitle);
     QObject::connect(addSubtitle_, &QPushButton::clicked, this, [this] {
-        chooseFile("Add Subtitles", {"Subtitles (*.srt *.vtt)"}, [this](const std::filesystem::path& file) { addSubtitle(file); });
+        libraryDialogs::chooseFile(this, "Add Subtitles", {"Subtitles (*.srt *.vtt)"},
+                                   [this](const std::filesystem::path& file) { addSubtitle(file); });
     });
     QObject::connect(replace_, &QPushButton::clicked, this, [this] {
-        chooseFile("Choose the New Video",
-                   {"Videos (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mts *.m2ts *.mxf)"},
-                   [this](const std::filesystem::path& file) { askReplace(file); });
+        libraryDialogs::chooseFile(this, "Choose the New Video",
+                                   {"Videos (*.mp4 *.m4v *.mov *.mkv *.webm *.avi *.mts *.m2ts *.mxf)"},
+                                   [this](const std::filesystem::path& file) { askReplace(file); });
     });
+    QObject::connect(reimportAudio_, &QPushButton::clicked, this, &VideoEditWindow::askAudio);
     QObject::connect(delete_, &QPushButton::clicked, this, &VideoEditWindow::askDelete);
     auto* saveKey = new QShortcut(QKeySequence::Save, this);
     QObject::connect(saveKey, &QShortcut::activated, this, &VideoEditWindow::save);
@@ -323,7 +329,7 @@ VideoDetails VideoEditWindow::typedDetails() const {
 
 void VideoEditWindow::enableControls() {
     const bool canChange = !entry_.problem && !waitsForListing_ && !library().changes().contains(folder_);
-    for (QWidget* control : std::initializer_list<QWidget*>{title_, reference_, description_, visibility_, posterImage_, subtitleLanguage_, replace_, delete_})
+    for (QWidget* control : std::initializer_list<QWidget*>{title_, reference_, description_, visibility_, posterImage_, subtitleLanguage_, replace_, reimportAudio_, delete_})
         control->setEnabled(canChange);
     // The frame and the subtitles need the published video itself.
     const bool isPlayable = canChange && entry_.video.isComplete;
@@ -358,17 +364,6 @@ void VideoEditWindow::askVisibility(VideoVisibility visibility) {
         if (!refusal) move_ = Move{entry_.created, visibility};
         report(refusal);
     });
-}
-
-void VideoEditWindow::chooseFile(const QString& title, const QStringList& nameFilters,
-                                 std::function<void(const std::filesystem::path&)> onChosen) {
-    auto* dialog = new QFileDialog(this, title);
-    dialog->setFileMode(QFileDialog::ExistingFile);
-    dialog->setNameFilters(nameFilters + QStringList{"All files (*)"});
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    QObject::connect(dialog, &QFileDialog::fileSelected, this,
-                     [onChosen = std::move(onChosen)](const QString& file) { onChosen(file.toStdString()); });
-    dialog->open();
 }
 
 void VideoEditWindow::showSubtitles() {
@@ -407,6 +402,13 @@ void VideoEditWindow::askReplace(const std::filesystem::path& file) {
                                     "poster stay.")
                                 .arg(format::quoted(text(file.filename().string()))),
                             "Replace Video", [this, file] { report(library().replaceVideo(entry_, file, true)); });
+}
+
+void VideoEditWindow::askAudio() {
+    libraryDialogs::chooseAudio(this, {entry_}, library().site().audioLoudness,
+                                [this](const std::optional<std::filesystem::path>& file, AudioLoudness loudness) {
+                                    report(library().reimportAudio(entry_, file, loudness, true));
+                                });
 }
 
 void VideoEditWindow::askDelete() {

@@ -48,13 +48,11 @@ private:
     void report(const std::optional<app::LibraryModel::Problem>& refusal);
     void save();
     void askVisibility(VideoVisibility visibility);
-    // Opens a chooser of one existing file over this window, without waiting for it.
-    void chooseFile(const QString& title, const QStringList& nameFilters,
-                    std::function<void(const std::filesystem::path&)> onChosen);
     void showSubtitles();
     void removeSubtitle();
     void addSubtitle(const std::filesystem::path& file);
     void askReplace(const std::filesystem::path& file);
+    void askAudio();
     void askDelete();
 
     std::shared_ptr<app::SiteWorkspace> workspace_;
@@ -92,6 +90,7 @@ private:
     QLineEdit* subtitleLanguage_;
     QPushButton* addSubtitle_;
     QPushButton* replace_;
+    QPushButton* reimportAudio_;
     QPushButton* openPage_;
     QPushButton* delete_;
 };

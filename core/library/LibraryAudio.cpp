@@ -89,7 +89,7 @@ fs::path Library::savePublishedAudio(const ReplacementTarget& target, const fs::
     const RetryPolicy retry{options.maxRetries, options.retryDelay};
     const auto& video = target.manifests.video;
     const auto audio = publishedAudio(target);
-    if (!audio) throw VorlenError::source(fmt::format("The video \u201c{}\u201d has no audio in the site.", video.folder));
+    if (!audio) throw VorlenError::source("The video in the site has no audio, so Vorlen cannot re-import its audio.");
     const auto playlistKey = video.prefix + audio->path;
     const auto playlist = retry.run([&](std::int64_t) { return bucket.object(playlistKey); });
     if (!playlist) throw VorlenError::integrity(playlistKey, "the audio playlist is missing");

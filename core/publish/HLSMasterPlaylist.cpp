@@ -91,6 +91,16 @@ std::string mediaLine(const SubtitleStream& stream) {
     return line;
 }
 
+// Where the quoted values of the URI attributes of a tag line begin.
+std::vector<std::size_t> uriValues(std::string_view line) {
+    constexpr std::string_view uriAttribute = "URI=\"";
+    std::vector<std::size_t> values;
+    for (auto at = line.find(uriAttribute); at != std::string_view::npos; at = line.find(uriAttribute, at + 1))
+        if (at > 0 && (line[at - 1] == ':' || line[at - 1] == ','))  // not part of another name
+            values.push_back(at + uriAttribute.size());
+    return values;
+}
+
 std::vector<std::string> lines(std::string_view text) {
     std::vector<std::string> result;
     std::size_t at = 0;
@@ -125,7 +135,6 @@ std::string withSubtitles(std::string_view master, const std::vector<SubtitleStr
 }
 
 std::string withMediaPrefix(std::string_view master, const std::string& prefix) {
-    constexpr std::string_view uriAttribute = "URI=\"";
     std::string result;
     for (auto line : lines(master)) {
         std::string test = trimmedAsciiWhitespace(line);
@@ -133,11 +142,9 @@ std::string withMediaPrefix(std::string_view master, const std::string& prefix) 
         } else if (test.front() != '#') {
             if (isRelativeAddress(test)) line = prefix + test;
         } else {
-            for (auto at = line.find(uriAttribute); at != std::string::npos; at = line.find(uriAttribute, at + 1)) {
-                if (at == 0 || (line[at - 1] != ':' && line[at - 1] != ',')) continue;  // part of another name
-                auto value = at + uriAttribute.size();
-                if (isRelativeAddress(std::string_view(line).substr(value))) line.insert(value, prefix);
-            }
+            const auto values = uriValues(line);
+            for (auto value = values.rbegin(); value != values.rend(); ++value)
+                if (isRelativeAddress(std::string_view(line).substr(*value))) line.insert(*value, prefix);
         }
         result += line + "\n";
     }
@@ -160,20 +167,14 @@ std::vector<AudioMedia> audio(std::string_view master) {
 }
 
 std::string withAudioFolder(std::string_view master, const std::string& folder) {
-    constexpr std::string_view uriAttribute = "URI=\"";
     std::string result;
     for (auto line : lines(master)) {
         std::string test = trimmedAsciiWhitespace(line);
-        if (isMediaOfType(test, "AUDIO")) {
-            for (auto at = test.find(uriAttribute); at != std::string::npos; at = test.find(uriAttribute, at + 1)) {
-                if (at == 0 || (test[at - 1] != ':' && test[at - 1] != ',')) continue;  // part of another name
-                const auto value = at + uriAttribute.size();
-                const auto end = test.find('"', value);
-                const auto uri = test.substr(value, end - value);
-                test.replace(value, end - value, folder + uri.substr(uri.rfind('/') + 1));
-                break;
-            }
-            line = test;
+        if (const auto values = uriValues(test); isMediaOfType(test, "AUDIO") && !values.empty()) {
+            const auto value = values.front();
+            const auto end = test.find('"', value);
+            const auto uri = test.substr(value, end - value);
+            line = test.replace(value, end - value, folder + uri.substr(uri.rfind('/') + 1));
         }
         result += line + "\n";
     }
