@@ -196,7 +196,10 @@ private:
 
         Inspection inspection;
         try {
-            inspection = run_.publisher.inspect(prepared.source);
+            // New audio may come from a file without a picture.
+            inspection = replaced && run_.reimport == ReimportMode::audioOnly
+                             ? inspectAudio(run_.publisher.tools, prepared.source)
+                             : run_.publisher.inspect(prepared.source);
         } catch (const Cancelled&) {
             throw;
         } catch (const std::exception& error) {
