@@ -111,10 +111,7 @@ private:
                 return std::nullopt;
             }
             if (std::holds_alternative<bulkDecision::NotFound>(decision)) {
-                record(item, bulkOutcome::Failed{
-                                 "Vorlen did not re-import this video, because the site no longer has it. A person can "
-                                 "have deleted the video, or changed its reference. To publish it as a new video, start "
-                                 "again with \u201cSkip\u201d."});
+                record(item, bulkOutcome::Failed{BatchRun::siteLacksVideo});
                 return std::nullopt;
             }
             if (std::holds_alternative<bulkDecision::Wait>(decision)) {
@@ -138,9 +135,15 @@ private:
     std::optional<UploadJob> process(std::int64_t item, const std::optional<std::string>& reference,
                                      const std::vector<std::string>& interrupted,
                                      const std::optional<std::string>& replaced) {
-        BatchPreparedItem prepared;
+        // Whatever the source made for this item goes on every way out.
+        struct Discarding {
+            std::function<void()> discard;
+            ~Discarding() {
+                if (discard) discard();
+            }
+        } discarding;
         try {
-            prepared = source_.prepare(item, [&](double fraction) {
+            const auto prepared = source_.prepare(item, [&](double fraction) {
                 std::lock_guard lock(mutex_);
                 if (auto* entry = find(item)) {
                     entry->shown.phase = BatchPhase::downloading;
@@ -148,21 +151,7 @@ private:
                 }
                 sendSnapshot();
             });
-        } catch (const Cancelled&) {
-            throw;
-        } catch (const std::exception& error) {
-            if (isCancelled()) throw Cancelled();
-            record(item, bulkOutcome::Failed{failureText(error)});
-            return std::nullopt;
-        }
-        // Whatever the source made for this item goes on every way out.
-        struct Discard {
-            std::function<void()> discard;
-            ~Discard() {
-                if (discard) discard();
-            }
-        } discard{prepared.discard};
-        try {
+            discarding.discard = prepared.discard;
             return build(item, reference, prepared, interrupted, replaced);
         } catch (const Cancelled&) {
             throw;

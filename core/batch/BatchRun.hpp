@@ -105,6 +105,11 @@ struct BatchSnapshot {
 // record. One item builds while the one before it uploads; no more than two
 // finished builds lie on disk at any time.
 struct BatchRun {
+    // Why an item that must re-import a video did not.
+    static constexpr const char* siteLacksVideo =
+        "Vorlen did not re-import this video, because the site no longer has it. A person can have deleted the video, "
+        "or changed its reference. To publish it as a new video, start again with \u201cSkip\u201d.";
+
     std::shared_ptr<BatchSource> source;
     Publisher publisher;
     Library library;  // of the publisher's destination

@@ -38,8 +38,12 @@ public:
 
     BatchResume resume(std::int64_t item, const BatchContext& context) override {
         const auto& row = items_[item];
-        if (row.folder) return resumeInFolder(row, *row.folder);
-        if (row.existingFolder) return resumeExisting(row, *row.existingFolder, context);
+        try {
+            if (row.folder) return resumeInFolder(row, *row.folder);
+            if (row.existingFolder) return resumeExisting(row, *row.existingFolder, context);
+        } catch (const Refusal& refusal) {
+            return batchResume::Finished{bulkOutcome::Failed{refusal.what()}};
+        }
         if (reimport_ == ReimportMode::skip) return batchResume::Start{bulkReplacement::None{}};
         return batchResume::Start{bulkReplacement::IfPublished{}};
     }
@@ -84,28 +88,32 @@ public:
     }
 
 private:
-    static BatchResume failed(std::string message) {
-        return batchResume::Finished{bulkOutcome::Failed{std::move(message)}};
+    // Why a row that names a folder is not taken up; the row fails with these words.
+    struct Refusal : std::runtime_error {
+        using std::runtime_error::runtime_error;
+    };
+
+    LibraryVideo readFolder(const std::string& folder) const {
+        try {
+            return library_.video(folder);
+        } catch (const Cancelled&) {
+            throw;
+        } catch (const std::exception& error) {
+            throw Refusal(fmt::format("Vorlen could not read the folder \u201c{}\u201d: {}", folder, error.what()));
+        }
     }
 
     // A row that an earlier run started in this folder and did not finish.
     BatchResume resumeInFolder(const BulkRow& row, const std::string& folder) const {
         const auto& prefix = library_.destination.prefix;
         if (!Naming::isValidName(folder))
-            return failed(fmt::format("The sheet records the folder \u201c{}\u201d for this row, but that is not a video "
+            throw Refusal(fmt::format("The sheet records the folder \u201c{}\u201d for this row, but that is not a video "
                                       "folder in {}. {}",
                                       folder, prefix.empty() ? "the bucket root" : "\u201c" + prefix + "\u201d",
                                       leftAsItWas));
-        LibraryVideo video;
-        try {
-            video = library_.video(folder);
-        } catch (const Cancelled&) {
-            throw;
-        } catch (const std::exception& error) {
-            return failed(fmt::format("Vorlen could not read the folder \u201c{}\u201d: {}", folder, error.what()));
-        }
+        const auto video = readFolder(folder);
         if (!sameReference(video, row.reference))
-            return failed(fmt::format("The folder \u201c{}\u201d that the sheet records for this row has a video.json "
+            throw Refusal(fmt::format("The folder \u201c{}\u201d that the sheet records for this row has a video.json "
                                       "for a different reference. {}",
                                       folder, leftAsItWas));
         const bool wasReplacing = row.statusText && trimmed(*row.statusText) == statusText(bulkStatus::Replacing{});
@@ -121,7 +129,7 @@ private:
         } catch (const Cancelled&) {
             throw;
         } catch (const std::exception& error) {
-            return failed(
+            throw Refusal(
                 fmt::format("Vorlen could not delete the unfinished folder \u201c{}\u201d: {}", folder, error.what()));
         }
         return batchResume::Start{bulkReplacement::None{}};
@@ -134,26 +142,17 @@ private:
         while (folder.ends_with("/")) folder.pop_back();
         if (folder.find("://") != std::string::npos) folder = folder.substr(folder.rfind('/') + 1);
         if (!Naming::isValidName(folder))
-            return failed(fmt::format(
+            throw Refusal(fmt::format(
                 "\u201c{}\u201d is not the name of a video folder, so Vorlen did not re-import the row.", cell));
         if (!context.videos.contains(folder))
-            return failed(
-                "Vorlen did not re-import this video, because the site no longer has it. A person can have deleted the "
-                "video, or changed its reference. To publish it as a new video, start again with \u201cSkip\u201d.");
-        LibraryVideo video;
-        try {
-            video = library_.video(folder);
-        } catch (const Cancelled&) {
-            throw;
-        } catch (const std::exception& error) {
-            return failed(fmt::format("Vorlen could not read the folder \u201c{}\u201d: {}", folder, error.what()));
-        }
+            throw Refusal(BatchRun::siteLacksVideo);
+        const auto video = readFolder(folder);
         if (video.isUnreadable())
-            return failed(
+            throw Refusal(
                 fmt::format("This version of Vorlen cannot read the video.json of the folder \u201c{}\u201d.", folder));
         // A row without a reference names its video by the folder alone.
         if (trimmedText(row.reference) && !sameReference(video, row.reference))
-            return failed(fmt::format("The folder \u201c{}\u201d has a video.json for a different reference, so Vorlen "
+            throw Refusal(fmt::format("The folder \u201c{}\u201d has a video.json for a different reference, so Vorlen "
                                       "did not re-import the row.",
                                       folder));
         return batchResume::Start{bulkReplacement::Required{folder}};
