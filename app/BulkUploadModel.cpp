@@ -218,7 +218,7 @@ std::optional<BulkProblem> BulkUploadModel::start() {
             onMain([input = request.input, ran = std::move(ran)](BulkUploadModel& self) mutable {
                 auto& result = ran.result;
                 self.end(BulkEndState{input, BulkEndState::Ending::completed, ran.output, ran.source, ran.addedRowCount,
-                                      result.snapshot.counts, std::move(result.items), std::move(result.snapshot.results)});
+                                      result.snapshot.counts, std::move(result.items), std::move(result.snapshot.results), {}});
             });
         } catch (const Cancelled&) {
             onMain([input = request.input, source, addedRows](BulkUploadModel& self) {
@@ -227,7 +227,7 @@ std::optional<BulkProblem> BulkUploadModel::start() {
                 const auto& progress = running->progress;
                 self.end(BulkEndState{input, BulkEndState::Ending::stopped, BulkSheetFile::outputPath(input), source,
                                       progress ? addedRows : 0, progress ? progress->counts : BulkRowCounts{},
-                                      running->rows, progress ? progress->results : std::map<std::int64_t, BulkRowOutcome>{}});
+                                      running->rows, progress ? progress->results : std::map<std::int64_t, BulkRowOutcome>{}, {}});
             });
         } catch (const std::exception& error) {
             onMain([input = request.input, message = std::string(error.what())](BulkUploadModel& self) {
@@ -284,6 +284,8 @@ void BulkUploadModel::end(BulkPhase ended) {
     // The run's thread has posted its last word; joining it here waits only for its return.
     runTask_.reset();
     durationTask_.reset();
+    auto* report = std::get_if<BulkEndState>(&ended);
+    if (auto* running = std::get_if<BulkRunState>(&phase_); running && report) report->durations = std::move(running->durations);
     phase_ = std::move(ended);
     if (host_.didEnd) host_.didEnd();
     changed();

@@ -59,6 +59,7 @@ struct BulkEndState {
     BulkRowCounts counts;
     std::vector<BulkRow> rows;
     std::map<std::int64_t, BulkRowOutcome> results;  // by index in `rows`
+    std::map<std::filesystem::path, double> durations;  // those the run had read
 };
 
 namespace bulkPhase {

@@ -198,6 +198,7 @@ TEST_F(BulkUploadModelTest, TheNewestProgressWinsAndACompletedRunReportsItsResul
     EXPECT_EQ(ended->ending, BulkEndState::Ending::completed);
     EXPECT_EQ(ended->counts.published, 2);
     EXPECT_EQ(ended->addedRowCount, 1);
+    EXPECT_EQ(ended->durations.size(), 2u);
     EXPECT_EQ(ends, 1);
 }
 
