@@ -45,6 +45,16 @@ QPushButton* button(const QString& words, const char* role = nullptr) {
     return made;
 }
 
+// A page of the window, its parts one under another.
+QVBoxLayout* addPage(QStackedWidget* pages, QWidget*& page) {
+    page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(8);
+    pages->addWidget(page);
+    return layout;
+}
+
 QString fileName(const std::filesystem::path& path) { return format::quoted(text(path.filename().string())); }
 
 // "Encodes · 42%"
@@ -151,26 +161,17 @@ BulkWindow::BulkWindow(std::shared_ptr<app::BulkUploadModel> model, QWidget* par
     pages_ = new QStackedWidget;
     layout->addWidget(pages_, 1);
 
-    messagePage_ = new QWidget;
-    auto* messageLayout = new QVBoxLayout(messagePage_);
-    messageLayout->setContentsMargins(0, 0, 0, 0);
+    auto* messageLayout = addPage(pages_, messagePage_);
     messageTitle_ = label("heading", "Title");
     message_ = label(nullptr, "Message");
-    messageLayout->addWidget(messageTitle_);
-    messageLayout->addWidget(message_);
+    for (auto* part : {messageTitle_, message_}) messageLayout->addWidget(part);
     messageLayout->addStretch(1);
-    pages_->addWidget(messagePage_);
 
-    mappingPage_ = new QWidget;
-    auto* mappingLayout = new QVBoxLayout(mappingPage_);
-    mappingLayout->setContentsMargins(0, 0, 0, 0);
-    mappingLayout->setSpacing(8);
+    auto* mappingLayout = addPage(pages_, mappingPage_);
     sheetName_ = label("heading", "Spreadsheet");
     origin_ = label("secondary", "Results");
     newRows_ = label("secondary", "New rows");
-    mappingLayout->addWidget(sheetName_);
-    mappingLayout->addWidget(origin_);
-    mappingLayout->addWidget(newRows_);
+    for (auto* part : {sheetName_, origin_, newRows_}) mappingLayout->addWidget(part);
     auto* columns = new QGridLayout;
     columns->setHorizontalSpacing(12);
     columns->setVerticalSpacing(6);
@@ -212,20 +213,13 @@ BulkWindow::BulkWindow(std::shared_ptr<app::BulkUploadModel> model, QWidget* par
     samples_->horizontalHeader()->setStretchLastSection(true);
     samples_->setWordWrap(false);
     mappingLayout->addWidget(samples_, 1);
-    pages_->addWidget(mappingPage_);
 
-    runPage_ = new QWidget;
-    auto* runLayout = new QVBoxLayout(runPage_);
-    runLayout->setContentsMargins(0, 0, 0, 0);
-    runLayout->setSpacing(8);
+    auto* runLayout = addPage(pages_, runPage_);
     runTitle_ = label("heading", "Title");
     counts_ = label(nullptr, "Counts");
     estimate_ = label("secondary", "Estimate");
     report_ = label("secondary", "Report");
-    runLayout->addWidget(runTitle_);
-    runLayout->addWidget(counts_);
-    runLayout->addWidget(estimate_);
-    runLayout->addWidget(report_);
+    for (auto* part : {runTitle_, counts_, estimate_, report_}) runLayout->addWidget(part);
     table_ = new Rows(this);
     rows_ = new QTableView;
     rows_->setAccessibleName("Rows");
@@ -247,7 +241,6 @@ BulkWindow::BulkWindow(std::shared_ptr<app::BulkUploadModel> model, QWidget* par
     header->resizeSection(Rows::duration, 90);
     header->setStretchLastSection(true);
     runLayout->addWidget(rows_, 1);
-    pages_->addWidget(runPage_);
 
     auto* buttons = new QHBoxLayout;
     reimportDone_ = button("Re-import Done Rows");
