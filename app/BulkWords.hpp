@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <type_traits>
+#include <variant>
 
 #include <fmt/format.h>
 
@@ -27,6 +29,47 @@ inline constexpr const char* stopExplanation =
     "The rows in progress stop, and Vorlen deletes the files that they uploaded. The results file keeps each finished "
     "row. To continue later, open the same spreadsheet again.";
 inline constexpr const char* stopping = "Stopping. The rows in progress delete their uploaded files\u2026";
+inline constexpr const char* completedTitle = "Bulk Upload Complete";
+inline constexpr const char* needsFile = "Choose the column with the paths of the videos.";
+
+// The choice for rows whose video the site has already.
+inline const char* reimportChoice(ReimportMode mode) {
+    switch (mode) {
+        case ReimportMode::videoAndAudio: return "Re-import their video and audio";
+        case ReimportMode::audioOnly: return "Re-import their audio only";
+        case ReimportMode::skip: break;
+    }
+    return "Skip them";
+}
+
+// "3 rows: 1 done earlier, 2 to publish."
+inline std::string plan(const BulkPlan& plan) {
+    const auto rows = plan.rowCount + plan.newRowCount;
+    return fmt::format("{} {}: {} done earlier, {} to publish.", rows, rows == 1 ? "row" : "rows", plan.doneCount,
+                       rows - plan.doneCount);
+}
+
+inline std::string counts(const BulkRowCounts& counts) {
+    return fmt::format("Published: {}, re-imported: {}, skipped: {}, failed: {}, left: {}", counts.published,
+                       counts.replaced, counts.skipped, counts.failed, counts.left);
+}
+
+// How a row ended, in the words of the results' status column.
+inline std::string outcome(const BulkRowOutcome& outcome) {
+    return statusText(std::visit(
+        [](const auto& ended) -> BulkRowStatus {
+            using Ended = std::decay_t<decltype(ended)>;
+            if constexpr (std::is_same_v<Ended, bulkOutcome::Published>)
+                return bulkStatus::Published{ended.location};
+            else if constexpr (std::is_same_v<Ended, bulkOutcome::Replaced>)
+                return bulkStatus::Replaced{ended.location, ended.problem};
+            else if constexpr (std::is_same_v<Ended, bulkOutcome::Skipped>)
+                return bulkStatus::Skipped{ended.location};
+            else
+                return bulkStatus::Failed{ended.message};
+        },
+        outcome));
+}
 
 // What the mapping tells of the file that was opened.
 inline std::string origin(BulkSheetSource source, const std::filesystem::path& output) {

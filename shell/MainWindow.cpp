@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QFileDialog>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMessageBox>
@@ -14,7 +15,9 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include "app/SetupWords.hpp"
 #include "shell/Appearance.hpp"
+#include "shell/BulkWindow.hpp"
 #include "shell/ConfirmView.hpp"
 #include "shell/DropZone.hpp"
 #include "shell/FailedView.hpp"
@@ -30,7 +33,7 @@
 
 namespace vorlen::shell {
 
-MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_(model) {
+MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_(model), mainQueue_(mainQueue) {
     setWindowTitle("Vorlen");
     setAcceptDrops(true);
     resize(960, 720);
@@ -64,6 +67,10 @@ MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_
     library_->setAccessibleName("Library");
     library_->setAutoDefault(true);
     headerLayout->addWidget(library_);
+    bulkUpload_ = new QPushButton("Bulk Upload\u2026", header);
+    bulkUpload_->setAccessibleName("Bulk Upload");
+    bulkUpload_->setAutoDefault(true);
+    headerLayout->addWidget(bulkUpload_);
     settings_ = new QPushButton("Settings", header);
     settings_->setAccessibleName("Settings");
     settings_->setAutoDefault(true);
@@ -98,6 +105,7 @@ MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_
     confirm_->onFiles = drop;
 
     QObject::connect(library_, &QPushButton::clicked, this, [this] { openLibrary(workspace_->id()); });
+    QObject::connect(bulkUpload_, &QPushButton::clicked, this, &MainWindow::chooseSheet);
     QObject::connect(settings_, &QPushButton::clicked, this, [this] { openSettings(); });
     QObject::connect(sitePicker_, &QComboBox::activated, this, [this](int index) {
         app::SiteID id{sitePicker_->itemData(index).toString().toStdString()};
@@ -140,6 +148,7 @@ void MainWindow::showSite(const app::SiteID& id) {
     for (ScreenView* view : std::initializer_list<ScreenView*>{start_, inspecting_, confirm_, publishing_, review_, published_, failed_})
         view->bind(workspace_);
     showSites();
+    bulkUpload_->setVisible(workspace_->services().bulk != nullptr);
     refresh();
     showBatchRun();
 }
@@ -270,6 +279,42 @@ LibraryWindow* MainWindow::openLibrary(const app::SiteID& id) {
     library->raise();
     library->activateWindow();
     return library;
+}
+
+void MainWindow::chooseSheet() {
+    auto* dialog = new QFileDialog(this, "Choose a Spreadsheet");
+    dialog->setFileMode(QFileDialog::ExistingFile);
+    dialog->setNameFilters({"Spreadsheets (*.csv *.tsv *.txt)", "All files (*)"});
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(dialog, &QFileDialog::fileSelected, this, [this, id = workspace_->id()](const QString& file) {
+        openBulkUpload(id, file.toStdString());
+    });
+    dialog->open();
+}
+
+BulkWindow* MainWindow::openBulkUpload(const app::SiteID& id, const std::filesystem::path& sheet) {
+    QPointer<BulkWindow>& bulk = bulkUploads_[id];
+    if (!bulk) {
+        auto workspace = model_.workspace(id);
+        app::BulkUploadModel::Host host{
+            [workspace] { return workspace->access(); },
+            [this] { return model_.settings().lastUploadRate; },
+            [this] { return model_.settings().uploadTuning; },
+            app::defaultComputerName(),
+            [workspace] { return workspace->isJobRunning(); },
+            [] { return false; },
+            [] { return std::optional<std::string>(); },
+            nullptr,
+            // The home page lists what the catalogue holds: it follows what was published, also after a stop.
+            [workspace] {
+                if (workspace->services().library.catalog) workspace->catalog().requestRebuild();
+            }};
+        bulk = new BulkWindow(app::BulkUploadModel::make(workspace->services().bulk, std::move(host), mainQueue_), this);
+        bulk->setAttribute(Qt::WA_DeleteOnClose);
+        bulk->setWindowTitle(QString::fromStdString(id.value) + " \u2014 Bulk Upload");
+    }
+    bulk->open(sheet);
+    return bulk;
 }
 
 SetupWindow* MainWindow::openSetup() {

@@ -16,6 +16,7 @@ class QStackedWidget;
 
 namespace vorlen::shell {
 
+class BulkWindow;
 class ConfirmView;
 class FailedView;
 class InspectingView;
@@ -41,6 +42,8 @@ public:
     SettingsWindow* openSettings();
     // The site's library window, made or brought to the front.
     LibraryWindow* openLibrary(const app::SiteID& id);
+    // The site's bulk upload window with a spreadsheet opened in it, made or brought to the front.
+    BulkWindow* openBulkUpload(const app::SiteID& id, const std::filesystem::path& sheet);
     // The setup of a site in a Cloudflare account, which the window shows once it is complete.
     SetupWindow* openSetup();
     // The screen on show.
@@ -60,13 +63,16 @@ private:
     // Another computer's batch run on the shown site, as a banner under the header.
     void showBatchRun();
     void siteSetUp(const app::SiteID& id);
+    void chooseSheet();
 
     app::AppModel& model_;
+    app::MainQueue& mainQueue_;
     std::shared_ptr<app::SiteWorkspace> workspace_;
     // Workspaces this window observes; a weak hold, so that a removed site's workspace can go.
     std::vector<std::weak_ptr<app::SiteWorkspace>> observed_;
     bool isWaitingToQuit_ = false;
     std::map<app::SiteID, QPointer<LibraryWindow>> libraries_;
+    std::map<app::SiteID, QPointer<BulkWindow>> bulkUploads_;
     ScreenView* shownView_ = nullptr;
 
     QComboBox* sitePicker_;
@@ -74,6 +80,7 @@ private:
     QLabel* notice_;
     QLabel* batchRunNotice_;
     QPushButton* library_;
+    QPushButton* bulkUpload_;
     QPushButton* settings_;
     QStackedWidget* stack_;
     StartView* start_;

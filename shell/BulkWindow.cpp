@@ -1,0 +1,409 @@
+#include "shell/BulkWindow.hpp"
+
+#include <map>
+
+#include <QAbstractTableModel>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QPointer>
+#include <QPushButton>
+#include <QShortcut>
+#include <QStackedWidget>
+#include <QTableView>
+#include <QTableWidget>
+#include <QVBoxLayout>
+
+#include "app/BulkWords.hpp"
+#include "shell/Appearance.hpp"
+#include "shell/Format.hpp"
+#include "shell/LibraryDialogs.hpp"
+
+namespace vorlen::shell {
+
+namespace {
+
+QString text(const std::string& value) { return QString::fromStdString(value); }
+
+QLabel* label(const char* role = nullptr, const QString& name = QString()) {
+    auto* made = new QLabel;
+    made->setWordWrap(true);
+    made->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    if (role) setRole(made, role);
+    if (!name.isEmpty()) made->setAccessibleName(name);
+    return made;
+}
+
+QPushButton* button(const QString& words, const char* role = nullptr) {
+    auto* made = new QPushButton(words);
+    made->setAccessibleName(words);
+    made->setAutoDefault(true);
+    if (role) setRole(made, role);
+    return made;
+}
+
+// A page of the window, its parts one under another.
+QVBoxLayout* addPage(QStackedWidget* pages, QWidget*& page) {
+    page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(8);
+    pages->addWidget(page);
+    return layout;
+}
+
+QString fileName(const std::filesystem::path& path) { return format::quoted(text(path.filename().string())); }
+
+// "Encodes · 42%"
+QString activeText(const BatchActiveItem& active) {
+    QString words = text(app::BulkWords::phase(active.phase));
+    if (active.progress) words += QString("  \u00b7  %1%").arg(int(active.progress->stageFraction * 100));
+    if (active.folder) words += "  " + format::quoted(text(*active.folder));
+    return words;
+}
+
+constexpr ReimportMode reimportModes[] = {ReimportMode::skip, ReimportMode::videoAndAudio, ReimportMode::audioOnly};
+
+}  // namespace
+
+// The rows of a run that are in work or done, with their state.
+class BulkWindow::Rows : public QAbstractTableModel {
+public:
+    enum Column { row, name, duration, status, columns };
+    struct Line {
+        QString row, name, duration, status;
+        bool isFailure = false;
+    };
+
+    using QAbstractTableModel::QAbstractTableModel;
+
+    void setLines(std::vector<Line> lines) {
+        beginResetModel();
+        lines_ = std::move(lines);
+        endResetModel();
+    }
+
+    int rowCount(const QModelIndex& parent) const override { return parent.isValid() ? 0 : int(lines_.size()); }
+    int columnCount(const QModelIndex& parent) const override { return parent.isValid() ? 0 : columns; }
+
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override {
+        if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
+        switch (section) {
+        case row: return "Row";
+        case name: return "Video";
+        case duration: return "Duration";
+        case status: return "Status";
+        default: return {};
+        }
+    }
+
+    QVariant data(const QModelIndex& index, int role) const override {
+        const auto& line = lines_[std::size_t(index.row())];
+        if (role == Qt::ForegroundRole && index.column() == status && line.isFailure)
+            return Colors::of(currentColorScheme()).error;
+        if (role == Qt::ToolTipRole && index.column() == status) return line.status;
+        if (role != Qt::DisplayRole) return {};
+        switch (index.column()) {
+        case row: return line.row;
+        case name: return line.name;
+        case duration: return line.duration;
+        case status: return line.status;
+        default: return {};
+        }
+    }
+
+    // The rows with a result or in work, in the order of the sheet.
+    static std::vector<Line> of(const std::vector<BulkRow>& rows, const std::map<std::int64_t, BulkRowOutcome>& results,
+                                const std::vector<BatchActiveItem>& active,
+                                const std::map<std::filesystem::path, double>& durations) {
+        std::map<std::int64_t, Line> lines;
+        auto lineOf = [&](std::int64_t item) -> Line* {
+            if (item < 0 || std::size_t(item) >= rows.size()) return nullptr;
+            const auto& sheetRow = rows[std::size_t(item)];
+            auto& made = lines[item];
+            made.row = QString::number(sheetRow.index + 1);
+            made.name = text(sheetRow.title ? *sheetRow.title : sheetRow.file ? sheetRow.file->filename().string() : "");
+            if (sheetRow.file)
+                if (const auto found = durations.find(*sheetRow.file); found != durations.end())
+                    made.duration = format::clock(found->second);
+            return &made;
+        };
+        for (const auto& [item, outcome] : results) {
+            if (auto* line = lineOf(item)) {
+                line->status = text(app::BulkWords::outcome(outcome));
+                line->isFailure = std::holds_alternative<bulkOutcome::Failed>(outcome);
+            }
+        }
+        for (const auto& each : active)
+            if (auto* line = lineOf(each.item)) line->status = activeText(each);
+        std::vector<Line> ordered;
+        for (auto& [item, line] : lines) ordered.push_back(std::move(line));
+        return ordered;
+    }
+
+private:
+    std::vector<Line> lines_;
+};
+
+BulkWindow::BulkWindow(std::shared_ptr<app::BulkUploadModel> model, QWidget* parent)
+    : QWidget(parent, Qt::Window), model_(std::move(model)) {
+    setObjectName("bulk");
+    setWindowTitle("Bulk Upload");
+    resize(900, 680);
+    setMinimumSize(680, 520);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(24, 20, 24, 16);
+    layout->setSpacing(12);
+    pages_ = new QStackedWidget;
+    layout->addWidget(pages_, 1);
+
+    auto* messageLayout = addPage(pages_, messagePage_);
+    messageTitle_ = label("heading", "Title");
+    message_ = label(nullptr, "Message");
+    for (auto* part : {messageTitle_, message_}) messageLayout->addWidget(part);
+    messageLayout->addStretch(1);
+
+    auto* mappingLayout = addPage(pages_, mappingPage_);
+    sheetName_ = label("heading", "Spreadsheet");
+    origin_ = label("secondary", "Results");
+    newRows_ = label("secondary", "New rows");
+    for (auto* part : {sheetName_, origin_, newRows_}) mappingLayout->addWidget(part);
+    auto* columns = new QGridLayout;
+    columns->setHorizontalSpacing(12);
+    columns->setVerticalSpacing(6);
+    columns->setColumnStretch(2, 1);
+    int line = 0;
+    for (const auto role : app::bulkColumnRoles) {
+        auto* choice = new QComboBox;
+        choice->setAccessibleName(app::label(role));
+        choice->setMinimumWidth(200);
+        auto* help = label("secondary");
+        help->setText(app::helpText(role));
+        columns->addWidget(new QLabel(QString(app::label(role)) + ":"), line, 0);
+        columns->addWidget(choice, line, 1);
+        columns->addWidget(help, line, 2);
+        QObject::connect(choice, &QComboBox::activated, this, [this, role, choice](int index) {
+            const auto& mapping = *model_->as<app::BulkMappingState>();
+            const int column = choice->itemData(index).toInt();
+            model_->choose(role, column < 0 ? std::nullopt : std::optional(mapping.columns[std::size_t(column)]));
+        });
+        columnChoices_.push_back(choice);
+        ++line;
+    }
+    reimport_ = new QComboBox;
+    reimport_->setAccessibleName("Rows whose video the site has");
+    for (const auto mode : reimportModes) reimport_->addItem(app::BulkWords::reimportChoice(mode));
+    columns->addWidget(new QLabel("Videos the site has:"), line, 0);
+    columns->addWidget(reimport_, line, 1);
+    mappingLayout->addSpacing(6);
+    mappingLayout->addLayout(columns);
+    plan_ = label(nullptr, "Plan");
+    mappingLayout->addWidget(plan_);
+    samples_ = new QTableWidget;
+    samples_->setAccessibleName("First rows");
+    samples_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    samples_->setSelectionMode(QAbstractItemView::NoSelection);
+    samples_->setFocusPolicy(Qt::NoFocus);
+    samples_->verticalHeader()->hide();
+    samples_->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    samples_->horizontalHeader()->setStretchLastSection(true);
+    samples_->setWordWrap(false);
+    mappingLayout->addWidget(samples_, 1);
+
+    auto* runLayout = addPage(pages_, runPage_);
+    runTitle_ = label("heading", "Title");
+    counts_ = label(nullptr, "Counts");
+    estimate_ = label("secondary", "Estimate");
+    report_ = label("secondary", "Report");
+    for (auto* part : {runTitle_, counts_, estimate_, report_}) runLayout->addWidget(part);
+    table_ = new Rows(this);
+    rows_ = new QTableView;
+    rows_->setAccessibleName("Rows");
+    rows_->setModel(table_);
+    rows_->setSelectionBehavior(QAbstractItemView::SelectRows);
+    rows_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    rows_->setTabKeyNavigation(false);
+    rows_->setShowGrid(false);
+    rows_->setWordWrap(false);
+    rows_->setAlternatingRowColors(true);
+    rows_->verticalHeader()->hide();
+    rows_->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    auto* header = rows_->horizontalHeader();
+    header->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    header->setHighlightSections(false);
+    header->setSectionResizeMode(QHeaderView::Interactive);
+    header->resizeSection(Rows::row, 56);
+    header->resizeSection(Rows::name, 260);
+    header->resizeSection(Rows::duration, 90);
+    header->setStretchLastSection(true);
+    runLayout->addWidget(rows_, 1);
+
+    auto* buttons = new QHBoxLayout;
+    reimportDone_ = button("Re-import Done Rows");
+    close_ = button("Close");
+    stop_ = button("Stop");
+    start_ = button("Start", "primary");
+    start_->setDefault(true);
+    buttons->addWidget(reimportDone_);
+    buttons->addStretch(1);
+    buttons->addWidget(close_);
+    buttons->addWidget(stop_);
+    buttons->addWidget(start_);
+    layout->addLayout(buttons);
+
+    QObject::connect(reimport_, &QComboBox::activated, this,
+                     [this](int index) { model_->setReimport(reimportModes[index]); });
+    QObject::connect(reimportDone_, &QPushButton::clicked, this, [this] { tell(model_->reimportDoneRows()); });
+    QObject::connect(start_, &QPushButton::clicked, this, [this] { tell(model_->start()); });
+    QObject::connect(stop_, &QPushButton::clicked, this, &BulkWindow::confirmStop);
+    QObject::connect(close_, &QPushButton::clicked, this, &QWidget::close);
+    auto* closeKey = new QShortcut(QKeySequence::Close, this);
+    QObject::connect(closeKey, &QShortcut::activated, this, &QWidget::close);
+
+    QPointer<BulkWindow> window(this);
+    model_->onChange([window] {
+        if (window) window->modelChanged();
+    });
+    modelChanged();
+}
+
+void BulkWindow::open(const std::filesystem::path& input) {
+    if (!model_->isRunning()) model_->open(input);
+    show();
+    raise();
+    activateWindow();
+}
+
+void BulkWindow::tell(const std::optional<app::BulkProblem>& problem) {
+    if (problem) libraryDialogs::tell(this, text(problem->title), text(problem->message));
+}
+
+void BulkWindow::confirmStop() {
+    libraryDialogs::confirm(this, app::BulkWords::stopQuestion, app::BulkWords::stopExplanation, "Stop",
+                            [this] { model_->stop(); });
+}
+
+void BulkWindow::closeEvent(QCloseEvent* event) {
+    if (!model_->isRunning()) return QWidget::closeEvent(event);
+    event->ignore();
+    if (!model_->as<app::BulkRunState>()->isStopping) confirmStop();
+}
+
+void BulkWindow::modelChanged() {
+    const auto& phase = model_->phase();
+    reimportDone_->hide();
+    stop_->hide();
+    start_->hide();
+    close_->setText("Close");
+    if (const auto* opening = std::get_if<app::bulkPhase::Opening>(&phase))
+        showMessage("Opening " + fileName(opening->input) + "\u2026", QString());
+    else if (const auto* unreadable = std::get_if<app::bulkPhase::Unreadable>(&phase))
+        showMessage(text(unreadable->problem.title), text(unreadable->problem.message));
+    else if (std::holds_alternative<app::bulkPhase::Empty>(phase))
+        showMessage(app::BulkWords::cannotOpen, app::BulkWords::empty);
+    else if (const auto* failed = std::get_if<app::bulkPhase::Failed>(&phase))
+        showMessage(text(failed->problem.title), text(failed->problem.message));
+    else if (const auto* mapping = std::get_if<app::BulkMappingState>(&phase))
+        showMapping(*mapping);
+    else if (const auto* run = std::get_if<app::BulkRunState>(&phase))
+        showRun(*run);
+    else if (const auto* end = std::get_if<app::BulkEndState>(&phase))
+        showEnd(*end);
+}
+
+void BulkWindow::showMessage(const QString& title, const QString& message) {
+    messageTitle_->setText(title);
+    message_->setText(message);
+    message_->setVisible(!message.isEmpty());
+    pages_->setCurrentWidget(messagePage_);
+}
+
+void BulkWindow::showMapping(const app::BulkMappingState& mapping) {
+    close_->setText("Cancel");
+    start_->show();
+    reimportDone_->show();
+    sheetName_->setText("Publish the Rows of " + fileName(mapping.sheet.input));
+    origin_->setText(text(mapping.origin));
+    newRows_->setText(mapping.newRows ? text(*mapping.newRows) : QString());
+    newRows_->setVisible(mapping.newRows.has_value());
+
+    auto choice = mapping.choice;
+    for (std::size_t at = 0; at < columnChoices_.size(); ++at) {
+        auto* combo = columnChoices_[at];
+        const QSignalBlocker blocker(combo);
+        combo->clear();
+        combo->addItem("None", -1);
+        const auto& chosen = choice[app::bulkColumnRoles[at]];
+        for (std::size_t column = 0; column < mapping.columns.size(); ++column) {
+            combo->addItem(text(mapping.columns[column].name), int(column));
+            if (chosen && *chosen == mapping.columns[column]) combo->setCurrentIndex(combo->count() - 1);
+        }
+    }
+    reimport_->setCurrentIndex(int(std::find(std::begin(reimportModes), std::end(reimportModes), mapping.reimport) -
+                                   std::begin(reimportModes)));
+
+    const auto* plan = std::get_if<BulkPlan>(&mapping.plan);
+    if (plan)
+        plan_->setText(text(app::BulkWords::plan(*plan)));
+    else if (const auto* failed = std::get_if<app::BulkMappingState::Failed>(&mapping.plan))
+        plan_->setText(text(failed->message));
+    else
+        plan_->setText(app::BulkWords::needsFile);
+    const char* planRole = plan ? "" : "error";
+    if (plan_->property("role").toString() != planRole) setRole(plan_, planRole);
+    start_->setEnabled(plan && plan->rowCount + plan->newRowCount > plan->doneCount);
+    reimportDone_->setEnabled(plan && plan->doneCount > 0);
+
+    samples_->clear();
+    samples_->setColumnCount(int(mapping.columns.size()));
+    samples_->setRowCount(int(mapping.sampleRows.size()));
+    QStringList names;
+    for (const auto& column : mapping.columns) names << text(column.name);
+    samples_->setHorizontalHeaderLabels(names);
+    for (std::size_t row = 0; row < mapping.sampleRows.size(); ++row)
+        for (std::size_t cell = 0; cell < mapping.sampleRows[row].size(); ++cell)
+            samples_->setItem(int(row), int(cell), new QTableWidgetItem(text(mapping.sampleRows[row][cell])));
+    pages_->setCurrentWidget(mappingPage_);
+}
+
+void BulkWindow::showRun(const app::BulkRunState& run) {
+    stop_->show();
+    stop_->setEnabled(!run.isStopping);
+    close_->hide();
+    runTitle_->setText("Publishing the Rows of " + fileName(run.request.input));
+    report_->hide();
+    const auto& progress = run.progress;
+    counts_->setText(progress ? text(app::BulkWords::counts(progress->counts)) : QString());
+    if (run.isStopping)
+        estimate_->setText(app::BulkWords::stopping);
+    else if (!progress)
+        estimate_->setText("Preparing the results and reading the site\u2026");
+    else
+        estimate_->setText(progress->eta ? "About " + format::clock(*progress->eta) + " left"
+                                         : QString("Estimating the time left\u2026"));
+    estimate_->show();
+    table_->setLines(progress ? Rows::of(run.rows, progress->results, progress->activeItems, run.durations)
+                              : std::vector<Rows::Line>{});
+    pages_->setCurrentWidget(runPage_);
+}
+
+void BulkWindow::showEnd(const app::BulkEndState& end) {
+    close_->show();
+    const bool stopped = end.ending == app::BulkEndState::Ending::stopped;
+    runTitle_->setText(stopped ? QString("Bulk") + app::BulkWords::uploadStoppedSuffix : app::BulkWords::completedTitle);
+    counts_->setText(text(app::BulkWords::counts(end.counts)));
+    estimate_->hide();
+    QStringList report{"Results: " + text(end.output.string())};
+    if (end.counts.alreadyDone > 0) report << text(app::BulkWords::doneEarlier(end.counts.alreadyDone));
+    if (end.addedRowCount > 0) report << text(app::BulkWords::addedRows(end.addedRowCount));
+    report_->setText(report.join('\n'));
+    report_->show();
+    table_->setLines(Rows::of(end.rows, end.results, {}, end.durations));
+    pages_->setCurrentWidget(runPage_);
+}
+
+}  // namespace vorlen::shell
