@@ -299,7 +299,11 @@ std::optional<std::string> AppModel::secretStoreNotice() const {
 
 void AppModel::quit() {
     isQuitting_ = true;
-    for (auto& [id, workspace] : workspaces_) workspace->stop();
+    for (auto& [id, workspace] : workspaces_) {
+        workspace->stop();
+        // A bulk run stops with its clean-up; the rows it finished stay in its results file.
+        if (workspace->batchRunHere() == BatchRunKind::bulkUpload) workspace->bulkUpload()->stop();
+    }
 }
 
 bool AppModel::isJobRunning() const {

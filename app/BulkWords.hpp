@@ -55,21 +55,7 @@ inline std::string counts(const BulkRowCounts& counts) {
 }
 
 // How a row ended, in the words of the results' status column.
-inline std::string outcome(const BulkRowOutcome& outcome) {
-    return statusText(std::visit(
-        [](const auto& ended) -> BulkRowStatus {
-            using Ended = std::decay_t<decltype(ended)>;
-            if constexpr (std::is_same_v<Ended, bulkOutcome::Published>)
-                return bulkStatus::Published{ended.location};
-            else if constexpr (std::is_same_v<Ended, bulkOutcome::Replaced>)
-                return bulkStatus::Replaced{ended.location, ended.problem};
-            else if constexpr (std::is_same_v<Ended, bulkOutcome::Skipped>)
-                return bulkStatus::Skipped{ended.location};
-            else
-                return bulkStatus::Failed{ended.message};
-        },
-        outcome));
-}
+inline std::string outcome(const BulkRowOutcome& outcome) { return statusText(statusOf(outcome)); }
 
 // What the mapping tells of the file that was opened.
 inline std::string origin(BulkSheetSource source, const std::filesystem::path& output) {

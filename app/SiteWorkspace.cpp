@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "app/SetupWords.hpp"
 #include "core/base/Log.hpp"
 #include "core/base/VorlenError.hpp"
 #include "core/publish/Naming.hpp"
@@ -54,6 +55,7 @@ SiteWorkspace::SiteWorkspace(LocalSite local, Services services, Host host, Main
 
 SiteWorkspace::~SiteWorkspace() {
     // Tasks hold only weak references; dropping them cancels and joins them.
+    madeBulkUpload_.reset();
     madeBatchRunWatch_.reset();
     reviewModel_.reset();
     nameCheck_.reset();
@@ -267,6 +269,31 @@ void SiteWorkspace::endBatchRun() {
     changed();
 }
 
+std::shared_ptr<BulkUploadModel> SiteWorkspace::bulkUpload() {
+    if (!madeBulkUpload_) {
+        BulkUploadModel::Host host{
+            [this] { return access(); },
+            [this] { return host_.macSettings ? host_.macSettings().lastUploadRate : std::nullopt; },
+            [this] { return host_.macSettings ? host_.macSettings().uploadTuning : UploadTuning{}; },
+            defaultComputerName(),
+            [this] { return screen_.isActive(); },
+            [this] { return batchRunHere_ == BatchRunKind::vimeoSync; },
+            [this]() -> std::optional<std::string> {
+                const auto& run = batchRunWatch().run();
+                return run ? std::optional(run->message()) : std::nullopt;
+            },
+            [this] { beginBatchRun(BatchRunKind::bulkUpload); },
+            // What the run published shows in the library and on the home page, also after a stop.
+            [this] {
+                endBatchRun();
+                if (madeLibrary_) madeLibrary_->refresh();
+                if (services_.library.catalog) catalog().requestRebuild();
+            }};
+        madeBulkUpload_ = BulkUploadModel::make(services_.bulk, std::move(host), mainQueue_);
+    }
+    return madeBulkUpload_;
+}
+
 CatalogModel& SiteWorkspace::catalog() {
     if (!madeCatalog_)
         madeCatalog_ = CatalogModel::make(services_.library.catalog, [this] { return access(); }, mainQueue_,
@@ -418,7 +445,8 @@ void SiteWorkspace::stop() {
 }
 
 bool SiteWorkspace::isJobRunning() const {
-    return screen_.as<Screen::Inspecting>() || screen_.as<PublishingState>() || screen_.as<PosterReviewState>();
+    return screen_.as<Screen::Inspecting>() || screen_.as<PublishingState>() || screen_.as<PosterReviewState>() ||
+           batchRunHere_;
 }
 
 void SiteWorkspace::retry() {

@@ -10,6 +10,7 @@
 #include "app/BulkService.hpp"
 #include "app/BatchRunService.hpp"
 #include "app/BatchRunWatch.hpp"
+#include "app/BulkUploadModel.hpp"
 #include "app/CatalogModel.hpp"
 #include "app/CredentialStore.hpp"
 #include "app/LibraryModel.hpp"
@@ -76,7 +77,8 @@ public:
     std::optional<std::string> videoRefusal() const;
     // The workspace's copy of the site follows a new limit, so that saving the site keeps it.
     void setUploadLimit(UploadLimit limit) { local_.uploadLimit = limit; }
-    // True from a drop until the inspection or the publish has ended, clean-up included.
+    // True from a drop until the inspection or the publish has ended, clean-up
+    // included, and while a batch run of this application holds the site.
     bool isJobRunning() const;
     // Returns false when the drop is refused and nothing changed.
     bool drop(const std::vector<std::filesystem::path>& files);
@@ -90,6 +92,9 @@ public:
     // The library and the catalogue of the site, made on first use. A publish
     // that ends refreshes the library and asks for a catalogue rebuild.
     LibraryModel& library();
+    // The bulk upload of the site, made on first use. Its run holds the site like a
+    // batch run of this application: no publish starts while it goes on.
+    std::shared_ptr<BulkUploadModel> bulkUpload();
     CatalogModel& catalog();
     const Services& services() const { return services_; }
     // The bucket access of the site, or the secret store's failure.
@@ -149,6 +154,7 @@ private:
     std::shared_ptr<PosterReviewModel> reviewModel_;  // while a review stands
     std::shared_ptr<LibraryModel> madeLibrary_;
     std::shared_ptr<CatalogModel> madeCatalog_;
+    std::shared_ptr<BulkUploadModel> madeBulkUpload_;
     std::shared_ptr<BatchRunWatch> madeBatchRunWatch_;
     std::optional<BatchRunKind> batchRunHere_;
     std::uint64_t nameCheckGeneration_ = 0;

@@ -51,9 +51,16 @@ TEST(BulkWindowTest, ASpreadsheetIsMappedThenItsRowsArePublishedAndReported) {
         const auto* running = model.as<app::BulkRunState>();
         return !running || (running->progress && !running->progress->activeItems.empty());
     }, 60000));
-    if (model.isRunning()) screenshot(bulk, "42-bulk-running");
+    // The run holds the site: no publish starts beside it.
+    const auto workspace = desk.model->workspace(desk.site);
+    if (model.isRunning()) {
+        screenshot(bulk, "42-bulk-running");
+        EXPECT_EQ(workspace->batchRunHere(), BatchRunKind::bulkUpload);
+        EXPECT_FALSE(workspace->drop({clips.path() / "harbour.mp4"}));
+    }
 
     ASSERT_TRUE(QTest::qWaitFor([&] { return !model.isRunning(); }, 120000));
+    EXPECT_FALSE(workspace->batchRunHere());
     const auto* ended = model.as<app::BulkEndState>();
     ASSERT_TRUE(ended) << labelText(bulk, "Message").toStdString();
     EXPECT_EQ(ended->ending, app::BulkEndState::Ending::completed);

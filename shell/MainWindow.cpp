@@ -296,20 +296,7 @@ BulkWindow* MainWindow::openBulkUpload(const app::SiteID& id, const std::filesys
     QPointer<BulkWindow>& bulk = bulkUploads_[id];
     if (!bulk) {
         auto workspace = model_.workspace(id);
-        app::BulkUploadModel::Host host{
-            [workspace] { return workspace->access(); },
-            [this] { return model_.settings().lastUploadRate; },
-            [this] { return model_.settings().uploadTuning; },
-            app::defaultComputerName(),
-            [workspace] { return workspace->isJobRunning(); },
-            [] { return false; },
-            [] { return std::optional<std::string>(); },
-            nullptr,
-            // The home page lists what the catalogue holds: it follows what was published, also after a stop.
-            [workspace] {
-                if (workspace->services().library.catalog) workspace->catalog().requestRebuild();
-            }};
-        bulk = new BulkWindow(app::BulkUploadModel::make(workspace->services().bulk, std::move(host), mainQueue_), this);
+        bulk = new BulkWindow(workspace->bulkUpload(), this);
         bulk->setAttribute(Qt::WA_DeleteOnClose);
         bulk->setWindowTitle(QString::fromStdString(id.value) + " \u2014 Bulk Upload");
     }

@@ -71,19 +71,7 @@ public:
     }
 
     void storeOutcome(std::int64_t item, const BulkRowOutcome& outcome) override {
-        file_.setStatus(items_[item], std::visit(
-                                          [](const auto& ended) -> BulkRowStatus {
-                                              using Ended = std::decay_t<decltype(ended)>;
-                                              if constexpr (std::is_same_v<Ended, bulkOutcome::Published>)
-                                                  return bulkStatus::Published{ended.location};
-                                              else if constexpr (std::is_same_v<Ended, bulkOutcome::Replaced>)
-                                                  return bulkStatus::Replaced{ended.location, ended.problem};
-                                              else if constexpr (std::is_same_v<Ended, bulkOutcome::Skipped>)
-                                                  return bulkStatus::Skipped{ended.location};
-                                              else
-                                                  return bulkStatus::Failed{ended.message};
-                                          },
-                                          outcome));
+        file_.setStatus(items_[item], statusOf(outcome));
         file_.save();
     }
 

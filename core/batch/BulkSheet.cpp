@@ -139,6 +139,22 @@ const char* columnName(BulkAddedColumn column) {
     return "";
 }
 
+BulkRowStatus statusOf(const BulkRowOutcome& outcome) {
+    return std::visit(
+        [](const auto& ended) -> BulkRowStatus {
+            using Ended = std::decay_t<decltype(ended)>;
+            if constexpr (std::is_same_v<Ended, bulkOutcome::Published>)
+                return bulkStatus::Published{ended.location};
+            else if constexpr (std::is_same_v<Ended, bulkOutcome::Replaced>)
+                return bulkStatus::Replaced{ended.location, ended.problem};
+            else if constexpr (std::is_same_v<Ended, bulkOutcome::Skipped>)
+                return bulkStatus::Skipped{ended.location};
+            else
+                return bulkStatus::Failed{ended.message};
+        },
+        outcome);
+}
+
 std::string statusText(const BulkRowStatus& status) {
     using namespace bulkStatus;
     struct Text {

@@ -49,6 +49,8 @@ using BulkRowStatus = std::variant<bulkStatus::Publishing, bulkStatus::Published
 
 // "Publishing", "Published", "Skipped: already in the bucket (<folder>)", ...
 std::string statusText(const BulkRowStatus& status);
+// How the copy records the end of a row.
+BulkRowStatus statusOf(const BulkRowOutcome& outcome);
 
 // A row as a run sees it: the mapped cells trimmed, empty cells absent.
 struct BulkRow {
