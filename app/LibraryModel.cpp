@@ -333,6 +333,8 @@ std::optional<LibraryModel::Problem> LibraryModel::replaceVideo(const LibraryEnt
                          std::optional<VideoReplacement> replaced;
                          try {
                              replaced = publish->replace(request, {});
+                         } catch (const Cancelled&) {
+                             throw;
                          } catch (const std::exception& error) {
                              return failed(cannotChange(title), error);
                          }
