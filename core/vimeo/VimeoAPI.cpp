@@ -37,10 +37,8 @@ std::optional<std::chrono::duration<double>> retryAfterOf(const HttpResponse& re
     const auto now = wallNow();
     if (auto value = response.header("retry-after"))
         if (auto wait = parseRetryAfter(*value, now)) return wait;
-    auto reset = response.header("x-ratelimit-reset");
-    if (!reset) return std::nullopt;
-    if (reset->ends_with("+00:00")) reset->replace(reset->size() - 6, 6, "Z");
-    const auto moment = parseIso8601(*reset);
+    const auto reset = response.header("x-ratelimit-reset");
+    const auto moment = reset ? parseVimeoDate(*reset) : std::nullopt;
     if (!moment) return std::nullopt;
     return std::chrono::duration<double>(std::max<std::int64_t>(0, (*moment - now).count()));
 }

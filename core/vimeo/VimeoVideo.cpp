@@ -20,12 +20,9 @@ std::optional<T> optionalAt(const Json& json, const char* pointer) {
     }
 }
 
-// Vimeo writes "2026-01-15T09:30:00+00:00".
 std::optional<SystemTime> dateAt(const Json& json, const char* pointer) {
     auto text = optionalAt<std::string>(json, pointer);
-    if (!text) return std::nullopt;
-    if (text->ends_with("+00:00")) text->replace(text->size() - 6, 6, "Z");
-    return parseIso8601(*text);
+    return text ? parseVimeoDate(std::move(*text)) : std::nullopt;
 }
 
 std::optional<PixelSize> sizeOf(const Json& json) {
@@ -67,6 +64,11 @@ std::optional<VimeoFile> bestFile(std::vector<VimeoFile> files) {
 }
 
 }  // namespace
+
+std::optional<SystemTime> parseVimeoDate(std::string text) {
+    if (text.ends_with("+00:00")) text.replace(text.size() - 6, 6, "Z");
+    return parseIso8601(text);
+}
 
 VimeoPrivacy VimeoPrivacy::fromRawValue(std::string rawValue) {
     using enum Kind;

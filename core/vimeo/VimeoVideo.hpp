@@ -95,6 +95,9 @@ struct VimeoReadProgress {
     bool operator==(const VimeoReadProgress&) const = default;
 };
 
+// A date as Vimeo writes it, "2026-01-15T09:30:00+00:00", or with "Z".
+std::optional<SystemTime> parseVimeoDate(std::string text);
+
 // Readers of the API's JSON. A missing optional key gives absent; a required key
 // missing or of the wrong type throws nlohmann's exception, and a URI of the wrong
 // kind throws std::invalid_argument with the words for a person.
