@@ -68,7 +68,7 @@ makePictures(videos.length);
 let origin;
 const links = new Map(); // token -> { source (a file path or a text track), type, expires, expired }
 const switches = { rateLimited: 0, resetSeconds: 0, cutDownloads: 0 };
-const window = { start: Date.now(), used: 0 };
+const rateWindow = { start: Date.now(), used: 0 };
 const requests = [];
 
 const isoDate = (ms) => new Date(ms).toISOString().replace(/\.\d{3}Z$/, '+00:00');
@@ -101,14 +101,13 @@ function pictures(video) {
 }
 
 function videoBody(video, scopes) {
-  const privacyView = video.coldStorage ? 'disable' : video.privacy;
   const body = {
     uri: `/videos/${video.id}`, name: video.name, description: video.description ?? null, type: 'video',
     link: `https://vimeo.com/${video.id}`, duration: video.duration, language: null,
     width: video.hasFile ? CLIP.width : 1920, height: video.hasFile ? CLIP.height : 1080,
     created_time: video.created_time, modified_time: video.created_time, release_time: video.created_time,
     privacy: {
-      view: privacyView, embed: 'public', download: true, add: false, comments: 'anybody',
+      view: video.coldStorage ? 'disable' : video.privacy, embed: 'public', download: true, add: false, comments: 'anybody',
       ...(video.coldStorage ? { original_view: video.privacy } : {}),
     },
     pictures: pictures(video),
@@ -241,14 +240,14 @@ function answerApi(request, url) {
 
 function rateLimitHeaders() {
   const { limit, windowSeconds } = fixture.rateLimit;
-  if (Date.now() - window.start >= windowSeconds * 1000) Object.assign(window, { start: Date.now(), used: 0 });
-  window.used += 1;
-  const limited = switches.rateLimited > 0 || window.used > limit;
-  const reset = switches.rateLimited > 0 ? Date.now() + switches.resetSeconds * 1000 : window.start + windowSeconds * 1000;
+  if (Date.now() - rateWindow.start >= windowSeconds * 1000) Object.assign(rateWindow, { start: Date.now(), used: 0 });
+  rateWindow.used += 1;
+  const limited = switches.rateLimited > 0 || rateWindow.used > limit;
+  const reset = switches.rateLimited > 0 ? Date.now() + switches.resetSeconds * 1000 : rateWindow.start + windowSeconds * 1000;
   if (switches.rateLimited > 0) switches.rateLimited -= 1;
   return {
     limited,
-    headers: { 'X-RateLimit-Limit': String(limit), 'X-RateLimit-Remaining': String(Math.max(0, limit - window.used)),
+    headers: { 'X-RateLimit-Limit': String(limit), 'X-RateLimit-Remaining': String(Math.max(0, limit - rateWindow.used)),
       'X-RateLimit-Reset': isoDate(reset) },
   };
 }
