@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -45,6 +46,15 @@ struct Fault {
     static Fault slowBody(std::chrono::milliseconds pause) { return of(Kind::slowBody, pause); }
     // Says nothing for this long, then answers.
     static Fault stall(std::chrono::milliseconds pause) { return of(Kind::stall, pause); }
+    // A tenth of the draws fail as networks fail: a 503 SlowDown, a reset mid-body, or a lost answer.
+    static Fault tenthOfTheTime(std::uint32_t draw) {
+        switch (draw % 30) {
+            case 0: return respond(503, "<Error><Code>SlowDown</Code></Error>");
+            case 1: return resetMidBody();
+            case 2: return loseAnswer();
+            default: return none();
+        }
+    }
 
 private:
     static Fault of(Kind kind, std::chrono::milliseconds pause = {}) {

@@ -171,12 +171,7 @@ TEST_F(BulkRunnerRgwTest, UnderTenPercentInjectedFaultsEveryRowIsPublishedOnce) 
     std::mt19937 random(18);
     proxy_.setPolicy([&](const ProxyRequest&) {
         std::lock_guard lock(randomMutex);
-        switch (random() % 30) {
-            case 0: return Fault::respond(503, "<Error><Code>SlowDown</Code></Error>");
-            case 1: return Fault::resetMidBody();
-            case 2: return Fault::loseAnswer();
-            default: return Fault::none();
-        }
+        return Fault::tenthOfTheTime(random());
     });
     const auto result = run(input);
     proxy_.setPolicy([](const ProxyRequest&) { return Fault::none(); });

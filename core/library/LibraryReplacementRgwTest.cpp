@@ -362,14 +362,7 @@ TEST_F(LibraryReplacementRgwTest, UnderInjectedFaultsEachChangeEndsWholeOrWithIt
         };
         std::mt19937 random(seed);
         for (const auto& [name, change] : changes) {
-            proxy_.setPolicy([&random](const ProxyRequest&) {
-                switch (random() % 30) {
-                    case 0: return Fault::respond(503, "<Error><Code>SlowDown</Code></Error>");
-                    case 1: return Fault::resetMidBody();
-                    case 2: return Fault::loseAnswer();
-                    default: return Fault::none();
-                }
-            });
+            proxy_.setPolicy([&random](const ProxyRequest&) { return Fault::tenthOfTheTime(random()); });
             const auto outcome = failureOf(change);
             proxy_.setPolicy([](const ProxyRequest&) { return Fault::none(); });
             // Whatever happened, every folder reads, and a folder that plays has all it names.
