@@ -233,11 +233,9 @@ FaultProxy::~FaultProxy() {
     ::shutdown(listener_, SHUT_RDWR);
     ::close(listener_);
     acceptor_.join();
-    {
-        std::lock_guard lock(mutex_);
-        for (int fd : open_) ::shutdown(fd, SHUT_RDWR);
-    }
-    for (auto& thread : threads_) thread.join();
+    std::unique_lock lock(mutex_);
+    for (int fd : open_) ::shutdown(fd, SHUT_RDWR);
+    servingEnded_.wait(lock, [this] { return serving_ == 0; });
 }
 
 std::string FaultProxy::endpoint() const { return fmt::format("http://127.0.0.1:{}", port_); }
@@ -261,7 +259,13 @@ void FaultProxy::acceptLoop() {
         }
         std::lock_guard lock(mutex_);
         open_.insert(client);
-        threads_.emplace_back([this, client] { serve(client); });
+        ++serving_;
+        std::thread([this, client] {
+            serve(client);
+            std::lock_guard ended(mutex_);
+            --serving_;
+            servingEnded_.notify_all();
+        }).detach();
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -106,7 +107,10 @@ private:
     Policy policy_;
     std::vector<ProxyRequest> seen_;
     std::set<int> open_;
-    std::vector<std::thread> threads_;
+    // Connections are served on detached threads that count themselves out, so that a long test
+    // does not keep one ended thread per connection.
+    std::size_t serving_ = 0;
+    std::condition_variable servingEnded_;
     std::thread acceptor_;
 };
 
