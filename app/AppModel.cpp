@@ -264,6 +264,7 @@ std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
     if (services_.libraryServices) services.library = services_.libraryServices(*site);
     if (services_.bulkService) services.bulk = services_.bulkService(*site, limiter);
     services.batchRuns = services_.batchRuns;
+    if (services_.vimeoService) services.vimeo = services_.vimeoService(*site, limiter);
     SiteWorkspace::Host host;
     host.macSettings = [this] { return settings_; };
     host.recordUploadRate = [this](double rate) { changeSettings([rate](LocalSettings& s) { s.lastUploadRate = rate; }); };

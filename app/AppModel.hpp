@@ -81,6 +81,8 @@ public:
         std::function<std::shared_ptr<BulkService>(const LocalSite&, std::shared_ptr<RateLimiter>)> bulkService{};
         // Tells whether a batch run holds a site, for every site.
         std::shared_ptr<BatchRunService> batchRuns{};
+        // Makes the Vimeo import service of a site, whose uploads the site's limiter paces.
+        std::function<std::shared_ptr<VimeoService>(const LocalSite&, std::shared_ptr<RateLimiter>)> vimeoService{};
     };
 
     AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing = WorkspaceTiming());

@@ -11,6 +11,7 @@
 #include "app/BatchRunService.hpp"
 #include "app/BatchRunWatch.hpp"
 #include "app/BulkUploadModel.hpp"
+#include "app/VimeoService.hpp"
 #include "app/CatalogModel.hpp"
 #include "app/CredentialStore.hpp"
 #include "app/LibraryModel.hpp"
@@ -60,6 +61,7 @@ public:
         std::shared_ptr<BulkService> bulk;  // absent where bulk uploads are not offered
         // Whether a batch run holds the site: the watch needs it; without it a publish asks nothing.
         std::shared_ptr<BatchRunService> batchRuns;
+        std::shared_ptr<VimeoService> vimeo;  // absent where Vimeo imports are not offered
     };
 
     static std::shared_ptr<SiteWorkspace> make(LocalSite local, Services services, Host host, MainQueue& mainQueue,

@@ -99,7 +99,7 @@ struct Fixture {
         if (!credentials) site.localFolder = siteFolder;
         LocalSite local{SiteID{"local"}, site, VideoVisibility::publicVideo, std::nullopt, UploadLimit{}};
         SiteWorkspace::Host host{[] { return LocalSettings{}; }, [this](double rate) { recordedRate = rate; }, nullptr};
-        workspace = SiteWorkspace::make(local, {publish ? publish : service, credentials, {nullptr, catalog}, nullptr, batchRuns}, host, queue,
+        workspace = SiteWorkspace::make(local, {publish ? publish : service, credentials, {nullptr, catalog}, nullptr, batchRuns, nullptr}, host, queue,
                                         {nameCheckDelay, 20s, CatalogModel::defaultInterval});
     }
 

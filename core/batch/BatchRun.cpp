@@ -443,14 +443,7 @@ BatchSnapshot BatchRun::run() const {
         std::vector<BulkBucketFolder> folders;
         for (const auto& video : videos) {
             context.videos.emplace(video.folder, video);
-            const auto* metadata = video.metadata();
-            BulkBucketFolder folder{video.folder, std::nullopt, video.isComplete, std::nullopt};
-            if (metadata) {
-                folder.reference = metadata->details.reference();
-                if (const auto* track = metadata->audio ? std::get_if<AudioTrack>(&*metadata->audio) : nullptr)
-                    folder.audioLoudness = track->loudness;
-            }
-            folders.push_back(std::move(folder));
+            folders.push_back(BulkBucketFolder::of(video));
         }
         Engine engine(*this, std::move(context), BulkReferenceIndex::make(folders));
         result = engine.work();

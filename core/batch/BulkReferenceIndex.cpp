@@ -21,6 +21,16 @@ bool heldByOther(const Map& claims, const std::string& key, std::int64_t item) {
 
 }  // namespace
 
+BulkBucketFolder BulkBucketFolder::of(const LibraryVideo& video) {
+    BulkBucketFolder folder{video.folder, std::nullopt, video.isComplete, std::nullopt};
+    if (const auto* metadata = video.metadata()) {
+        folder.reference = metadata->details.reference();
+        if (const auto* track = metadata->audio ? std::get_if<AudioTrack>(&*metadata->audio) : nullptr)
+            folder.audioLoudness = track->loudness;
+    }
+    return folder;
+}
+
 BulkReferenceIndex BulkReferenceIndex::make(const std::vector<BulkBucketFolder>& folders) {
     BulkReferenceIndex index;
     for (const auto& folder : folders) {

@@ -8,6 +8,7 @@
 #include <variant>
 #include <vector>
 
+#include "core/library/LibraryVideo.hpp"
 #include "core/publish/AudioLoudness.hpp"
 
 namespace vorlen {
@@ -18,6 +19,8 @@ struct BulkBucketFolder {
     std::optional<std::string> reference;
     bool hasManifest = false;  // a finished video
     std::optional<AudioLoudness> audioLoudness;
+
+    static BulkBucketFolder of(const LibraryVideo& video);
 };
 
 // The rule by which an item may replace a published video.
