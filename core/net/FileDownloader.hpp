@@ -13,9 +13,11 @@
 namespace vorlen {
 
 // Downloads a URL to a file (Vimeo sources), retrying what the transient test
-// allows. A status outside 2xx is `download(host, status)`; fewer bytes than the
-// server announced is `incompleteDownload(host, received, announced)`, which is
-// transient. The file appears only when it is whole.
+// allows. A retry goes on from the bytes that the attempts before it received,
+// with a byte range, when the server serves ranges. A status outside 2xx is
+// `download(host, status)`; fewer bytes than the server announced is
+// `incompleteDownload(host, received, announced)`, which is transient. The file
+// appears only when it is whole.
 class FileDownloader {
 public:
     // Bytes received so far, and the bytes expected (announced, else estimated; 0 when unknown).
@@ -30,6 +32,10 @@ public:
                       std::optional<std::int64_t> estimatedBytes = std::nullopt, const Progress& onProgress = nullptr);
 
 private:
+    // Continues the partial file "<destination>.part", and renames it when it is whole.
+    void attempt(const std::string& url, const std::filesystem::path& destination,
+                 std::optional<std::int64_t> estimatedBytes, const Progress& onProgress);
+
     std::shared_ptr<HttpClient> session_;
     RetryPolicy retryPolicy_;
 };

@@ -4,6 +4,7 @@
 #include <httplib.h>
 
 #include <atomic>
+#include <mutex>
 
 #include "core/base/Files.hpp"
 #include "core/base/VorlenError.hpp"
@@ -17,20 +18,26 @@ protected:
         dir = makeUniqueDirectory(std::filesystem::temp_directory_path(), "vorlen-download-");
         remover.emplace(dir);
         content = std::string(300'000, 'v');
-        server.Get("/source.mp4", [this](const httplib::Request&, httplib::Response& response) {
+        server.Get("/source.mp4", [this](const httplib::Request& request, httplib::Response& response) {
             const int call = ++calls;
+            {
+                std::lock_guard lock(mutex);
+                ranges.push_back(request.get_header_value("Range"));
+            }
             if (call <= failFirst) {
                 response.status = 503;
                 return;
             }
             if (call <= failFirst + shortFirst) {
-                // Announces the whole length and sends a third of it.
-                response.set_content_provider(content.size(), "video/mp4",
-                                              [this](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-                                                  if (offset > 0) return false;
-                                                  sink.write(content.data(), content.size() / 3);
-                                                  return true;
-                                              });
+                // Announces the whole length (of the range asked for) and sends a tenth of the file.
+                response.set_content_provider(
+                    content.size(), "video/mp4",
+                    [this, sent = false](std::size_t offset, std::size_t length, httplib::DataSink& sink) mutable {
+                        if (sent) return false;
+                        sent = true;
+                        sink.write(content.data() + offset, std::min(length, content.size() / 10));
+                        return true;
+                    });
                 return;
             }
             response.set_content(content, "video/mp4");
@@ -50,6 +57,8 @@ protected:
     int port = 0;
     std::string content;
     std::atomic<int> calls = 0;
+    std::mutex mutex;
+    std::vector<std::string> ranges;  // the Range header of each request
     int failFirst = 0;
     int shortFirst = 0;
     std::filesystem::path dir;
@@ -67,6 +76,7 @@ TEST_F(FileDownloaderTest, RetriesServerTroubleAndCutShortBodiesUntilTheFileIsWh
         lastExpected = expected;
     });
     EXPECT_EQ(calls, 3);
+    EXPECT_EQ(ranges, (std::vector<std::string>{"", "", "bytes=30000-"})) << "the retry goes on after the cut";
     EXPECT_EQ(readFile(dir / "source.mp4"), content);
     EXPECT_EQ(lastReceived, 300'000);
     EXPECT_EQ(lastExpected, 300'000);
@@ -90,6 +100,7 @@ TEST_F(FileDownloaderTest, FailuresNameTheHostAndLeaveNoFile) {
     } catch (const VorlenError& error) {
         EXPECT_TRUE(error.is<failure::IncompleteDownload>()) << error.what();
         EXPECT_EQ(error.as<failure::IncompleteDownload>()->announced, 300'000);
+        EXPECT_EQ(error.as<failure::IncompleteDownload>()->received, 90'000) << "each attempt goes on from the last";
     }
     EXPECT_EQ(calls, 3);
     EXPECT_TRUE(std::filesystem::is_empty(dir));
