@@ -14,6 +14,7 @@
 #include "cli/Commands.hpp"
 #include "cli/SetupToken.hpp"
 #include "cli/Terminal.hpp"
+#include "core/base/Text.hpp"
 #include "core/base/VorlenError.hpp"
 
 namespace vorlen::cli {
