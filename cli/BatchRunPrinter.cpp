@@ -6,6 +6,7 @@
 
 #include "app/BulkWords.hpp"
 #include "cli/Terminal.hpp"
+#include "core/base/Text.hpp"
 
 namespace vorlen::cli {
 

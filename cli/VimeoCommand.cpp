@@ -11,6 +11,7 @@
 #include "cli/Commands.hpp"
 #include "cli/SetupToken.hpp"
 #include "cli/Terminal.hpp"
+#include "core/base/Text.hpp"
 #include "core/base/VorlenError.hpp"
 
 namespace vorlen::cli {
