@@ -43,9 +43,9 @@ ffmpeg -loglevel error -f lavfi -i "testsrc2=size=320x180:rate=25:duration=2" -c
   "$home/films/Città di notte (1).mp4"
 cp "$home/films/Città di notte (1).mp4" "$home/films/.hidden/Orchard in Spring.mp4"
 
-sync() { "$vorlen" vimeo sync --files "$home/films" --include-private --include-password --yes "$@"; }
+sync=("$vorlen" vimeo sync --files "$home/films" --include-private --include-password --yes)
 # Killed as soon as a second video is in work.
-sync > "$home/out" 2>&1 &
+"${sync[@]}" > "$home/out" 2>&1 &
 pid=$!
 for _ in $(seq 1200); do
   if grep -q ': published ' "$home/out" && [[ $(grep -c ': Encodes\|: Downloads' "$home/out") -ge 2 ]]; then break; fi
@@ -58,7 +58,7 @@ grep -Eq '^import local file +900000003 ' "$home/out"
 grep -Eq '^import +900000005 ' "$home/out" || { echo "a hidden file was matched" >&2; exit 1; }
 
 # The killed run's record holds the site until it is 5 minutes old.
-if sync > "$home/out2" 2>&1; then cat "$home/out2"; exit 1; fi
+if "${sync[@]}" > "$home/out2" 2>&1; then cat "$home/out2"; exit 1; fi
 grep -q 'is running a Vimeo sync on this site.' "$home/out2" || { cat "$home/out2"; exit 1; }
 node --input-type=module -e "
   const { readFileSync } = await import('node:fs');
@@ -68,7 +68,7 @@ node --input-type=module -e "
   await writeObject(process.argv[2], '_vorlen/batch-run.json', JSON.stringify(record), { contentType: 'application/json', cacheControl: 'no-cache' });
 " "$source_dir/worker/dev/folderBucket.mjs" "$home/data/vorlen/local-site" "$objects"
 
-sync > "$home/out3" 2>&1 || { cat "$home/out3"; exit 1; }
+"${sync[@]}" > "$home/out3" 2>&1 || { cat "$home/out3"; exit 1; }
 test ! -e "$objects/_vorlen/batch-run.json"
 test "$(grep -c 'media/.*900000003_' <(curl -sf "$api/_admin/requests" | python3 -c 'import json,sys; [print("media" + r["path"]) for r in json.load(sys.stdin)]') || true)" = 0
 
@@ -98,5 +98,5 @@ grep -q '^Imported: [0-9], re-imported: 0, skipped: 0, failed: 0$' "$home/out3"
 test "$(grep -c '"folder":' "$objects/_vorlen/catalog.json")" = 5
 
 # Nothing is left to import.
-sync > "$home/out4" 2>&1
+"${sync[@]}" > "$home/out4" 2>&1
 grep -q '^Nothing to import.$' "$home/out4"

@@ -55,10 +55,10 @@ while IFS='|' read -r title description languages created; do
 import json, sys
 report, media_host, languages = json.load(open(sys.argv[1])), sys.argv[2], sys.argv[3].split()
 problems = []
-if report["errors"]: problems.append(f"errors: {report[\"errors\"]}")
+if report["errors"]: problems.append("errors: " + str(report["errors"]))
 if report["currentTime"] <= 1: problems.append("did not play past 1 s")
-if report["mediaHost"] != media_host: problems.append(f"media from {report[\"mediaHost\"]}")
-if sorted(t["language"] for t in report["textTracks"]) != sorted(languages): problems.append(f"text tracks {report[\"textTracks\"]}")
+if report["mediaHost"] != media_host: problems.append("media from " + str(report["mediaHost"]))
+if sorted(t["language"] for t in report["textTracks"]) != sorted(languages): problems.append("text tracks " + str(report["textTracks"]))
 if problems: sys.exit(f"{sys.argv[1]}: " + "; ".join(problems) + "\n" + json.dumps(report))
 ' "$work/played" "$media_host" "$languages"
 done <<'LIST'
