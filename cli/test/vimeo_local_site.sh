@@ -17,23 +17,26 @@ export HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_CACH
 unset DBUS_SESSION_BUS_ADDRESS
 objects=$home/data/vorlen/local-site/objects
 
-vimeo=$(VORLEN_VIMEO_OWNER=$$ "$source_dir/testing/vimeo/start" "$home/vimeo")
+# The fixture's account with 500 videos.
+python3 -c 'import json, sys; f = json.load(open(sys.argv[1])); f["generated"]["count"] = 495; json.dump(f, open(sys.argv[2], "w"))' \
+  "$source_dir/testing/vimeo/fixture.json" "$home/fixture.json"
+vimeo=$(VORLEN_VIMEO_OWNER=$$ "$source_dir/testing/vimeo/start" "$home/vimeo" "$home/fixture.json")
 api=$(sed -n 's/^api=//p' <<<"$vimeo")
 token=$(sed -n 's/^token=//p' <<<"$vimeo")
 export VORLEN_VIMEO_API=$api VORLEN_VIMEO_TOKEN=$token
 requests() { curl -sf "$api/_admin/requests" | python3 -c "import json,sys; print(len([r for r in json.load(sys.stdin) if r['path'].startswith(sys.argv[1])]))" "$1"; }
 
-# 245 videos in pages of 100: the account and three pages.
+# 500 videos in pages of 100, the most that Vimeo gives: the account and five pages.
 "$vorlen" vimeo plan > "$home/plan" 2> "$home/plan.err"
-grep -q '^Vimeo account: Dovrin Films on the plan pro (245 videos, read at ' "$home/plan"
-grep -q '^Videos: 245, to import: 3 (0 from local files), imported: 0 (0 with another audio loudness), not selected because their privacy limits who can watch: 2, not ready on Vimeo: 4, without a file: 236$' "$home/plan" \
+grep -q '^Vimeo account: Dovrin Films on the plan pro (500 videos, read at ' "$home/plan"
+grep -q '^Videos: 500, to import: 3 (0 from local files), imported: 0 (0 with another audio loudness), not selected because their privacy limits who can watch: 2, not ready on Vimeo: 9, without a file: 486$' "$home/plan" \
   || { tail -n 3 "$home/plan"; exit 1; }
-test "$(requests /me/videos)" = 3
-test "$(requests /me)" = 4
+test "$(requests /me/videos)" = 5
+test "$(requests /me)" = 6
 # A second plan within the hour reads the list that this computer kept.
 "$vorlen" vimeo plan > "$home/plan2" 2> "$home/plan.err"
 grep -q 'Using the list of videos read at' "$home/plan.err"
-test "$(requests /)" = 4
+test "$(requests /)" = 6
 # The token stays out of every output, log and settings file.
 ! grep -rqF "$token" "$home/plan" "$home/plan.err" "$home/config" "$home/state" "$home/cache"
 
