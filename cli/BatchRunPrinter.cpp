@@ -26,6 +26,14 @@ std::string outcomeText(const BulkRowOutcome& outcome) {
         outcome);
 }
 
+void rebuildHomePage(app::SiteWorkspace& workspace) {
+    try {
+        workspace.services().library.catalog->rebuild(workspace.access());
+    } catch (const std::exception& error) {
+        std::cerr << "The site's home page could not be updated: " << error.what() << '\n';
+    }
+}
+
 void BatchRunPrinter::operator()(const BatchSnapshot& snapshot, const ItemName& itemName) {
     std::lock_guard lock(mutex_);
     heardAny_ = true;

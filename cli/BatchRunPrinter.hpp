@@ -7,12 +7,17 @@
 #include <set>
 #include <string>
 
+#include "app/SiteWorkspace.hpp"
 #include "core/batch/BatchRun.hpp"
 
 namespace vorlen::cli {
 
 // "published https://…", "failed: …": how an item of a batch run ended.
 std::string outcomeText(const BulkRowOutcome& outcome);
+
+// The home page lists what the catalogue holds: after a run, also a stopped one,
+// it follows what the run published. A failure is told, not thrown.
+void rebuildHomePage(app::SiteWorkspace& workspace);
 
 // Writes a batch run's progress to standard error: a line for each change of an
 // item's phase (and, while it encodes or downloads, at each tenth) and for its

@@ -107,14 +107,6 @@ int runBulk(const BulkOptions& options) {
 
     BatchRunPrinter printer;
     app::BulkRunReport report;
-    // The home page lists what the catalogue holds: it follows what was published, also after a stop.
-    auto rebuildCatalog = [&] {
-        try {
-            workspace->services().library.catalog->rebuild(request.access);
-        } catch (const std::exception& error) {
-            std::cerr << "The site's home page could not be updated: " << error.what() << '\n';
-        }
-    };
     try {
         app::Interrupts::run([&] { report = bulk->run(request, [&](const BulkProgress& progress) {
                                  printer(progress.snapshot, [&](std::int64_t item) {
@@ -126,9 +118,9 @@ int runBulk(const BulkOptions& options) {
                                  });
                              }); },
                              app::Interrupts::bucketCleanupHint);
-        rebuildCatalog();
+        rebuildHomePage(*workspace);
     } catch (const Cancelled&) {
-        rebuildCatalog();
+        rebuildHomePage(*workspace);
         std::cerr << "Stopped. The results file keeps each finished row: "
                   << BulkSheetFile::outputPath(options.sheet).string()
                   << "\nTo continue, run the same command again.\n";

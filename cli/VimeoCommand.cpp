@@ -209,14 +209,6 @@ int runSync(const VimeoOptions& options) {
     std::cerr << "The time left does not count the downloads from Vimeo.\n";
     BatchRunPrinter printer;
     VimeoSyncResult result;
-    // The home page lists what the catalogue holds: it follows what was imported, also after a stop.
-    auto rebuildCatalog = [&] {
-        try {
-            workspace->services().library.catalog->rebuild(request.access);
-        } catch (const std::exception& error) {
-            std::cerr << "The site's home page could not be updated: " << error.what() << '\n';
-        }
-    };
     try {
         app::Interrupts::run(
             [&] {
@@ -228,9 +220,9 @@ int runSync(const VimeoOptions& options) {
                 });
             },
             app::Interrupts::bucketCleanupHint);
-        rebuildCatalog();
+        rebuildHomePage(*workspace);
     } catch (const Cancelled&) {
-        rebuildCatalog();
+        rebuildHomePage(*workspace);
         std::cerr << "Stopped. The imported videos stay. To continue, run the same command again.\n";
         return 130;
     } catch (const std::exception& error) {

@@ -45,13 +45,7 @@ pid=
 # The killed run's record holds the site until it is 5 minutes old.
 if "$vorlen" bulk "$home/list.csv" --yes > "$home/out" 2>&1; then cat "$home/out"; exit 1; fi
 grep -q 'is running a bulk upload on this site. Start this run when that run ends. If that computer stopped, you can start this run after about 5 minutes.' "$home/out" || { cat "$home/out"; exit 1; }
-node --input-type=module -e "
-  const { readFileSync } = await import('node:fs');
-  const { writeObject } = await import(process.argv[1]);
-  const record = JSON.parse(readFileSync(process.argv[3] + '/_vorlen/batch-run.json', 'utf8'));
-  record.updated = new Date(Date.now() - 6 * 60 * 1000).toISOString().replace(/\.\d+Z$/, 'Z');
-  await writeObject(process.argv[2], '_vorlen/batch-run.json', JSON.stringify(record), { contentType: 'application/json', cacheControl: 'no-cache' });
-" "$source_dir/worker/dev/folderBucket.mjs" "$home/data/vorlen/local-site" "$objects"
+node "$source_dir/cli/test/age_batch_run.mjs" "$home/data/vorlen/local-site"
 
 "$vorlen" bulk "$home/list.csv" --yes > "$home/out" 2>&1 || { cat "$home/out"; exit 1; }
 test ! -e "$objects/_vorlen/batch-run.json"

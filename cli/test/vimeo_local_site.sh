@@ -63,13 +63,7 @@ grep -Eq '^import +900000005 ' "$home/out" || { echo "a hidden file was matched"
 # The killed run's record holds the site until it is 5 minutes old.
 if "${sync[@]}" > "$home/out2" 2>&1; then cat "$home/out2"; exit 1; fi
 grep -q 'is running a Vimeo sync on this site.' "$home/out2" || { cat "$home/out2"; exit 1; }
-node --input-type=module -e "
-  const { readFileSync } = await import('node:fs');
-  const { writeObject } = await import(process.argv[1]);
-  const record = JSON.parse(readFileSync(process.argv[3] + '/_vorlen/batch-run.json', 'utf8'));
-  record.updated = new Date(Date.now() - 6 * 60 * 1000).toISOString().replace(/\.\d+Z$/, 'Z');
-  await writeObject(process.argv[2], '_vorlen/batch-run.json', JSON.stringify(record), { contentType: 'application/json', cacheControl: 'no-cache' });
-" "$source_dir/worker/dev/folderBucket.mjs" "$home/data/vorlen/local-site" "$objects"
+node "$source_dir/cli/test/age_batch_run.mjs" "$home/data/vorlen/local-site"
 
 "${sync[@]}" > "$home/out3" 2>&1 || { cat "$home/out3"; exit 1; }
 test ! -e "$objects/_vorlen/batch-run.json"
