@@ -17,6 +17,7 @@ void registerVideoCommands(CommandRegistry& registry);
 void registerRunsCommand(CommandRegistry& registry);
 void registerBulkCommand(CommandRegistry& registry);
 void registerVimeoCommands(CommandRegistry& registry);
+void registerViewersCommand(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
@@ -31,6 +32,7 @@ void registerCommands(CommandRegistry& registry) {
     registerSettingsCommand(registry);
     registerSetupCommands(registry);
     registerInviteCommands(registry);
+    registerViewersCommand(registry);
     registerTemplateCommands(registry);
     registerInspectCommand(registry);
     registerBuildCommand(registry);
