@@ -228,6 +228,19 @@ std::optional<std::string> hostOfURL(const std::string& url) {
     return result;
 }
 
+std::optional<std::string> resolvedURL(const std::string& base, const std::string& reference) {
+    CURLU* handle = curl_url();
+    std::optional<std::string> result;
+    if (curl_url_set(handle, CURLUPART_URL, base.c_str(), 0) == CURLUE_OK &&
+        curl_url_set(handle, CURLUPART_URL, reference.c_str(), CURLU_NON_SUPPORT_SCHEME) == CURLUE_OK) {
+        char* url = nullptr;
+        if (curl_url_get(handle, CURLUPART_URL, &url, 0) == CURLUE_OK && url) result = url;
+        curl_free(url);
+    }
+    curl_url_cleanup(handle);
+    return result;
+}
+
 std::optional<std::string> HttpResponse::header(std::string_view lowercasedName) const {
     for (const auto& [name, value] : headers)
         if (name == lowercasedName) return value;

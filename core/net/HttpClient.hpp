@@ -45,6 +45,9 @@ struct HttpResponse {
 // The Host header that a request to url carries ("host" or "host:port"); absent
 // when url is not a valid URL.
 std::optional<std::string> hostOfURL(const std::string& url);
+// A reference (absolute, or relative as in a stylesheet's url()) resolved against
+// an absolute base URL; absent when either cannot be read.
+std::optional<std::string> resolvedURL(const std::string& base, const std::string& reference);
 
 struct HttpClientOptions {
     // Never below 1.
