@@ -18,6 +18,7 @@ void registerRunsCommand(CommandRegistry& registry);
 void registerBulkCommand(CommandRegistry& registry);
 void registerVimeoCommands(CommandRegistry& registry);
 void registerViewersCommand(CommandRegistry& registry);
+void registerFontsCommand(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
@@ -34,6 +35,7 @@ void registerCommands(CommandRegistry& registry) {
     registerInviteCommands(registry);
     registerViewersCommand(registry);
     registerTemplateCommands(registry);
+    registerFontsCommand(registry);
     registerInspectCommand(registry);
     registerBuildCommand(registry);
     registerUpload(registry);

@@ -67,7 +67,7 @@ FontPackage FontPackage::make(const std::string& family, const std::string& fold
     for (const auto& face : faces) {
         if (face.unicodeRange) checkUnicodeRange(*face.unicodeRange);
         byFace[{face.weight.lower, face.weight.upper, face.isItalic, face.unicodeRange.value_or("")}].push_back(
-            "\u201c" + face.file.name + "\u201d");
+            "\u201c" + face.sourceName.value_or(face.file.name) + "\u201d");
     }
     for (const auto& [face, names] : byFace)
         if (names.size() > 1)

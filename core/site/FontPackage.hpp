@@ -34,6 +34,7 @@ struct FontFace {
     FontWeight weight;
     bool isItalic = false;
     std::optional<std::string> unicodeRange;
+    std::optional<std::string> sourceName;  // the file that the person chose, for the words of a refusal
 };
 
 // A font hosted in the site's bucket: its files and the stylesheet "font.css"

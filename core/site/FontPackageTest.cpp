@@ -12,7 +12,7 @@ using testing::failureOf;
 
 FontFace face(const std::string& name, FontWeight weight, bool isItalic = false,
               std::optional<std::string> range = std::nullopt) {
-    return FontFace{FontFile{name, "wOF2", FontFormat::woff2}, weight, isItalic, std::move(range)};
+    return FontFace{FontFile{name, "wOF2", FontFormat::woff2}, weight, isItalic, std::move(range), std::nullopt};
 }
 
 TEST(FontPackageTest, EachFaceIsOneRuleWithItsWeightRangeAndOnlyTheLinesItHas) {

@@ -1,0 +1,37 @@
+#include "app/SitePageFonts.hpp"
+
+#include "app/CorePublishService.hpp"
+#include "app/CredentialStore.hpp"
+#include "app/SiteStorage.hpp"
+#include "core/site/SiteFontChoice.hpp"
+#include "core/site/StylesheetReader.hpp"
+
+namespace vorlen::app {
+
+SitePageFonts SitePageFonts::open(const LocalSite& site, std::shared_ptr<SecretStore> secrets, const Endpoints& endpoints) {
+    BucketAccess access{site.settings, std::nullopt};
+    if (!site.settings.isLocal())
+        access.credentials = CredentialStore(std::move(secrets), SiteStorage(site.id).credentialsItem).read();
+    return SitePageFonts(CorePublishService::bucketFor(access, endpoints), endpoints.session());
+}
+
+SitePageFonts::Current SitePageFonts::current() const {
+    const auto settings = SiteSettings::readRequired(*bucket_);
+    return Current{settings.fonts, settings.stylesheets};
+}
+
+HostedFont SitePageFonts::addFiles(const std::vector<std::filesystem::path>& files) const {
+    const auto package = fontPackageFromFiles(files);
+    hostFont(*bucket_, package);
+    return package.font;
+}
+
+SiteStylesheet SitePageFonts::linkStylesheet(const std::string& pasted) const {
+    const auto stylesheet = StylesheetReader{session_, RetryPolicy{}}.read(pasted);
+    vorlen::linkStylesheet(*bucket_, stylesheet);
+    return stylesheet;
+}
+
+void SitePageFonts::remove() const { removeFonts(*bucket_); }
+
+}  // namespace vorlen::app
