@@ -21,49 +21,15 @@
 #include "shell/Appearance.hpp"
 #include "shell/Format.hpp"
 #include "shell/LibraryDialogs.hpp"
+#include "shell/WindowParts.hpp"
 
 namespace vorlen::shell {
 
 namespace {
 
-QString text(const std::string& value) { return QString::fromStdString(value); }
-
-QLabel* label(const char* role = nullptr, const QString& name = QString()) {
-    auto* made = new QLabel;
-    made->setWordWrap(true);
-    made->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    if (role) setRole(made, role);
-    if (!name.isEmpty()) made->setAccessibleName(name);
-    return made;
-}
-
-QPushButton* button(const QString& words, const char* role = nullptr) {
-    auto* made = new QPushButton(words);
-    made->setAccessibleName(words);
-    made->setAutoDefault(true);
-    if (role) setRole(made, role);
-    return made;
-}
-
-// A page of the window, its parts one under another.
-QVBoxLayout* addPage(QStackedWidget* pages, QWidget*& page) {
-    page = new QWidget;
-    auto* layout = new QVBoxLayout(page);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(8);
-    pages->addWidget(page);
-    return layout;
-}
+using namespace windowParts;
 
 QString fileName(const std::filesystem::path& path) { return format::quoted(text(path.filename().string())); }
-
-// "Encodes · 42%"
-QString activeText(const BatchActiveItem& active) {
-    QString words = text(app::BulkWords::phase(active.phase));
-    if (active.progress) words += QString("  \u00b7  %1%").arg(int(active.progress->stageFraction * 100));
-    if (active.folder) words += "  " + format::quoted(text(*active.folder));
-    return words;
-}
 
 constexpr ReimportMode reimportModes[] = {ReimportMode::skip, ReimportMode::videoAndAudio, ReimportMode::audioOnly};
 
@@ -138,7 +104,7 @@ public:
             }
         }
         for (const auto& each : active)
-            if (auto* line = lineOf(each.item)) line->status = activeText(each);
+            if (auto* line = lineOf(each.item)) line->status = activeText(each, app::BulkWords::phase(each.phase));
         std::vector<Line> ordered;
         for (auto& [item, line] : lines) ordered.push_back(std::move(line));
         return ordered;

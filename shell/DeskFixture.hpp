@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include <QAccessible>
@@ -42,7 +43,12 @@ struct Desk {
     fs::path siteFolder = home / "films";
     app::SiteID site;
 
-    explicit Desk(std::optional<app::UploadLimit> uploadLimit = std::nullopt) {
+    // Services that a test puts in place of the core's, such as a Vimeo account of its own.
+    std::function<void(app::AppModel::Services&)> changeServices;
+
+    explicit Desk(std::optional<app::UploadLimit> uploadLimit = std::nullopt,
+                  std::function<void(app::AppModel::Services&)> changeServices = nullptr)
+        : changeServices(std::move(changeServices)) {
         for (auto [name, folder] : {std::pair{"HOME", "home"}, {"XDG_CONFIG_HOME", "config"}, {"XDG_DATA_HOME", "data"},
                                     {"XDG_CACHE_HOME", "cache"}})
             ::setenv(name, (home / folder).c_str(), 1);
@@ -73,6 +79,7 @@ struct Desk {
         app::LocalSettingsStore store(home / "config" / "vorlen" / "settings.json");
         auto services = app::coreServices(store);
         services.secrets = std::make_shared<app::FileSecretStore>(home / "secrets.json");
+        if (changeServices) changeServices(services);
         model = std::make_unique<app::AppModel>(store, services, queue);
     }
 
