@@ -17,6 +17,8 @@ class QTableWidget;
 
 namespace vorlen::shell {
 
+class RunTable;
+
 // The bulk upload of one site in a window of its own: the columns of a
 // spreadsheet to confirm, then its rows as they are published, then the report.
 class BulkWindow : public QWidget {
@@ -33,8 +35,6 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    class Rows;
-
     void modelChanged();
     void showMessage(const QString& title, const QString& message);
     void showMapping(const app::BulkMappingState& mapping);
@@ -66,7 +66,7 @@ private:
     QLabel* counts_;
     QLabel* estimate_;
     QLabel* report_;
-    Rows* table_;
+    RunTable* table_;
     QTableView* rows_;
     QPushButton* stop_;
     QPushButton* close_;

@@ -15,6 +15,7 @@
 #include <QAbstractSpinBox>
 #include <QApplication>
 #include <QDir>
+#include <QLabel>
 #include <QProgressBar>
 #include <QSlider>
 #include <QTest>
@@ -135,6 +136,13 @@ struct Desk {
 template <class Widget>
 Widget* named(QWidget* within, const char* name) {
     return static_cast<Widget*>(within->findChild<QWidget*>(name));
+}
+
+// The text of the visible label with this accessible name.
+inline QString shownLabelText(QWidget* window, const QString& name) {
+    for (auto* label : window->findChildren<QLabel*>())
+        if (label->isVisible() && label->accessibleName() == name) return label->text();
+    return "(no label " + name + ")";
 }
 
 // Every control that the keyboard can reach, and every indicator, says what it is.

@@ -1,7 +1,6 @@
 #include "shell/VimeoWindow.hpp"
 
 #include <algorithm>
-#include <map>
 
 #include <QAbstractTableModel>
 #include <QCheckBox>
@@ -24,6 +23,7 @@
 #include "shell/Appearance.hpp"
 #include "shell/Format.hpp"
 #include "shell/LibraryDialogs.hpp"
+#include "shell/RunTable.hpp"
 #include "shell/WindowParts.hpp"
 
 namespace vorlen::shell {
@@ -52,23 +52,13 @@ QString fileText(const app::VimeoPlanEntry& entry) {
     return entry.vimeoFile ? "From Vimeo" : "No file";
 }
 
-QTableView* table(const QString& name) {
-    auto* made = new QTableView;
-    made->setAccessibleName(name);
-    made->setSelectionBehavior(QAbstractItemView::SelectRows);
-    made->setSelectionMode(QAbstractItemView::SingleSelection);
-    made->setTabKeyNavigation(false);
-    made->setShowGrid(false);
-    made->setWordWrap(false);
-    made->setAlternatingRowColors(true);
-    made->verticalHeader()->hide();
-    made->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-    auto* header = made->horizontalHeader();
-    header->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
-    header->setHighlightSections(false);
-    header->setSectionResizeMode(QHeaderView::Interactive);
-    header->setStretchLastSection(true);
-    return made;
+// A video's title and length.
+RunTable::Cells cellsOf(const std::vector<VimeoSyncItem>& items) {
+    return [&items](std::int64_t item) -> std::optional<QStringList> {
+        if (item < 0 || std::size_t(item) >= items.size()) return std::nullopt;
+        const auto& video = items[std::size_t(item)].video;
+        return QStringList{text(video.title), video.duration ? format::clock(*video.duration) : QString()};
+    };
 }
 
 // The visibility of a row, chosen in place from the two that a site has.
@@ -187,76 +177,6 @@ private:
     std::vector<app::VimeoPlanEntry> entries_;
 };
 
-// The videos of a sync that are in work or done, with their state.
-class VimeoWindow::Items : public QAbstractTableModel {
-public:
-    enum Column { title, duration, status, columns };
-    struct Line {
-        QString title, duration, status;
-        bool isFailure = false;
-    };
-
-    using QAbstractTableModel::QAbstractTableModel;
-
-    void setLines(std::vector<Line> lines) {
-        beginResetModel();
-        lines_ = std::move(lines);
-        endResetModel();
-    }
-
-    int rowCount(const QModelIndex& parent) const override { return parent.isValid() ? 0 : int(lines_.size()); }
-    int columnCount(const QModelIndex& parent) const override { return parent.isValid() ? 0 : columns; }
-
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override {
-        if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
-        static const char* const names[] = {"Video", "Duration", "Status"};
-        return section < columns ? QVariant(names[section]) : QVariant();
-    }
-
-    QVariant data(const QModelIndex& index, int role) const override {
-        const auto& line = lines_[std::size_t(index.row())];
-        if (role == Qt::ForegroundRole && index.column() == status && line.isFailure)
-            return Colors::of(currentColorScheme()).error;
-        if (role == Qt::ToolTipRole && index.column() == status) return line.status;
-        if (role != Qt::DisplayRole) return {};
-        switch (index.column()) {
-            case title: return line.title;
-            case duration: return line.duration;
-            case status: return line.status;
-            default: return {};
-        }
-    }
-
-    // The items with a result or in work, in the order of the sync.
-    static std::vector<Line> of(const std::vector<VimeoSyncItem>& items,
-                                const std::map<std::int64_t, BulkRowOutcome>& results,
-                                const std::vector<BatchActiveItem>& active) {
-        std::map<std::int64_t, Line> lines;
-        auto lineOf = [&](std::int64_t item) -> Line* {
-            if (item < 0 || std::size_t(item) >= items.size()) return nullptr;
-            const auto& video = items[std::size_t(item)].video;
-            auto& made = lines[item];
-            made.title = text(video.title);
-            if (video.duration) made.duration = format::clock(*video.duration);
-            return &made;
-        };
-        for (const auto& [item, outcome] : results) {
-            if (auto* line = lineOf(item)) {
-                line->status = text(app::BulkWords::outcome(outcome));
-                line->isFailure = std::holds_alternative<bulkOutcome::Failed>(outcome);
-            }
-        }
-        for (const auto& each : active)
-            if (auto* line = lineOf(each.item)) line->status = activeText(each, app::VimeoWords::phase(each.phase));
-        std::vector<Line> ordered;
-        for (auto& [item, line] : lines) ordered.push_back(std::move(line));
-        return ordered;
-    }
-
-private:
-    std::vector<Line> lines_;
-};
-
 VimeoWindow::VimeoWindow(std::shared_ptr<app::VimeoSyncModel> model, QWidget* parent)
     : QWidget(parent, Qt::Window), model_(std::move(model)) {
     setObjectName("vimeo");
@@ -327,6 +247,7 @@ VimeoWindow::VimeoWindow(std::shared_ptr<app::VimeoSyncModel> model, QWidget* pa
     videoRows_ = new Videos(*model_, this);
     videos_ = table("Videos");
     videos_->setModel(videoRows_);
+    videos_->setSelectionMode(QAbstractItemView::SingleSelection);
     videos_->setItemDelegateForColumn(Videos::visibility, new VisibilityDelegate(videos_));
     videos_->setEditTriggers(QAbstractItemView::AllEditTriggers);
     auto* header = videos_->horizontalHeader();
@@ -355,12 +276,11 @@ VimeoWindow::VimeoWindow(std::shared_ptr<app::VimeoSyncModel> model, QWidget* pa
     estimate_ = label("secondary", "Estimate");
     report_ = label("secondary", "Report");
     for (auto* part : {runTitle_, counts_, estimate_, report_}) runLayout->addWidget(part);
-    itemRows_ = new Items(this);
+    itemRows_ = new RunTable({"Video", "Duration", "Status"}, app::VimeoWords::phase, this);
     items_ = table("Videos in the sync");
     items_->setModel(itemRows_);
-    items_->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    items_->horizontalHeader()->resizeSection(Items::title, 300);
-    items_->horizontalHeader()->resizeSection(Items::duration, 90);
+    items_->horizontalHeader()->resizeSection(0, 300);
+    items_->horizontalHeader()->resizeSection(1, 90);
     runLayout->addWidget(items_, 1);
 
     auto* buttons = new QHBoxLayout;
@@ -523,7 +443,7 @@ void VimeoWindow::showRun(const app::VimeoRunState& run) {
     close_->hide();
     runTitle_->setText(QString("Importing ") + format::counted(std::int64_t(run.request.items.size()), "Video") +
                        " from Vimeo");
-    report_->hide();
+    showSubtitleProblems(run.subtitleProblems, run.request.items);
     const auto& progress = run.progress;
     counts_->setText(progress ? text(app::VimeoWords::counts(progress->counts)) : QString());
     if (run.isStopping)
@@ -535,9 +455,23 @@ void VimeoWindow::showRun(const app::VimeoRunState& run) {
     else
         estimate_->setText("Estimating the time left\u2026");
     estimate_->show();
-    itemRows_->setLines(progress ? Items::of(run.request.items, progress->results, progress->activeItems)
-                                 : std::vector<Items::Line>{});
+    if (progress)
+        itemRows_->show(progress->results, progress->activeItems, cellsOf(run.request.items));
+    else
+        itemRows_->clear();
     pages_->setCurrentWidget(runPage_);
+}
+
+void VimeoWindow::showSubtitleProblems(const std::map<std::string, std::string>& problems,
+                                       const std::vector<VimeoSyncItem>& items) {
+    QStringList lines;
+    for (const auto& [videoID, problem] : problems) {
+        const auto item = std::find_if(items.begin(), items.end(),
+                                       [&](const VimeoSyncItem& each) { return each.video.id == videoID; });
+        lines << text(app::VimeoWords::subtitleProblem(item == items.end() ? videoID : item->video.title, problem));
+    }
+    report_->setText(lines.join('\n'));
+    report_->setVisible(!lines.isEmpty());
 }
 
 void VimeoWindow::showEnd(const app::VimeoEndState& end) {
@@ -546,15 +480,8 @@ void VimeoWindow::showEnd(const app::VimeoEndState& end) {
     runTitle_->setText(stopped ? app::VimeoWords::endedStoppedTitle : app::VimeoWords::completedTitle);
     counts_->setText(text(app::VimeoWords::counts(end.counts)));
     estimate_->hide();
-    QStringList problems;
-    for (const auto& [videoID, problem] : end.subtitleProblems) {
-        const auto item = std::find_if(end.items.begin(), end.items.end(),
-                                       [&](const VimeoSyncItem& each) { return each.video.id == videoID; });
-        problems << text(app::VimeoWords::subtitleProblem(item == end.items.end() ? videoID : item->video.title, problem));
-    }
-    report_->setText(problems.join('\n'));
-    report_->setVisible(!problems.isEmpty());
-    itemRows_->setLines(Items::of(end.items, end.results, {}));
+    showSubtitleProblems(end.subtitleProblems, end.items);
+    itemRows_->show(end.results, {}, cellsOf(end.items));
     pages_->setCurrentWidget(runPage_);
 }
 

@@ -16,6 +16,8 @@ class QTableView;
 
 namespace vorlen::shell {
 
+class RunTable;
+
 // The Vimeo import of one site in a window of its own: the token, the videos of
 // the account beside the site with the person's selection, then the sync as it
 // goes, then its report.
@@ -33,13 +35,14 @@ protected:
 
 private:
     class Videos;
-    class Items;
 
     void modelChanged();
     void showMessage(const QString& title, const QString& message);
     void showPlan(const app::VimeoPlanState& plan);
     void showRun(const app::VimeoRunState& run);
     void showEnd(const app::VimeoEndState& end);
+    // The videos that were imported without all of their subtitles, and why.
+    void showSubtitleProblems(const std::map<std::string, std::string>& problems, const std::vector<VimeoSyncItem>& items);
     void tell(const std::optional<app::VimeoProblem>& problem);
     void confirmStop();
     void chooseFolder();
@@ -79,7 +82,7 @@ private:
     QLabel* counts_;
     QLabel* estimate_;
     QLabel* report_;
-    Items* itemRows_;
+    RunTable* itemRows_;
     QTableView* items_;
 
     QPushButton* tryAgain_;

@@ -2,7 +2,6 @@
 
 #include <atomic>
 
-#include <QLabel>
 #include <QLineEdit>
 #include <QTableView>
 
@@ -12,12 +11,6 @@
 namespace vorlen::shell {
 
 namespace {
-
-QString labelText(QWidget* window, const QString& name) {
-    for (auto* label : window->findChildren<QLabel*>())
-        if (label->isVisible() && label->accessibleName() == name) return label->text();
-    return "(no label " + name + ")";
-}
 
 // An account of four videos, one of them imported; its sync imports the first and
 // holds the second in its download until the test lets it end.
@@ -99,7 +92,7 @@ TEST(VimeoWindowTest, ATokenOpensTheAccountWhoseSelectedVideosAreImportedAndRepo
 
     desk.click("Read the Account", vimeo);
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.as<app::VimeoPlanState>() != nullptr; }, 30000));
-    EXPECT_TRUE(labelText(vimeo, "Account").startsWith("Harbour Films"));
+    EXPECT_TRUE(shownLabelText(vimeo, "Account").startsWith("Harbour Films"));
     auto* rows = vimeo->videos()->model();
     ASSERT_EQ(rows->rowCount(), 4);
     auto cell = [&](int row, int column, int role = Qt::DisplayRole) { return rows->index(row, column).data(role); };
@@ -108,15 +101,15 @@ TEST(VimeoWindowTest, ATokenOpensTheAccountWhoseSelectedVideosAreImportedAndRepo
     EXPECT_EQ(cell(2, 4, Qt::ToolTipRole).toString(), VimeoSyncPlan::limitedViewersNotice);
     EXPECT_EQ(cell(2, 0, Qt::CheckStateRole).toInt(), Qt::Unchecked);
     EXPECT_EQ(cell(3, 6).toString(), "Imported as \u201cferry-crossing\u201d \u00b7 different audio loudness");
-    EXPECT_EQ(labelText(vimeo, "Selected"), "2 videos selected");
+    EXPECT_EQ(shownLabelText(vimeo, "Selected"), "2 videos selected");
 
     QTest::keyClicks(desk.find<QLineEdit>("Search", vimeo), "zebra");
-    EXPECT_EQ(labelText(vimeo, "Empty"), app::VimeoWords::noMatchingVideos);
+    EXPECT_EQ(shownLabelText(vimeo, "Empty"), app::VimeoWords::noMatchingVideos);
     desk.find<QLineEdit>("Search", vimeo)->clear();
     ASSERT_EQ(rows->rowCount(), 4);
     // Only the harbour and the lighthouse go: the person deselects the lighthouse.
     rows->setData(rows->index(1, 0), Qt::Unchecked, Qt::CheckStateRole);
-    EXPECT_EQ(labelText(vimeo, "Selected"), "1 video selected");
+    EXPECT_EQ(shownLabelText(vimeo, "Selected"), "1 video selected");
     rows->setData(rows->index(1, 0), Qt::Checked, Qt::CheckStateRole);
     // The table came back after the search: its layout settles before the picture.
     QCoreApplication::sendPostedEvents();
@@ -130,7 +123,7 @@ TEST(VimeoWindowTest, ATokenOpensTheAccountWhoseSelectedVideosAreImportedAndRepo
     }, 30000));
     const auto workspace = desk.model->workspace(desk.site);
     EXPECT_EQ(workspace->batchRunHere(), BatchRunKind::vimeoSync);
-    EXPECT_EQ(labelText(vimeo, "Estimate"), QString("About 1:35 left. ") + app::VimeoWords::timeLeftNote);
+    EXPECT_EQ(shownLabelText(vimeo, "Estimate"), QString("About 1:35 left. ") + app::VimeoWords::timeLeftNote);
     auto* items = vimeo->items()->model();
     ASSERT_EQ(items->rowCount(), 2);
     EXPECT_EQ(items->index(1, 2).data().toString(), "Downloads  \u00b7  40%");
@@ -139,9 +132,9 @@ TEST(VimeoWindowTest, ATokenOpensTheAccountWhoseSelectedVideosAreImportedAndRepo
     account->isReleased = true;
     ASSERT_TRUE(QTest::qWaitFor([&] { return !model.isRunning(); }, 30000));
     EXPECT_FALSE(workspace->batchRunHere());
-    EXPECT_EQ(labelText(vimeo, "Title"), app::VimeoWords::completedTitle);
-    EXPECT_EQ(labelText(vimeo, "Counts"), "Imported: 1, re-imported: 0, skipped: 0, failed: 1, left: 0");
-    EXPECT_EQ(labelText(vimeo, "Report"), "\u201cHarbour at Dawn\u201d: Vorlen could not import the \u201cfr\u201d subtitles.");
+    EXPECT_EQ(shownLabelText(vimeo, "Title"), app::VimeoWords::completedTitle);
+    EXPECT_EQ(shownLabelText(vimeo, "Counts"), "Imported: 1, re-imported: 0, skipped: 0, failed: 1, left: 0");
+    EXPECT_EQ(shownLabelText(vimeo, "Report"), "\u201cHarbour at Dawn\u201d: Vorlen could not import the \u201cfr\u201d subtitles.");
     EXPECT_EQ(items->index(1, 2).data().toString(), "Failed: The download of the video from Vimeo failed: HTTP 403");
     screenshot(vimeo, "54-vimeo-ended");
 

@@ -1,12 +1,13 @@
 #include "shell/WindowParts.hpp"
 
+#include <QHeaderView>
 #include <QLabel>
 #include <QPushButton>
 #include <QStackedWidget>
+#include <QTableView>
 #include <QVBoxLayout>
 
 #include "shell/Appearance.hpp"
-#include "shell/Format.hpp"
 
 namespace vorlen::shell::windowParts {
 
@@ -36,14 +37,23 @@ QVBoxLayout* addPage(QStackedWidget* pages, QWidget*& page) {
     return layout;
 }
 
-QString activeText(const BatchActiveItem& active, const std::string& phase) {
-    QString words = text(phase);
-    const auto fraction = active.phase == BatchPhase::downloading ? active.downloadFraction
-                          : active.progress                       ? std::optional(active.progress->stageFraction)
-                                                                  : std::nullopt;
-    if (fraction) words += QString("  \u00b7  %1%").arg(int(*fraction * 100));
-    if (active.folder) words += "  " + format::quoted(text(*active.folder));
-    return words;
+QTableView* table(const QString& name) {
+    auto* made = new QTableView;
+    made->setAccessibleName(name);
+    made->setSelectionBehavior(QAbstractItemView::SelectRows);
+    made->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    made->setTabKeyNavigation(false);
+    made->setShowGrid(false);
+    made->setWordWrap(false);
+    made->setAlternatingRowColors(true);
+    made->verticalHeader()->hide();
+    made->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    auto* header = made->horizontalHeader();
+    header->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    header->setHighlightSections(false);
+    header->setSectionResizeMode(QHeaderView::Interactive);
+    header->setStretchLastSection(true);
+    return made;
 }
 
 }  // namespace vorlen::shell::windowParts

@@ -4,11 +4,10 @@
 
 #include <QString>
 
-#include "core/batch/BatchRun.hpp"
-
 class QLabel;
 class QPushButton;
 class QStackedWidget;
+class QTableView;
 class QVBoxLayout;
 class QWidget;
 
@@ -21,7 +20,7 @@ QLabel* label(const char* role = nullptr, const QString& name = QString());
 QPushButton* button(const QString& words, const char* role = nullptr);
 // A page of a window, its parts one under another.
 QVBoxLayout* addPage(QStackedWidget* pages, QWidget*& page);
-// "Encodes  ·  42%  “folder”": an item in work, its phase in the run's words.
-QString activeText(const BatchActiveItem& active, const std::string& phase);
+// A table of whole rows that are not edited in place, without a grid.
+QTableView* table(const QString& name);
 
 }  // namespace vorlen::shell::windowParts
