@@ -5,6 +5,7 @@
 #include "app/CoreLibraryService.hpp"
 #include "app/CorePublishService.hpp"
 #include "app/CoreSetupService.hpp"
+#include "app/CoreVimeoService.hpp"
 #include "app/SiteStorage.hpp"
 #include "core/publish/SoftwareEncoder.hpp"
 
@@ -33,7 +34,17 @@ AppModel::Services coreServices(const LocalSettingsStore& store, std::function<v
                                   return std::make_shared<CoreBulkService>(
                                       pipeline, LibraryCache::inFolder(SiteStorage(site.id).cacheFolder));
                               },
-                              std::make_shared<CoreBatchRunService>(endpoints)};
+                              std::make_shared<CoreBatchRunService>(endpoints),
+                              [speed, endpoints, secrets](const LocalSite& site, std::shared_ptr<RateLimiter> limiter) {
+                                  CorePipeline pipeline;
+                                  pipeline.endpoints = endpoints;
+                                  pipeline.limiter = std::move(limiter);
+                                  pipeline.encoder = std::make_shared<SoftwareEncoder>(speed);
+                                  const SiteStorage storage(site.id);
+                                  return std::make_shared<CoreVimeoService>(
+                                      pipeline, LibraryCache::inFolder(storage.cacheFolder), secrets,
+                                      storage.vimeoTokenItem, storage.cacheFolder);
+                              }};
 }
 
 }  // namespace vorlen::app

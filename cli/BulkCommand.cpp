@@ -10,9 +10,11 @@
 #include "app/Interrupts.hpp"
 #include "app/SetupWords.hpp"
 #include "cli/AppContext.hpp"
+#include "cli/BatchRunPrinter.hpp"
 #include "cli/Commands.hpp"
 #include "cli/SetupToken.hpp"
 #include "cli/Terminal.hpp"
+#include "core/base/Text.hpp"
 #include "core/base/VorlenError.hpp"
 
 namespace vorlen::cli {
@@ -71,68 +73,6 @@ void showMapping(const BulkSheetFile& file, const BulkColumnMapping& mapping) {
     if (plan.newRowCount > 0) std::cout << app::BulkWords::newRows(plan.newRowCount) << '\n';
 }
 
-std::string outcomeText(const BulkRowOutcome& outcome) {
-    return std::visit(
-        [](const auto& ended) -> std::string {
-            using Ended = std::decay_t<decltype(ended)>;
-            if constexpr (std::is_same_v<Ended, bulkOutcome::Published>)
-                return "published " + ended.location.pageURL;
-            else if constexpr (std::is_same_v<Ended, bulkOutcome::Replaced>)
-                return "re-imported " + ended.location.pageURL + (ended.problem ? " (" + *ended.problem + ")" : "");
-            else if constexpr (std::is_same_v<Ended, bulkOutcome::Skipped>)
-                return "skipped: already in the bucket (" + ended.location.folder + ")";
-            else
-                return "failed: " + ended.message;
-        },
-        outcome);
-}
-
-// A line for each change of an item's phase and for its end, with the time left.
-class RunPrinter {
-public:
-    void operator()(const BulkProgress& progress) {
-        std::lock_guard lock(mutex_);
-        heardAny_ = true;
-        const auto& snapshot = progress.snapshot;
-        const std::string left =
-            snapshot.eta ? fmt::format("  (about {} left in all)", clockText(*snapshot.eta)) : std::string();
-        for (const auto& [item, outcome] : snapshot.results) {
-            if (!ended_.insert(item).second) continue;
-            std::cerr << fmt::format("{}: {}{}\n", rowName((*progress.items)[item]), outcomeText(outcome), left);
-        }
-        for (const auto& active : snapshot.activeItems) {
-            // A line when the phase changes, and while encoding at each stage and tenth.
-            const bool encoding = active.phase == BatchPhase::building && active.progress;
-            const auto step = encoding ? int(active.progress->stage) * 100 + int(active.progress->stageFraction * 10) : -1;
-            auto& [shownPhase, shownStep] = shown_[active.item];
-            if (shownPhase == active.phase && shownStep == step) continue;
-            shownPhase = active.phase;
-            shownStep = step;
-            std::string line = rowName((*progress.items)[active.item]) + ": ";
-            line += encoding ? progressLine(*active.progress) : app::BulkWords::phase(active.phase);
-            if (active.folder) line += fmt::format(" \u201c{}\u201d", *active.folder);
-            std::cerr << line << left << '\n';
-        }
-    }
-
-    // The run got as far as its first report: it read the site.
-    bool heardAny() {
-        std::lock_guard lock(mutex_);
-        return heardAny_;
-    }
-
-private:
-    static std::string rowName(const BulkRow& row) {
-        return fmt::format("Row {} \u201c{}\u201d", row.index + 1,
-                           row.title ? *row.title : row.file ? row.file->filename().string() : std::string());
-    }
-
-    std::mutex mutex_;
-    bool heardAny_ = false;
-    std::set<std::int64_t> ended_;
-    std::map<std::int64_t, std::pair<BatchPhase, int>> shown_;
-};
-
 int runBulk(const BulkOptions& options) {
     AppContext context;
     auto& model = *context.model;
@@ -165,7 +105,7 @@ int runBulk(const BulkOptions& options) {
     request.uploadTuning = model.settings().uploadTuning;
     request.computerName = app::defaultComputerName();
 
-    RunPrinter printer;
+    BatchRunPrinter printer;
     app::BulkRunReport report;
     // The home page lists what the catalogue holds: it follows what was published, also after a stop.
     auto rebuildCatalog = [&] {
@@ -176,7 +116,15 @@ int runBulk(const BulkOptions& options) {
         }
     };
     try {
-        app::Interrupts::run([&] { report = bulk->run(request, [&](const BulkProgress& progress) { printer(progress); }); },
+        app::Interrupts::run([&] { report = bulk->run(request, [&](const BulkProgress& progress) {
+                                 printer(progress.snapshot, [&](std::int64_t item) {
+                                     const auto& row = (*progress.items)[item];
+                                     return fmt::format("Row {} \u201c{}\u201d", row.index + 1,
+                                                        row.title ? *row.title
+                                                        : row.file ? row.file->filename().string()
+                                                                   : std::string());
+                                 });
+                             }); },
                              app::Interrupts::bucketCleanupHint);
         rebuildCatalog();
     } catch (const Cancelled&) {

@@ -16,6 +16,7 @@ void registerLibraryCommands(CommandRegistry& registry);
 void registerVideoCommands(CommandRegistry& registry);
 void registerRunsCommand(CommandRegistry& registry);
 void registerBulkCommand(CommandRegistry& registry);
+void registerVimeoCommands(CommandRegistry& registry);
 
 // One line per command file: the order here is the order of `vorlen --help`.
 void registerCommands(CommandRegistry& registry) {
@@ -25,6 +26,7 @@ void registerCommands(CommandRegistry& registry) {
     registerVideoCommands(registry);
     registerRunsCommand(registry);
     registerBulkCommand(registry);
+    registerVimeoCommands(registry);
     registerSitesCommand(registry);
     registerSettingsCommand(registry);
     registerSetupCommands(registry);

@@ -3,21 +3,15 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <cmath>
 #include <cstdio>
 #include <iostream>
 
 #include <fmt/format.h>
 
 #include "app/Interrupts.hpp"
+#include "core/base/Text.hpp"
 
 namespace vorlen::cli {
-
-std::string clockText(double seconds) {
-    auto total = static_cast<long long>(std::llround(std::max(0.0, seconds)));
-    if (total >= 3600) return fmt::format("{}:{:02}:{:02}", total / 3600, total / 60 % 60, total % 60);
-    return fmt::format("{}:{:02}", total / 60, total % 60);
-}
 
 std::string progressLine(const PublishProgress& progress) {
     std::string line = fmt::format("{:<10} {:3.0f}%", displayName(progress.stage), progress.stageFraction * 100);

@@ -17,9 +17,6 @@ bool confirmed(const std::string& question);
 // "encoding  42%  1:05 left  1.8× realtime"
 std::string progressLine(const PublishProgress& progress);
 
-// "1:05", "1:02:03"
-std::string clockText(double seconds);
-
 // Writes progress to standard error: one rewritten line on a terminal, else a
 // line per stage and per tenth.
 class ProgressPrinter {

@@ -99,12 +99,21 @@ std::string readFile(const fs::path& path) {
 
 std::vector<fs::path> walkVisibleFiles(const fs::path& root) {
     std::vector<fs::path> files;
-    for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator(); ++it) {
-        if (it->path().filename().string().starts_with(".")) {
-            if (it->is_directory()) it.disable_recursion_pending();
-            continue;
+    // Folder by folder, so that a failure names the folder that could not be read.
+    std::vector<fs::path> folders{root};
+    while (!folders.empty()) {
+        const fs::path folder = std::move(folders.back());
+        folders.pop_back();
+        std::error_code error;
+        for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+            if (it->path().filename().string().starts_with(".")) continue;
+            // A linked folder is not followed: a link to a folder above would never end.
+            if (it->is_directory() && !it->is_symlink())
+                folders.push_back(it->path());
+            else if (it->is_regular_file())
+                files.push_back(it->path());
         }
-        if (it->is_regular_file()) files.push_back(it->path());
+        if (error) throw fs::filesystem_error("cannot read the folder", folder, error);
     }
     std::sort(files.begin(), files.end());
     return files;

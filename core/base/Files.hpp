@@ -19,6 +19,7 @@ void writeFileAtomically(const fs::path& path, std::string_view bytes, unsigned 
 std::string readFile(const fs::path& path);
 
 // Regular files under root, in sorted order, skipping hidden files and folders.
+// A folder that cannot be read throws a filesystem_error whose path1 is that folder.
 std::vector<fs::path> walkVisibleFiles(const fs::path& root);
 
 // Bytes free for an ordinary user on the volume that holds path.

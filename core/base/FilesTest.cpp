@@ -49,4 +49,10 @@ TEST(FilesTest, WalkSkipsHiddenFilesAndFoldersAndSorts) {
     EXPECT_EQ(files[0], folder.path / "a.csv");
     EXPECT_EQ(files[1], folder.path / "b" / "2.mp4");
     EXPECT_GT(availableSpace(folder.path), 0u);
+    try {
+        walkVisibleFiles(folder.path / "gone");
+        FAIL() << "a missing folder was walked";
+    } catch (const fs::filesystem_error& error) {
+        EXPECT_EQ(error.path1(), folder.path / "gone");
+    }
 }

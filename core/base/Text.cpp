@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 
 #include <fmt/format.h>
 
@@ -155,6 +156,13 @@ std::string foldedForComparison(std::string_view text) {
     return fromUnicode(unicode);
 }
 
+std::string lettersAndDigits(std::string_view text) {
+    std::u32string kept;
+    for (char32_t scalar : toUtf32(text))
+        if (u_isalnum(static_cast<UChar32>(scalar))) kept.push_back(scalar);
+    return toUtf8(kept);
+}
+
 std::string percentEncoded(std::string_view bytes) {
     static constexpr char digits[] = "0123456789ABCDEF";
     std::string out;
@@ -254,6 +262,12 @@ std::string fileSizeText(std::uint64_t bytes) {
     std::size_t unit = 0;
     for (value /= 1000; value >= 1000 && unit + 1 < std::size(units); value /= 1000) ++unit;
     return fmt::format("{:.{}f} {}", value, value < 10 ? 2 : 1, units[unit]);
+}
+
+std::string clockText(double seconds) {
+    auto total = static_cast<long long>(std::llround(std::max(0.0, seconds)));
+    if (total >= 3600) return fmt::format("{}:{:02}:{:02}", total / 3600, total / 60 % 60, total % 60);
+    return fmt::format("{}:{:02}", total / 60, total % 60);
 }
 
 }  // namespace vorlen

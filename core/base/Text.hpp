@@ -24,6 +24,8 @@ bool isDescriptionWhitespace(char32_t scalar);
 // Case folding, and the case-, diacritic- and width-insensitive folding used to compare names.
 std::string caseFolded(std::string_view text);
 std::string foldedForComparison(std::string_view text);
+// Only the letters and digits of text, of any script.
+std::string lettersAndDigits(std::string_view text);
 
 // ASCII letters lowered, every other byte kept (header names, hostnames).
 std::string asciiLowercased(std::string_view text);
@@ -49,6 +51,9 @@ std::string joinedWithAnd(const std::vector<std::string>& items);
 
 // "820 bytes", "4.2 MB", "1.30 GB": decimal units, as disks and networks count.
 std::string fileSizeText(std::uint64_t bytes);
+
+// "1:05", "1:02:03": a length or a time left, to the second.
+std::string clockText(double seconds);
 
 // UTF-8 <-> UTF-32 for code that walks scalars.
 std::u32string toUtf32(std::string_view utf8);

@@ -24,7 +24,7 @@ TEST(TextTest, PercentDecodingUndoesEncodingAndKeepsStrayPercents) {
     EXPECT_EQ(percentDecoded("%G1%4"), "%G1%4");
 }
 
-TEST(TextTest, ListsAndFileSizesReadAsSentences) {
+TEST(TextTest, ListsFileSizesAndClockTimesReadAsText) {
     EXPECT_EQ(joinedWithAnd({}), "");
     EXPECT_EQ(joinedWithAnd({"a"}), "a");
     EXPECT_EQ(joinedWithAnd({"a", "b"}), "a and b");
@@ -34,4 +34,13 @@ TEST(TextTest, ListsAndFileSizesReadAsSentences) {
     EXPECT_EQ(fileSizeText(262144), "262.1 kB");
     EXPECT_EQ(fileSizeText(4200000), "4.20 MB");
     EXPECT_EQ(fileSizeText(1300000000), "1.30 GB");
+    EXPECT_EQ(clockText(65), "1:05");
+    EXPECT_EQ(clockText(59.6), "1:00");
+    EXPECT_EQ(clockText(3723), "1:02:03");
+    EXPECT_EQ(clockText(-2), "0:00");
+}
+
+TEST(TextTest, LettersAndDigitsOfEveryScriptStay) {
+    EXPECT_EQ(lettersAndDigits("Été 2024 — «Ωmega» ٣ 東京!"), "Été2024Ωmega٣東京");
+    EXPECT_EQ(lettersAndDigits("— ?! _ —"), "");
 }

@@ -5,6 +5,7 @@
 // Switches for tests, under /_admin/ (POST, JSON body):
 //   rate-limit {count, resetSeconds}  the next `count` API requests answer 429
 //   cut-downloads {count}             the next `count` downloads stop after half their bytes
+//   set-video {id, ...facts}          changes a video: privacy, claimedSize, brokenTracks
 //   expire-links                      every link given so far answers 410
 import { execFileSync } from 'node:child_process';
 import { randomBytes } from 'node:crypto';
@@ -73,10 +74,10 @@ const requests = [];
 
 const isoDate = (ms) => new Date(ms).toISOString().replace(/\.\d{3}Z$/, '+00:00');
 
-function link(source, type, name) {
+function link(source, type, name, video = null) {
   const token = randomBytes(12).toString('hex');
   const expires = Date.now() + fixture.linkLifetimeSeconds * 1000;
-  links.set(token, { source, type, expires, expired: false });
+  links.set(token, { source, type, expires, expired: false, video });
   return { url: `${origin}/_media/${token}/${encodeURIComponent(name)}`, expires: isoDate(expires) };
 }
 
@@ -84,7 +85,7 @@ function rendition(video, quality, renditionName, publicName) {
   const { url, expires } = link(video.file, 'video/mp4', `${video.id}_${renditionName}.mp4`);
   return {
     quality, rendition: renditionName, type: 'video/mp4', width: CLIP.width, height: CLIP.height, link: url, expires,
-    created_time: video.created_time, fps: 25, size: video.size, md5: null, public_name: publicName,
+    created_time: video.created_time, fps: 25, size: video.claimedSize ?? video.size, md5: null, public_name: publicName,
     size_short: `${(video.size / 1024).toFixed(1)} KB`,
   };
 }
@@ -131,7 +132,7 @@ function videoBody(video, scopes) {
 }
 
 function textTrackBody(video, track) {
-  const { url, expires } = link(track, 'text/vtt', `${track.id}.vtt`);
+  const { url, expires } = link(track, 'text/vtt', `${track.id}.vtt`, video);
   return {
     uri: `/videos/${video.id}/texttracks/${track.id}`, active: track.active, type: track.type, language: track.language,
     display_language: track.name, id: Number(track.id), link: url, link_expires_time: Math.floor(Date.parse(expires) / 1000),
@@ -322,7 +323,10 @@ function handleMedia(request, response, url) {
     response.writeHead(410, { 'Content-Type': 'text/plain' });
     return response.end('This link has expired.\n');
   }
-  if (entry.type === 'text/vtt') return serveBytes(request, response, Buffer.from(webVtt(entry.source)), 'text/vtt', false);
+  if (entry.type === 'text/vtt') {
+    const bytes = entry.video.brokenTracks ? Buffer.alloc(64) : Buffer.from(webVtt(entry.source));
+    return serveBytes(request, response, bytes, 'text/vtt', false);
+  }
   const cutShort = switches.cutDownloads > 0;
   if (cutShort) switches.cutDownloads -= 1;
   return serveBytes(request, response, entry.source, entry.type, cutShort);
@@ -338,6 +342,14 @@ async function handleAdmin(request, response, url) {
   if (name === 'rate-limit') Object.assign(switches, { rateLimited: body.count ?? 1, resetSeconds: body.resetSeconds ?? 60 });
   else if (name === 'cut-downloads') switches.cutDownloads = body.count ?? 1;
   else if (name === 'expire-links') for (const entry of links.values()) entry.expired = true;
+  else if (name === 'set-video') {
+    // Changes a video's facts: `privacy`, `claimedSize` (the byte count its downloads announce in
+    // the API) or `brokenTracks` (its text track links serve bytes that are no text).
+    const video = videos.find((entry) => entry.id === body.id);
+    if (!video) return sendJson(response, 404, { error: `no video ${body.id}` });
+    const { id, ...facts } = body;
+    Object.assign(video, facts);
+  }
   else return sendJson(response, 404, { error: `no switch ${name}` });
   sendJson(response, 200, switches);
 }
