@@ -7,6 +7,7 @@
 
 #include "app/VimeoWords.hpp"
 #include "shell/DeskFixture.hpp"
+#include "testing/LocalVimeo.hpp"
 
 namespace vorlen::shell {
 
@@ -70,6 +71,12 @@ private:
         made.file = VimeoFile{"source", std::nullopt, PixelSize{1920, 1080}, std::nullopt};
         return made;
     }
+};
+
+// The program's Vimeo is the local one while this lives.
+struct LocalVimeoEndpoint {
+    explicit LocalVimeoEndpoint(const std::string& api) { ::setenv("VORLEN_VIMEO_API", api.c_str(), 1); }
+    ~LocalVimeoEndpoint() { ::unsetenv("VORLEN_VIMEO_API"); }
 };
 
 }  // namespace
@@ -140,6 +147,58 @@ TEST(VimeoWindowTest, ATokenOpensTheAccountWhoseSelectedVideosAreImportedAndRepo
 
     desk.click("Back to the Videos", vimeo);
     EXPECT_TRUE(QTest::qWaitFor([&] { return model.as<app::VimeoPlanState>() != nullptr; }, 30000));
+}
+
+TEST(VimeoWindowTest, AFolderOfDownloadedFilesStandsInForTheDownloadsThatTheTokenCannotGet) {
+    const auto& vimeo = testing::LocalVimeo::shared();
+    LocalVimeoEndpoint endpoint(vimeo.api());
+    Desk desk;
+    testing::ClipFolder clips;
+    makeClip(clips, "Harbour at Dawn.mp4");
+    auto* window = desk.window->openVimeoImport(desk.site);
+    auto& model = window->model();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.as<app::vimeoPhase::NeedsToken>() != nullptr; }, 30000));
+
+    // Without the "Video Files" scope Vimeo offers no file: nothing can be selected.
+    model.saveToken(testing::LocalVimeo::publicPrivateToken);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !model.as<app::vimeoPhase::Opening>() && !model.as<app::vimeoPhase::Reading>() &&
+                                             !model.as<app::vimeoPhase::Planning>(); }, 60000));
+    ASSERT_TRUE(model.as<app::VimeoPlanState>()) << shownLabelText(window, "Message").toStdString();
+    EXPECT_EQ(model.as<app::VimeoPlanState>()->selectedCount(), 0);
+    model.setFilter(app::VimeoPlanFilter::withFiles);
+    EXPECT_EQ(shownLabelText(window, "Empty"), "No Videos with Files");
+
+    model.chooseFolder(clips.path());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !model.as<app::VimeoPlanState>()->scan; }, 60000));
+    const auto* plan = model.as<app::VimeoPlanState>();
+    EXPECT_FALSE(plan->fileProblem);
+    const auto shown = plan->shownEntries();
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_EQ(shown[0]->id, "900000001");
+    EXPECT_EQ(shown[0]->localFile, clips.path() / "Harbour at Dawn.mp4");
+    EXPECT_TRUE(shown[0]->isSelected);
+    EXPECT_EQ(plan->selectedCount(), 1);
+    QCoreApplication::sendPostedEvents();
+    screenshot(window, "55-vimeo-local-files");
+
+    desk.click("Start", window);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !model.isRunning(); }, 180000));
+    const auto* ended = model.as<app::VimeoEndState>();
+    ASSERT_TRUE(ended) << shownLabelText(window, "Message").toStdString();
+    EXPECT_EQ(ended->counts.published, 1);
+    ASSERT_EQ(ended->results.size(), 1u);
+    const auto* published = std::get_if<bulkOutcome::Published>(&ended->results.begin()->second);
+    ASSERT_TRUE(published) << shownLabelText(window, "Counts").toStdString();
+    const auto folder = published->location.folder;
+    EXPECT_TRUE(fs::exists(desk.object(folder + "/master.m3u8")));
+
+    // The site now has the video: the account opens again with it imported.
+    desk.click("Back to the Videos", window);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model.as<app::VimeoPlanState>() != nullptr; }, 60000));
+    model.setFilter(app::VimeoPlanFilter::imported);
+    const auto imported = model.as<app::VimeoPlanState>()->shownEntries();
+    ASSERT_EQ(imported.size(), 1u);
+    EXPECT_EQ(imported[0]->folder, folder);
 }
 
 }  // namespace vorlen::shell
