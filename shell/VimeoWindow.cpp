@@ -286,13 +286,14 @@ VimeoWindow::VimeoWindow(std::shared_ptr<app::VimeoSyncModel> model, QWidget* pa
     auto* buttons = new QHBoxLayout;
     selected_ = label(nullptr, "Selected");
     tryAgain_ = button("Try Again");
+    otherToken_ = button("Enter Another Token");
     back_ = button("Back to the Videos");
     close_ = button("Close");
     stop_ = button("Stop");
     start_ = button("Start", "primary");
     start_->setDefault(true);
     buttons->addWidget(selected_, 1);
-    for (auto* part : {tryAgain_, back_, close_, stop_, start_}) buttons->addWidget(part);
+    for (auto* part : {otherToken_, tryAgain_, back_, close_, stop_, start_}) buttons->addWidget(part);
     layout->addLayout(buttons);
 
     auto* sync = model_.get();
@@ -306,7 +307,8 @@ VimeoWindow::VimeoWindow(std::shared_ptr<app::VimeoSyncModel> model, QWidget* pa
     QObject::connect(search_, &QLineEdit::textChanged, this,
                      [sync](const QString& words) { sync->setSearch(words.toStdString()); });
     QObject::connect(refresh_, &QPushButton::clicked, this, [sync] { sync->refresh(); });
-    QObject::connect(forgetToken_, &QPushButton::clicked, this, [sync] { sync->forgetToken(); });
+    for (auto* forget : {forgetToken_, otherToken_})
+        QObject::connect(forget, &QPushButton::clicked, this, [sync] { sync->forgetToken(); });
     QObject::connect(selectByDefault_, &QPushButton::clicked, this, [sync] { sync->selectByDefault(); });
     auto changeRule = [this, sync] {
         sync->setRule({includePrivate_->isChecked(), includePassword_->isChecked()});
@@ -319,8 +321,8 @@ VimeoWindow::VimeoWindow(std::shared_ptr<app::VimeoSyncModel> model, QWidget* pa
     QObject::connect(chooseFile_, &QPushButton::clicked, this, &VimeoWindow::chooseFile);
     QObject::connect(videos_->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
                      [this] { chooseFile_->setEnabled(videoRows_->entry(videos_->currentIndex()) != nullptr); });
-    QObject::connect(tryAgain_, &QPushButton::clicked, this, [sync] { sync->open(); });
-    QObject::connect(back_, &QPushButton::clicked, this, [sync] { sync->open(); });
+    for (auto* reopen : {tryAgain_, back_})
+        QObject::connect(reopen, &QPushButton::clicked, this, [sync] { sync->open(); });
     QObject::connect(start_, &QPushButton::clicked, this, [this] { tell(model_->start()); });
     QObject::connect(stop_, &QPushButton::clicked, this, &VimeoWindow::confirmStop);
     QObject::connect(close_, &QPushButton::clicked, this, &QWidget::close);
@@ -368,7 +370,7 @@ void VimeoWindow::chooseFile() {
 
 void VimeoWindow::modelChanged() {
     const auto& phase = model_->phase();
-    for (auto* part : {tryAgain_, back_, stop_, start_}) part->hide();
+    for (auto* part : {otherToken_, tryAgain_, back_, stop_, start_}) part->hide();
     close_->show();
     selected_->clear();
     if (std::holds_alternative<app::vimeoPhase::Opening>(phase))
@@ -383,6 +385,8 @@ void VimeoWindow::modelChanged() {
     else if (const auto* unreadable = std::get_if<app::vimeoPhase::Unreadable>(&phase)) {
         showMessage(text(unreadable->problem.title), text(unreadable->problem.message));
         tryAgain_->show();
+        // A token that Vimeo refuses is replaced from here.
+        otherToken_->setVisible(unreadable->problem.title == app::VimeoWords::cannotRead);
     } else if (const auto* failed = std::get_if<app::vimeoPhase::Failed>(&phase)) {
         showMessage(text(failed->problem.title), text(failed->problem.message));
         back_->show();

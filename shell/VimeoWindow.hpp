@@ -85,6 +85,7 @@ private:
     RunTable* itemRows_;
     QTableView* items_;
 
+    QPushButton* otherToken_;
     QPushButton* tryAgain_;
     QPushButton* back_;
     QPushButton* close_;
