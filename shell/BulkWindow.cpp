@@ -49,7 +49,7 @@ constexpr ReimportMode reimportModes[] = {ReimportMode::skip, ReimportMode::vide
 }  // namespace
 
 BulkWindow::BulkWindow(std::shared_ptr<app::BulkUploadModel> model, QWidget* parent)
-    : QWidget(parent, Qt::Window), model_(std::move(model)) {
+    : QWidget(parent, Qt::Window), model_(std::move(model)), pages_(new QStackedWidget), messagePage_(pages_) {
     setObjectName("bulk");
     setWindowTitle("Bulk Upload");
     resize(900, 680);
@@ -58,14 +58,7 @@ BulkWindow::BulkWindow(std::shared_ptr<app::BulkUploadModel> model, QWidget* par
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(24, 20, 24, 16);
     layout->setSpacing(12);
-    pages_ = new QStackedWidget;
     layout->addWidget(pages_, 1);
-
-    auto* messageLayout = addPage(pages_, messagePage_);
-    messageTitle_ = label("heading", "Title");
-    message_ = label(nullptr, "Message");
-    for (auto* part : {messageTitle_, message_}) messageLayout->addWidget(part);
-    messageLayout->addStretch(1);
 
     auto* mappingLayout = addPage(pages_, mappingPage_);
     sheetName_ = label("heading", "Spreadsheet");
@@ -187,26 +180,19 @@ void BulkWindow::modelChanged() {
     start_->hide();
     close_->setText("Close");
     if (const auto* opening = std::get_if<app::bulkPhase::Opening>(&phase))
-        showMessage("Opening " + fileName(opening->input) + "\u2026", QString());
+        messagePage_.show("Opening " + fileName(opening->input) + "\u2026", QString());
     else if (const auto* unreadable = std::get_if<app::bulkPhase::Unreadable>(&phase))
-        showMessage(text(unreadable->problem.title), text(unreadable->problem.message));
+        messagePage_.show(text(unreadable->problem.title), text(unreadable->problem.message));
     else if (std::holds_alternative<app::bulkPhase::Empty>(phase))
-        showMessage(app::BulkWords::cannotOpen, app::BulkWords::empty);
+        messagePage_.show(app::BulkWords::cannotOpen, app::BulkWords::empty);
     else if (const auto* failed = std::get_if<app::bulkPhase::Failed>(&phase))
-        showMessage(text(failed->problem.title), text(failed->problem.message));
+        messagePage_.show(text(failed->problem.title), text(failed->problem.message));
     else if (const auto* mapping = std::get_if<app::BulkMappingState>(&phase))
         showMapping(*mapping);
     else if (const auto* run = std::get_if<app::BulkRunState>(&phase))
         showRun(*run);
     else if (const auto* end = std::get_if<app::BulkEndState>(&phase))
         showEnd(*end);
-}
-
-void BulkWindow::showMessage(const QString& title, const QString& message) {
-    messageTitle_->setText(title);
-    message_->setText(message);
-    message_->setVisible(!message.isEmpty());
-    pages_->setCurrentWidget(messagePage_);
 }
 
 void BulkWindow::showMapping(const app::BulkMappingState& mapping) {

@@ -7,6 +7,7 @@
 #include <QWidget>
 
 #include "app/BulkUploadModel.hpp"
+#include "shell/WindowParts.hpp"
 
 class QComboBox;
 class QLabel;
@@ -36,7 +37,6 @@ protected:
 
 private:
     void modelChanged();
-    void showMessage(const QString& title, const QString& message);
     void showMapping(const app::BulkMappingState& mapping);
     void showRun(const app::BulkRunState& run);
     void showEnd(const app::BulkEndState& end);
@@ -46,9 +46,7 @@ private:
     std::shared_ptr<app::BulkUploadModel> model_;
     QStackedWidget* pages_;
 
-    QWidget* messagePage_;
-    QLabel* messageTitle_;
-    QLabel* message_;
+    windowParts::MessagePage messagePage_;
 
     QWidget* mappingPage_;
     QLabel* sheetName_;

@@ -178,7 +178,7 @@ private:
 };
 
 VimeoWindow::VimeoWindow(std::shared_ptr<app::VimeoSyncModel> model, QWidget* parent)
-    : QWidget(parent, Qt::Window), model_(std::move(model)) {
+    : QWidget(parent, Qt::Window), model_(std::move(model)), pages_(new QStackedWidget), messagePage_(pages_) {
     setObjectName("vimeo");
     setWindowTitle("Import from Vimeo");
     resize(1100, 720);
@@ -187,14 +187,7 @@ VimeoWindow::VimeoWindow(std::shared_ptr<app::VimeoSyncModel> model, QWidget* pa
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(24, 20, 24, 16);
     layout->setSpacing(12);
-    pages_ = new QStackedWidget;
     layout->addWidget(pages_, 1);
-
-    auto* messageLayout = addPage(pages_, messagePage_);
-    messageTitle_ = label("heading", "Title");
-    message_ = label(nullptr, "Message");
-    for (auto* part : {messageTitle_, message_}) messageLayout->addWidget(part);
-    messageLayout->addStretch(1);
 
     auto* tokenLayout = addPage(pages_, tokenPage_);
     auto* tokenTitle = label("heading", "Title");
@@ -374,21 +367,21 @@ void VimeoWindow::modelChanged() {
     close_->show();
     selected_->clear();
     if (std::holds_alternative<app::vimeoPhase::Opening>(phase))
-        showMessage("Opening the Vimeo Account\u2026", QString());
+        messagePage_.show("Opening the Vimeo Account\u2026", QString());
     else if (std::holds_alternative<app::vimeoPhase::NeedsToken>(phase))
         pages_->setCurrentWidget(tokenPage_);
     else if (const auto* reading = std::get_if<app::vimeoPhase::Reading>(&phase))
-        showMessage("Reading the Vimeo Account\u2026",
+        messagePage_.show("Reading the Vimeo Account\u2026",
                     reading->progress ? text(app::VimeoWords::reading(*reading->progress)) : QString());
     else if (std::holds_alternative<app::vimeoPhase::Planning>(phase))
-        showMessage("Reading the Site\u2026", QString());
+        messagePage_.show("Reading the Site\u2026", QString());
     else if (const auto* unreadable = std::get_if<app::vimeoPhase::Unreadable>(&phase)) {
-        showMessage(text(unreadable->problem.title), text(unreadable->problem.message));
+        messagePage_.show(text(unreadable->problem.title), text(unreadable->problem.message));
         tryAgain_->show();
         // A token that Vimeo refuses is replaced from here.
         otherToken_->setVisible(unreadable->problem.title == app::VimeoWords::cannotRead);
     } else if (const auto* failed = std::get_if<app::vimeoPhase::Failed>(&phase)) {
-        showMessage(text(failed->problem.title), text(failed->problem.message));
+        messagePage_.show(text(failed->problem.title), text(failed->problem.message));
         back_->show();
     } else if (const auto* plan = std::get_if<app::VimeoPlanState>(&phase))
         showPlan(*plan);
@@ -396,13 +389,6 @@ void VimeoWindow::modelChanged() {
         showRun(*run);
     else if (const auto* end = std::get_if<app::VimeoEndState>(&phase))
         showEnd(*end);
-}
-
-void VimeoWindow::showMessage(const QString& title, const QString& message) {
-    messageTitle_->setText(title);
-    message_->setText(message);
-    message_->setVisible(!message.isEmpty());
-    pages_->setCurrentWidget(messagePage_);
 }
 
 void VimeoWindow::showPlan(const app::VimeoPlanState& plan) {

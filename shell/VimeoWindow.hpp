@@ -5,6 +5,7 @@
 #include <QWidget>
 
 #include "app/VimeoSyncModel.hpp"
+#include "shell/WindowParts.hpp"
 
 class QCheckBox;
 class QComboBox;
@@ -37,7 +38,6 @@ private:
     class Videos;
 
     void modelChanged();
-    void showMessage(const QString& title, const QString& message);
     void showPlan(const app::VimeoPlanState& plan);
     void showRun(const app::VimeoRunState& run);
     void showEnd(const app::VimeoEndState& end);
@@ -51,9 +51,7 @@ private:
     std::shared_ptr<app::VimeoSyncModel> model_;
     QStackedWidget* pages_;
 
-    QWidget* messagePage_;
-    QLabel* messageTitle_;
-    QLabel* message_;
+    windowParts::MessagePage messagePage_;
 
     QWidget* tokenPage_;
     QLineEdit* token_;

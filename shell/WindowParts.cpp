@@ -37,6 +37,21 @@ QVBoxLayout* addPage(QStackedWidget* pages, QWidget*& page) {
     return layout;
 }
 
+MessagePage::MessagePage(QStackedWidget* pages)
+    : pages_(pages), title_(label("heading", "Title")), message_(label(nullptr, "Message")) {
+    auto* layout = addPage(pages, page_);
+    layout->addWidget(title_);
+    layout->addWidget(message_);
+    layout->addStretch(1);
+}
+
+void MessagePage::show(const QString& title, const QString& message) const {
+    title_->setText(title);
+    message_->setText(message);
+    message_->setVisible(!message.isEmpty());
+    pages_->setCurrentWidget(page_);
+}
+
 QTableView* table(const QString& name) {
     auto* made = new QTableView;
     made->setAccessibleName(name);

@@ -20,6 +20,19 @@ QLabel* label(const char* role = nullptr, const QString& name = QString());
 QPushButton* button(const QString& words, const char* role = nullptr);
 // A page of a window, its parts one under another.
 QVBoxLayout* addPage(QStackedWidget* pages, QWidget*& page);
+// The page that tells one thing: a title, and a message under it when there is one.
+class MessagePage {
+public:
+    explicit MessagePage(QStackedWidget* pages);
+    void show(const QString& title, const QString& message) const;
+
+private:
+    QStackedWidget* pages_;
+    QWidget* page_;
+    QLabel* title_;
+    QLabel* message_;
+};
+
 // A table of whole rows that are not edited in place, without a grid.
 QTableView* table(const QString& name);
 
