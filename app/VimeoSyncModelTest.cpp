@@ -70,7 +70,10 @@ public:
                                           const std::function<void(const VimeoScanProgress&)>&) override {
         return {};
     }
-    VimeoLocalFile localFile(const std::filesystem::path& file) override { return VimeoLocalFile{file, 60}; }
+    VimeoLocalFile localFile(const std::filesystem::path& file) override {
+        if (file.filename() == "gone.mp4") throw std::runtime_error("There is no file at \u201c" + file.string() + "\u201d.");
+        return VimeoLocalFile{file, 60};
+    }
     VimeoSyncResult sync(const VimeoSyncRequest& request,
                          const std::function<void(const VimeoSyncProgress&)>& onProgress) override {
         syncedItems = request.items;
@@ -236,6 +239,33 @@ TEST_F(VimeoSyncModelTest, TheDefaultSelectionTakesVideosThatAnyoneMayWatchAndTh
     openPlan();
     model->selectByDefault();
     EXPECT_EQ(selectedIDs(), (std::vector<std::string>{"1", "2"}));
+}
+
+TEST_F(VimeoSyncModelTest, AFileChosenByHandGivesAVideoWithoutADownloadItsFileAndIsKeptWithTheSite) {
+    openPlan();
+    model->chooseFile("5", "/films/gone.mp4");
+    queue.runUntil([&] { return model->as<VimeoPlanState>()->fileProblem.has_value(); });
+    EXPECT_EQ(*model->as<VimeoPlanState>()->fileProblem, "There is no file at \u201c/films/gone.mp4\u201d.");
+    EXPECT_FALSE(entry("5").canBeSelected);
+
+    model->chooseFile("5", "/films/no-download.mp4");
+    queue.runUntil([&] { return entry("5").localFile.has_value(); });
+    EXPECT_EQ(entry("5").localFile, "/films/no-download.mp4");
+    EXPECT_TRUE(entry("5").canBeSelected);
+    EXPECT_TRUE(entry("5").isSelected);
+    EXPECT_TRUE(entry("5").fileMatchText);
+    EXPECT_EQ(savedSelection.files.at("5"), "/films/no-download.mp4");
+
+    // The next opening inspects the chosen file again.
+    openPlan();
+    queue.runUntil([&] { return entry("5").localFile.has_value(); });
+    service->script = [](const auto&) { return VimeoSyncResult{}; };
+    ASSERT_EQ(model->start(), std::nullopt);
+    runUntilEnded();
+    ASSERT_EQ(service->syncedItems.size(), 3u);
+    EXPECT_EQ(service->syncedItems[2].video.id, "5");
+    EXPECT_EQ(service->syncedItems[2].file, "/films/no-download.mp4");
+    EXPECT_FALSE(service->syncedItems[0].file);
 }
 
 TEST_F(VimeoSyncModelTest, AStartIsRefusedWhileAnotherJobHoldsTheSite) {
