@@ -48,7 +48,9 @@ QString siteText(const app::VimeoPlanEntry& entry) {
 
 QString fileText(const app::VimeoPlanEntry& entry) {
     if (entry.fileMatchText) return text(*entry.fileMatchText);
-    if (entry.localFile) return format::quoted(text(entry.localFile->filename().string()));
+    // A file chosen by hand shows while it is read, and when it cannot be.
+    if (const auto& file = entry.localFile ? entry.localFile : entry.choice.file)
+        return format::quoted(text(file->filename().string()));
     return entry.vimeoFile ? "From Vimeo" : "No file";
 }
 
