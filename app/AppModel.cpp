@@ -225,6 +225,7 @@ void AppModel::removeSite(const SiteID& id) {
     services_.secrets->remove(storage.setupTokenItem);
     services_.secrets->remove(storage.vimeoTokenItem);
     std::erase_if(settings_.sites, [&](const LocalSite& site) { return site.id == id; });
+    settings_.vimeoSelections.erase(storage.vimeoSelectionsKey);
     if (settings_.defaultSite == id) settings_.defaultSite.reset();
     std::erase(settings_.lastOpenLibraries, id);
     save();
@@ -274,6 +275,9 @@ std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
                 if (each.id == local.id) each = local;
         });
     };
+    host.saveVimeoSelection = [this, key = SiteStorage(id).vimeoSelectionsKey](const VimeoSelection& selection) {
+        changeSettings([&](LocalSettings& s) { s.vimeoSelections[key] = selection; });
+    };
     auto made = SiteWorkspace::make(*site, services, host, mainQueue_, timing_);
     workspaces_[id] = made;
     limiters_[id] = limiter;
@@ -302,8 +306,9 @@ void AppModel::quit() {
     isQuitting_ = true;
     for (auto& [id, workspace] : workspaces_) {
         workspace->stop();
-        // A bulk run stops with its clean-up; the rows it finished stay in its results file.
+        // A batch run stops with its clean-up; what it finished stays in the site (and a bulk run's results file).
         if (workspace->batchRunHere() == BatchRunKind::bulkUpload) workspace->bulkUpload()->stop();
+        if (workspace->batchRunHere() == BatchRunKind::vimeoSync) workspace->vimeoSync()->stop();
     }
 }
 

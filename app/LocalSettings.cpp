@@ -104,6 +104,11 @@ Json LocalSettings::toJson() const {
     if (legacySite) json["legacySite"] = legacySite->value;
     if (defaultSite) json["defaultSite"] = defaultSite->value;
     if (lastUploadRate) json["lastUploadRate"] = *lastUploadRate;
+    if (!vimeoSelections.empty()) {
+        Json selections = Json::object();
+        for (const auto& [key, selection] : vimeoSelections) selections[key] = selection.toJson();
+        json["vimeoSelections"] = selections;
+    }
     return json;
 }
 
@@ -130,6 +135,9 @@ LocalSettings LocalSettings::fromJson(const Json& json) {
     settings.uploadTuning = UploadTuning::fromJson(json.value("uploadTuning", Json())).value_or(UploadTuning{});
     settings.lastUploadRate = optionalField<double>(json, "lastUploadRate");
     settings.lastOpenLibraries = siteIDs(json, "lastOpenLibraries");
+    if (auto selections = json.find("vimeoSelections"); selections != json.end() && selections->is_object())
+        for (const auto& [key, selection] : selections->items())
+            settings.vimeoSelections.emplace(key, VimeoSelection::fromJson(selection));
     if (json.contains("site")) {
         if (auto earlier = SiteSummary::fromJson(json["site"])) {
             LocalSite site{SiteID{}, *earlier, VideoVisibility::publicVideo, std::nullopt, UploadLimit{}};

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "app/SiteStorage.hpp"
 #include "app/UploadSettings.hpp"
+#include "app/VimeoSelection.hpp"
 #include "core/base/Json.hpp"
 #include "core/publish/AudioLoudness.hpp"
 #include "core/publish/EncodingSpeed.hpp"
@@ -68,6 +70,8 @@ struct LocalSettings {
     std::optional<double> lastUploadRate;
     std::vector<SiteID> lastOpenLibraries;
     EncodingSpeed encodingSpeed = EncodingSpeed::balanced;
+    // Each site's choices of its Vimeo account, under the site's vimeoSelectionsKey.
+    std::map<std::string, VimeoSelection> vimeoSelections;
     // The one site of the older single-site form, read only; migrateEarlierSite() adopts it.
     std::optional<LocalSite> earlierSite;
 

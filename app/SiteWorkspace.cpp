@@ -56,6 +56,7 @@ SiteWorkspace::SiteWorkspace(LocalSite local, Services services, Host host, Main
 SiteWorkspace::~SiteWorkspace() {
     // Tasks hold only weak references; dropping them cancels and joins them.
     madeBulkUpload_.reset();
+    madeVimeoSync_.reset();
     madeBatchRunWatch_.reset();
     reviewModel_.reset();
     nameCheck_.reset();
@@ -269,6 +270,18 @@ void SiteWorkspace::endBatchRun() {
     changed();
 }
 
+std::optional<std::string> SiteWorkspace::foreignRun() {
+    const auto& run = batchRunWatch().run();
+    return run ? std::optional(run->message()) : std::nullopt;
+}
+
+void SiteWorkspace::batchRunEnded() {
+    endBatchRun();
+    // What the run published shows in the library and on the home page, also after a stop.
+    if (madeLibrary_) madeLibrary_->refresh();
+    if (services_.library.catalog) catalog().requestRebuild();
+}
+
 std::shared_ptr<BulkUploadModel> SiteWorkspace::bulkUpload() {
     if (!madeBulkUpload_) {
         BulkUploadModel::Host host{
@@ -278,20 +291,39 @@ std::shared_ptr<BulkUploadModel> SiteWorkspace::bulkUpload() {
             defaultComputerName(),
             [this] { return screen_.isActive(); },
             [this] { return batchRunHere_ == BatchRunKind::vimeoSync; },
-            [this]() -> std::optional<std::string> {
-                const auto& run = batchRunWatch().run();
-                return run ? std::optional(run->message()) : std::nullopt;
-            },
+            [this] { return foreignRun(); },
             [this] { beginBatchRun(BatchRunKind::bulkUpload); },
-            // What the run published shows in the library and on the home page, also after a stop.
-            [this] {
-                endBatchRun();
-                if (madeLibrary_) madeLibrary_->refresh();
-                if (services_.library.catalog) catalog().requestRebuild();
-            }};
+            [this] { batchRunEnded(); }};
         madeBulkUpload_ = BulkUploadModel::make(services_.bulk, std::move(host), mainQueue_);
     }
     return madeBulkUpload_;
+}
+
+std::shared_ptr<VimeoSyncModel> SiteWorkspace::vimeoSync() {
+    if (!madeVimeoSync_) {
+        const auto selectionKey = SiteStorage(local_.id).vimeoSelectionsKey;
+        VimeoSyncModel::Host host{
+            [this] { return access(); },
+            [this] { return host_.macSettings ? host_.macSettings().lastUploadRate : std::nullopt; },
+            [this] { return host_.macSettings ? host_.macSettings().uploadTuning : UploadTuning{}; },
+            defaultComputerName(),
+            [this] { return screen_.isActive(); },
+            [this] { return batchRunHere_ == BatchRunKind::bulkUpload; },
+            [this] { return foreignRun(); },
+            [this, selectionKey] {
+                if (!host_.macSettings) return VimeoSelection{};
+                const auto selections = host_.macSettings().vimeoSelections;
+                const auto found = selections.find(selectionKey);
+                return found == selections.end() ? VimeoSelection{} : found->second;
+            },
+            [this](const VimeoSelection& selection) {
+                if (host_.saveVimeoSelection) host_.saveVimeoSelection(selection);
+            },
+            [this] { beginBatchRun(BatchRunKind::vimeoSync); },
+            [this] { batchRunEnded(); }};
+        madeVimeoSync_ = VimeoSyncModel::make(services_.vimeo, std::move(host), mainQueue_);
+    }
+    return madeVimeoSync_;
 }
 
 CatalogModel& SiteWorkspace::catalog() {

@@ -12,6 +12,7 @@
 #include "app/BatchRunWatch.hpp"
 #include "app/BulkUploadModel.hpp"
 #include "app/VimeoService.hpp"
+#include "app/VimeoSyncModel.hpp"
 #include "app/CatalogModel.hpp"
 #include "app/CredentialStore.hpp"
 #include "app/LibraryModel.hpp"
@@ -53,6 +54,7 @@ public:
         std::function<LocalSettings()> macSettings;
         std::function<void(double)> recordUploadRate;
         std::function<void(const LocalSite&)> save;
+        std::function<void(const VimeoSelection&)> saveVimeoSelection;
     };
     struct Services {
         std::shared_ptr<PublishService> publish;
@@ -97,6 +99,8 @@ public:
     // The bulk upload of the site, made on first use. Its run holds the site like a
     // batch run of this application: no publish starts while it goes on.
     std::shared_ptr<BulkUploadModel> bulkUpload();
+    // The Vimeo import of the site, made on first use; its sync holds the site as a bulk upload does.
+    std::shared_ptr<VimeoSyncModel> vimeoSync();
     CatalogModel& catalog();
     const Services& services() const { return services_; }
     // The bucket access of the site, or the secret store's failure.
@@ -142,6 +146,10 @@ private:
     PublishingState* currentJob();
     // Copies the review model into the screen.
     void showReview();
+    // The words of another computer's batch run on the site, if one holds it.
+    std::optional<std::string> foreignRun();
+    // A batch run of this application ended: the site is free, and the library and pages follow its changes.
+    void batchRunEnded();
 
     LocalSite local_;
     Services services_;
@@ -157,6 +165,7 @@ private:
     std::shared_ptr<LibraryModel> madeLibrary_;
     std::shared_ptr<CatalogModel> madeCatalog_;
     std::shared_ptr<BulkUploadModel> madeBulkUpload_;
+    std::shared_ptr<VimeoSyncModel> madeVimeoSync_;
     std::shared_ptr<BatchRunWatch> madeBatchRunWatch_;
     std::optional<BatchRunKind> batchRunHere_;
     std::uint64_t nameCheckGeneration_ = 0;

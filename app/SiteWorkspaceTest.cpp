@@ -98,7 +98,7 @@ struct Fixture {
         site.pageHost = Hostname::parse("localhost");
         if (!credentials) site.localFolder = siteFolder;
         LocalSite local{SiteID{"local"}, site, VideoVisibility::publicVideo, std::nullopt, UploadLimit{}};
-        SiteWorkspace::Host host{[] { return LocalSettings{}; }, [this](double rate) { recordedRate = rate; }, nullptr};
+        SiteWorkspace::Host host{[] { return LocalSettings{}; }, [this](double rate) { recordedRate = rate; }, nullptr, nullptr};
         workspace = SiteWorkspace::make(local, {publish ? publish : service, credentials, {nullptr, catalog}, nullptr, batchRuns, nullptr}, host, queue,
                                         {nameCheckDelay, 20s, CatalogModel::defaultInterval});
     }

@@ -2,7 +2,6 @@
 
 #include <map>
 
-#include <QAbstractTableModel>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QGridLayout>
@@ -21,135 +20,36 @@
 #include "shell/Appearance.hpp"
 #include "shell/Format.hpp"
 #include "shell/LibraryDialogs.hpp"
+#include "shell/RunTable.hpp"
+#include "shell/WindowParts.hpp"
 
 namespace vorlen::shell {
 
 namespace {
 
-QString text(const std::string& value) { return QString::fromStdString(value); }
-
-QLabel* label(const char* role = nullptr, const QString& name = QString()) {
-    auto* made = new QLabel;
-    made->setWordWrap(true);
-    made->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    if (role) setRole(made, role);
-    if (!name.isEmpty()) made->setAccessibleName(name);
-    return made;
-}
-
-QPushButton* button(const QString& words, const char* role = nullptr) {
-    auto* made = new QPushButton(words);
-    made->setAccessibleName(words);
-    made->setAutoDefault(true);
-    if (role) setRole(made, role);
-    return made;
-}
-
-// A page of the window, its parts one under another.
-QVBoxLayout* addPage(QStackedWidget* pages, QWidget*& page) {
-    page = new QWidget;
-    auto* layout = new QVBoxLayout(page);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(8);
-    pages->addWidget(page);
-    return layout;
-}
+using namespace windowParts;
 
 QString fileName(const std::filesystem::path& path) { return format::quoted(text(path.filename().string())); }
 
-// "Encodes · 42%"
-QString activeText(const BatchActiveItem& active) {
-    QString words = text(app::BulkWords::phase(active.phase));
-    if (active.progress) words += QString("  \u00b7  %1%").arg(int(active.progress->stageFraction * 100));
-    if (active.folder) words += "  " + format::quoted(text(*active.folder));
-    return words;
+// A row's number in the sheet, its title or file name, and its length once known.
+RunTable::Cells cellsOf(const std::vector<BulkRow>& rows, const std::map<std::filesystem::path, double>& durations) {
+    return [&rows, &durations](std::int64_t item) -> std::optional<QStringList> {
+        if (item < 0 || std::size_t(item) >= rows.size()) return std::nullopt;
+        const auto& row = rows[std::size_t(item)];
+        QString duration;
+        if (row.file)
+            if (const auto found = durations.find(*row.file); found != durations.end()) duration = format::clock(found->second);
+        return QStringList{QString::number(row.index + 1),
+                           text(row.title ? *row.title : row.file ? row.file->filename().string() : ""), duration};
+    };
 }
 
 constexpr ReimportMode reimportModes[] = {ReimportMode::skip, ReimportMode::videoAndAudio, ReimportMode::audioOnly};
 
 }  // namespace
 
-// The rows of a run that are in work or done, with their state.
-class BulkWindow::Rows : public QAbstractTableModel {
-public:
-    enum Column { row, name, duration, status, columns };
-    struct Line {
-        QString row, name, duration, status;
-        bool isFailure = false;
-    };
-
-    using QAbstractTableModel::QAbstractTableModel;
-
-    void setLines(std::vector<Line> lines) {
-        beginResetModel();
-        lines_ = std::move(lines);
-        endResetModel();
-    }
-
-    int rowCount(const QModelIndex& parent) const override { return parent.isValid() ? 0 : int(lines_.size()); }
-    int columnCount(const QModelIndex& parent) const override { return parent.isValid() ? 0 : columns; }
-
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override {
-        if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
-        switch (section) {
-        case row: return "Row";
-        case name: return "Video";
-        case duration: return "Duration";
-        case status: return "Status";
-        default: return {};
-        }
-    }
-
-    QVariant data(const QModelIndex& index, int role) const override {
-        const auto& line = lines_[std::size_t(index.row())];
-        if (role == Qt::ForegroundRole && index.column() == status && line.isFailure)
-            return Colors::of(currentColorScheme()).error;
-        if (role == Qt::ToolTipRole && index.column() == status) return line.status;
-        if (role != Qt::DisplayRole) return {};
-        switch (index.column()) {
-        case row: return line.row;
-        case name: return line.name;
-        case duration: return line.duration;
-        case status: return line.status;
-        default: return {};
-        }
-    }
-
-    // The rows with a result or in work, in the order of the sheet.
-    static std::vector<Line> of(const std::vector<BulkRow>& rows, const std::map<std::int64_t, BulkRowOutcome>& results,
-                                const std::vector<BatchActiveItem>& active,
-                                const std::map<std::filesystem::path, double>& durations) {
-        std::map<std::int64_t, Line> lines;
-        auto lineOf = [&](std::int64_t item) -> Line* {
-            if (item < 0 || std::size_t(item) >= rows.size()) return nullptr;
-            const auto& sheetRow = rows[std::size_t(item)];
-            auto& made = lines[item];
-            made.row = QString::number(sheetRow.index + 1);
-            made.name = text(sheetRow.title ? *sheetRow.title : sheetRow.file ? sheetRow.file->filename().string() : "");
-            if (sheetRow.file)
-                if (const auto found = durations.find(*sheetRow.file); found != durations.end())
-                    made.duration = format::clock(found->second);
-            return &made;
-        };
-        for (const auto& [item, outcome] : results) {
-            if (auto* line = lineOf(item)) {
-                line->status = text(app::BulkWords::outcome(outcome));
-                line->isFailure = std::holds_alternative<bulkOutcome::Failed>(outcome);
-            }
-        }
-        for (const auto& each : active)
-            if (auto* line = lineOf(each.item)) line->status = activeText(each);
-        std::vector<Line> ordered;
-        for (auto& [item, line] : lines) ordered.push_back(std::move(line));
-        return ordered;
-    }
-
-private:
-    std::vector<Line> lines_;
-};
-
 BulkWindow::BulkWindow(std::shared_ptr<app::BulkUploadModel> model, QWidget* parent)
-    : QWidget(parent, Qt::Window), model_(std::move(model)) {
+    : QWidget(parent, Qt::Window), model_(std::move(model)), pages_(new QStackedWidget), messagePage_(pages_) {
     setObjectName("bulk");
     setWindowTitle("Bulk Upload");
     resize(900, 680);
@@ -158,14 +58,7 @@ BulkWindow::BulkWindow(std::shared_ptr<app::BulkUploadModel> model, QWidget* par
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(24, 20, 24, 16);
     layout->setSpacing(12);
-    pages_ = new QStackedWidget;
     layout->addWidget(pages_, 1);
-
-    auto* messageLayout = addPage(pages_, messagePage_);
-    messageTitle_ = label("heading", "Title");
-    message_ = label(nullptr, "Message");
-    for (auto* part : {messageTitle_, message_}) messageLayout->addWidget(part);
-    messageLayout->addStretch(1);
 
     auto* mappingLayout = addPage(pages_, mappingPage_);
     sheetName_ = label("heading", "Spreadsheet");
@@ -220,26 +113,13 @@ BulkWindow::BulkWindow(std::shared_ptr<app::BulkUploadModel> model, QWidget* par
     estimate_ = label("secondary", "Estimate");
     report_ = label("secondary", "Report");
     for (auto* part : {runTitle_, counts_, estimate_, report_}) runLayout->addWidget(part);
-    table_ = new Rows(this);
-    rows_ = new QTableView;
-    rows_->setAccessibleName("Rows");
+    table_ = new RunTable({"Row", "Video", "Duration", "Status"}, app::BulkWords::phase, this);
+    rows_ = table("Rows");
     rows_->setModel(table_);
-    rows_->setSelectionBehavior(QAbstractItemView::SelectRows);
-    rows_->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    rows_->setTabKeyNavigation(false);
-    rows_->setShowGrid(false);
-    rows_->setWordWrap(false);
-    rows_->setAlternatingRowColors(true);
-    rows_->verticalHeader()->hide();
-    rows_->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     auto* header = rows_->horizontalHeader();
-    header->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
-    header->setHighlightSections(false);
-    header->setSectionResizeMode(QHeaderView::Interactive);
-    header->resizeSection(Rows::row, 56);
-    header->resizeSection(Rows::name, 260);
-    header->resizeSection(Rows::duration, 90);
-    header->setStretchLastSection(true);
+    header->resizeSection(0, 56);
+    header->resizeSection(1, 260);
+    header->resizeSection(2, 90);
     runLayout->addWidget(rows_, 1);
 
     auto* buttons = new QHBoxLayout;
@@ -300,26 +180,19 @@ void BulkWindow::modelChanged() {
     start_->hide();
     close_->setText("Close");
     if (const auto* opening = std::get_if<app::bulkPhase::Opening>(&phase))
-        showMessage("Opening " + fileName(opening->input) + "\u2026", QString());
+        messagePage_.show("Opening " + fileName(opening->input) + "\u2026", QString());
     else if (const auto* unreadable = std::get_if<app::bulkPhase::Unreadable>(&phase))
-        showMessage(text(unreadable->problem.title), text(unreadable->problem.message));
+        messagePage_.show(text(unreadable->problem.title), text(unreadable->problem.message));
     else if (std::holds_alternative<app::bulkPhase::Empty>(phase))
-        showMessage(app::BulkWords::cannotOpen, app::BulkWords::empty);
+        messagePage_.show(app::BulkWords::cannotOpen, app::BulkWords::empty);
     else if (const auto* failed = std::get_if<app::bulkPhase::Failed>(&phase))
-        showMessage(text(failed->problem.title), text(failed->problem.message));
+        messagePage_.show(text(failed->problem.title), text(failed->problem.message));
     else if (const auto* mapping = std::get_if<app::BulkMappingState>(&phase))
         showMapping(*mapping);
     else if (const auto* run = std::get_if<app::BulkRunState>(&phase))
         showRun(*run);
     else if (const auto* end = std::get_if<app::BulkEndState>(&phase))
         showEnd(*end);
-}
-
-void BulkWindow::showMessage(const QString& title, const QString& message) {
-    messageTitle_->setText(title);
-    message_->setText(message);
-    message_->setVisible(!message.isEmpty());
-    pages_->setCurrentWidget(messagePage_);
 }
 
 void BulkWindow::showMapping(const app::BulkMappingState& mapping) {
@@ -386,8 +259,10 @@ void BulkWindow::showRun(const app::BulkRunState& run) {
         estimate_->setText(progress->eta ? "About " + format::clock(*progress->eta) + " left"
                                          : QString("Estimating the time left\u2026"));
     estimate_->show();
-    table_->setLines(progress ? Rows::of(run.rows, progress->results, progress->activeItems, run.durations)
-                              : std::vector<Rows::Line>{});
+    if (progress)
+        table_->show(progress->results, progress->activeItems, cellsOf(run.rows, run.durations));
+    else
+        table_->clear();
     pages_->setCurrentWidget(runPage_);
 }
 
@@ -402,7 +277,7 @@ void BulkWindow::showEnd(const app::BulkEndState& end) {
     if (end.addedRowCount > 0) report << text(app::BulkWords::addedRows(end.addedRowCount));
     report_->setText(report.join('\n'));
     report_->show();
-    table_->setLines(Rows::of(end.rows, end.results, {}, end.durations));
+    table_->show(end.results, {}, cellsOf(end.rows, end.durations));
     pages_->setCurrentWidget(runPage_);
 }
 

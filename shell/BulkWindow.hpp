@@ -7,6 +7,7 @@
 #include <QWidget>
 
 #include "app/BulkUploadModel.hpp"
+#include "shell/WindowParts.hpp"
 
 class QComboBox;
 class QLabel;
@@ -16,6 +17,8 @@ class QTableView;
 class QTableWidget;
 
 namespace vorlen::shell {
+
+class RunTable;
 
 // The bulk upload of one site in a window of its own: the columns of a
 // spreadsheet to confirm, then its rows as they are published, then the report.
@@ -33,10 +36,7 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    class Rows;
-
     void modelChanged();
-    void showMessage(const QString& title, const QString& message);
     void showMapping(const app::BulkMappingState& mapping);
     void showRun(const app::BulkRunState& run);
     void showEnd(const app::BulkEndState& end);
@@ -46,9 +46,7 @@ private:
     std::shared_ptr<app::BulkUploadModel> model_;
     QStackedWidget* pages_;
 
-    QWidget* messagePage_;
-    QLabel* messageTitle_;
-    QLabel* message_;
+    windowParts::MessagePage messagePage_;
 
     QWidget* mappingPage_;
     QLabel* sheetName_;
@@ -66,7 +64,7 @@ private:
     QLabel* counts_;
     QLabel* estimate_;
     QLabel* report_;
-    Rows* table_;
+    RunTable* table_;
     QTableView* rows_;
     QPushButton* stop_;
     QPushButton* close_;

@@ -1,23 +1,12 @@
 #include "shell/BulkWindow.hpp"
 
 #include <QComboBox>
-#include <QLabel>
 #include <QTableView>
 
 #include "app/BulkWords.hpp"
 #include "shell/DeskFixture.hpp"
 
 namespace vorlen::shell {
-
-namespace {
-
-QString labelText(QWidget* window, const QString& name) {
-    for (auto* label : window->findChildren<QLabel*>())
-        if (label->isVisible() && label->accessibleName() == name) return label->text();
-    return "(no label " + name + ")";
-}
-
-}  // namespace
 
 TEST(BulkWindowTest, ASpreadsheetIsMappedThenItsRowsArePublishedAndReported) {
     Desk desk;
@@ -31,7 +20,7 @@ TEST(BulkWindowTest, ASpreadsheetIsMappedThenItsRowsArePublishedAndReported) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return !model.as<app::bulkPhase::Opening>(); }, 30000));
     ASSERT_TRUE(model.as<app::BulkMappingState>());
     // No column is named File: the person picks the one with the paths.
-    EXPECT_EQ(labelText(bulk, "Plan"), app::BulkWords::needsFile);
+    EXPECT_EQ(shownLabelText(bulk, "Plan"), app::BulkWords::needsFile);
     EXPECT_FALSE(desk.find<QAbstractButton>("Start", bulk)->isEnabled());
     auto* file = desk.find<QComboBox>("File", bulk);
     ASSERT_TRUE(file);
@@ -39,9 +28,9 @@ TEST(BulkWindowTest, ASpreadsheetIsMappedThenItsRowsArePublishedAndReported) {
     QTest::keyClick(file->view(), Qt::Key_Down);
     QTest::keyClick(file->view(), Qt::Key_Return);
     EXPECT_EQ(file->currentText(), "Path");
-    EXPECT_EQ(labelText(bulk, "Plan"), "2 rows: 0 done earlier, 2 to publish.");
+    EXPECT_EQ(shownLabelText(bulk, "Plan"), "2 rows: 0 done earlier, 2 to publish.");
     EXPECT_EQ(desk.find<QComboBox>("Reference", bulk)->currentText(), "Reference");
-    EXPECT_EQ(labelText(bulk, "Results"),
+    EXPECT_EQ(shownLabelText(bulk, "Results"),
               "No row is done yet. Vorlen writes the result of each row to \u201cfilms (published).csv\u201d.");
     screenshot(bulk, "41-bulk-mapping");
     expectAccessibleNames(bulk);
@@ -62,11 +51,11 @@ TEST(BulkWindowTest, ASpreadsheetIsMappedThenItsRowsArePublishedAndReported) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return !model.isRunning(); }, 120000));
     EXPECT_FALSE(workspace->batchRunHere());
     const auto* ended = model.as<app::BulkEndState>();
-    ASSERT_TRUE(ended) << labelText(bulk, "Message").toStdString();
+    ASSERT_TRUE(ended) << shownLabelText(bulk, "Message").toStdString();
     EXPECT_EQ(ended->ending, app::BulkEndState::Ending::completed);
-    EXPECT_EQ(labelText(bulk, "Title"), app::BulkWords::completedTitle);
-    EXPECT_EQ(labelText(bulk, "Counts"), "Published: 1, re-imported: 0, skipped: 0, failed: 1, left: 0");
-    EXPECT_TRUE(labelText(bulk, "Report").startsWith("Results: " + QString::fromStdString(ended->output.string())));
+    EXPECT_EQ(shownLabelText(bulk, "Title"), app::BulkWords::completedTitle);
+    EXPECT_EQ(shownLabelText(bulk, "Counts"), "Published: 1, re-imported: 0, skipped: 0, failed: 1, left: 0");
+    EXPECT_TRUE(shownLabelText(bulk, "Report").startsWith("Results: " + QString::fromStdString(ended->output.string())));
     auto* rows = bulk->rows()->model();
     ASSERT_EQ(rows->rowCount(), 2);
     auto cell = [&](int row, int column) { return rows->index(row, column).data().toString(); };
@@ -80,7 +69,7 @@ TEST(BulkWindowTest, ASpreadsheetIsMappedThenItsRowsArePublishedAndReported) {
     bulk->open(sheet);
     ASSERT_TRUE(QTest::qWaitFor([&] { return model.as<app::BulkMappingState>() != nullptr; }, 30000));
     model.choose(app::BulkColumnRole::file, BulkSheetColumn{0, "Path"});
-    EXPECT_EQ(labelText(bulk, "Plan"), "2 rows: 1 done earlier, 1 to publish.");
+    EXPECT_EQ(shownLabelText(bulk, "Plan"), "2 rows: 1 done earlier, 1 to publish.");
     EXPECT_TRUE(desk.find<QAbstractButton>("Re-import Done Rows", bulk)->isEnabled());
 }
 

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include <QAccessible>
@@ -14,6 +15,7 @@
 #include <QAbstractSpinBox>
 #include <QApplication>
 #include <QDir>
+#include <QLabel>
 #include <QProgressBar>
 #include <QSlider>
 #include <QTest>
@@ -42,7 +44,12 @@ struct Desk {
     fs::path siteFolder = home / "films";
     app::SiteID site;
 
-    explicit Desk(std::optional<app::UploadLimit> uploadLimit = std::nullopt) {
+    // Services that a test puts in place of the core's, such as a Vimeo account of its own.
+    std::function<void(app::AppModel::Services&)> changeServices;
+
+    explicit Desk(std::optional<app::UploadLimit> uploadLimit = std::nullopt,
+                  std::function<void(app::AppModel::Services&)> changeServices = nullptr)
+        : changeServices(std::move(changeServices)) {
         for (auto [name, folder] : {std::pair{"HOME", "home"}, {"XDG_CONFIG_HOME", "config"}, {"XDG_DATA_HOME", "data"},
                                     {"XDG_CACHE_HOME", "cache"}})
             ::setenv(name, (home / folder).c_str(), 1);
@@ -73,6 +80,7 @@ struct Desk {
         app::LocalSettingsStore store(home / "config" / "vorlen" / "settings.json");
         auto services = app::coreServices(store);
         services.secrets = std::make_shared<app::FileSecretStore>(home / "secrets.json");
+        if (changeServices) changeServices(services);
         model = std::make_unique<app::AppModel>(store, services, queue);
     }
 
@@ -128,6 +136,13 @@ struct Desk {
 template <class Widget>
 Widget* named(QWidget* within, const char* name) {
     return static_cast<Widget*>(within->findChild<QWidget*>(name));
+}
+
+// The text of the visible label with this accessible name.
+inline QString shownLabelText(QWidget* window, const QString& name) {
+    for (auto* label : window->findChildren<QLabel*>())
+        if (label->isVisible() && label->accessibleName() == name) return label->text();
+    return "(no label " + name + ")";
 }
 
 // Every control that the keyboard can reach, and every indicator, says what it is.

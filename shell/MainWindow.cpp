@@ -30,6 +30,7 @@
 #include "shell/SettingsWindow.hpp"
 #include "shell/SetupWindow.hpp"
 #include "shell/StartView.hpp"
+#include "shell/VimeoWindow.hpp"
 
 namespace vorlen::shell {
 
@@ -71,6 +72,10 @@ MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_
     bulkUpload_->setAccessibleName("Bulk Upload");
     bulkUpload_->setAutoDefault(true);
     headerLayout->addWidget(bulkUpload_);
+    vimeoImport_ = new QPushButton("Import from Vimeo\u2026", header);
+    vimeoImport_->setAccessibleName("Import from Vimeo");
+    vimeoImport_->setAutoDefault(true);
+    headerLayout->addWidget(vimeoImport_);
     settings_ = new QPushButton("Settings", header);
     settings_->setAccessibleName("Settings");
     settings_->setAutoDefault(true);
@@ -106,6 +111,7 @@ MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_
 
     QObject::connect(library_, &QPushButton::clicked, this, [this] { openLibrary(workspace_->id()); });
     QObject::connect(bulkUpload_, &QPushButton::clicked, this, &MainWindow::chooseSheet);
+    QObject::connect(vimeoImport_, &QPushButton::clicked, this, [this] { openVimeoImport(workspace_->id()); });
     QObject::connect(settings_, &QPushButton::clicked, this, [this] { openSettings(); });
     QObject::connect(sitePicker_, &QComboBox::activated, this, [this](int index) {
         app::SiteID id{sitePicker_->itemData(index).toString().toStdString()};
@@ -149,6 +155,7 @@ void MainWindow::showSite(const app::SiteID& id) {
         view->bind(workspace_);
     showSites();
     bulkUpload_->setVisible(workspace_->services().bulk != nullptr);
+    vimeoImport_->setVisible(workspace_->services().vimeo != nullptr);
     refresh();
     showBatchRun();
 }
@@ -302,6 +309,21 @@ BulkWindow* MainWindow::openBulkUpload(const app::SiteID& id, const std::filesys
     }
     bulk->open(sheet);
     return bulk;
+}
+
+VimeoWindow* MainWindow::openVimeoImport(const app::SiteID& id) {
+    QPointer<VimeoWindow>& vimeo = vimeoImports_[id];
+    if (!vimeo) {
+        vimeo = new VimeoWindow(model_.workspace(id)->vimeoSync(), this);
+        vimeo->setAttribute(Qt::WA_DeleteOnClose);
+        vimeo->setWindowTitle(QString::fromStdString(id.value) + " \u2014 Import from Vimeo");
+        // A new window shows the account as it is now; a sync that goes on keeps its screen.
+        vimeo->model().open();
+    }
+    vimeo->show();
+    vimeo->raise();
+    vimeo->activateWindow();
+    return vimeo;
 }
 
 SetupWindow* MainWindow::openSetup() {

@@ -28,6 +28,7 @@ class ScreenView;
 class SettingsWindow;
 class SetupWindow;
 class StartView;
+class VimeoWindow;
 
 // The window of one site at a time: the screens of its workspace, a site
 // picker when there are several, the settings, and a library window for each site.
@@ -44,6 +45,8 @@ public:
     LibraryWindow* openLibrary(const app::SiteID& id);
     // The site's bulk upload window with a spreadsheet opened in it, made or brought to the front.
     BulkWindow* openBulkUpload(const app::SiteID& id, const std::filesystem::path& sheet);
+    // The site's Vimeo import window, made or brought to the front.
+    VimeoWindow* openVimeoImport(const app::SiteID& id);
     // The setup of a site in a Cloudflare account, which the window shows once it is complete.
     SetupWindow* openSetup();
     // The screen on show.
@@ -73,6 +76,7 @@ private:
     bool isWaitingToQuit_ = false;
     std::map<app::SiteID, QPointer<LibraryWindow>> libraries_;
     std::map<app::SiteID, QPointer<BulkWindow>> bulkUploads_;
+    std::map<app::SiteID, QPointer<VimeoWindow>> vimeoImports_;
     ScreenView* shownView_ = nullptr;
 
     QComboBox* sitePicker_;
@@ -81,6 +85,7 @@ private:
     QLabel* batchRunNotice_;
     QPushButton* library_;
     QPushButton* bulkUpload_;
+    QPushButton* vimeoImport_;
     QPushButton* settings_;
     QStackedWidget* stack_;
     StartView* start_;
