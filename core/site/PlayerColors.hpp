@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace vorlen {
 
@@ -36,5 +37,10 @@ struct PlayerColors {
     bool operator==(const PlayerColors&) const = default;
     static PlayerColors defaults();
 };
+
+// Whether the pages put a colour into their style: a hex colour, a colour name, or
+// rgb(), rgba(), hsl() or hsla() of plain numbers. Nothing else, since a colour
+// stands inside the page and must not be able to end its style.
+bool isPlayerColor(std::string_view text);
 
 }  // namespace vorlen
