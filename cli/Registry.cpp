@@ -12,6 +12,7 @@ void registerSettingsCommand(CommandRegistry& registry);
 void registerInviteCommands(CommandRegistry& registry);
 void registerSetupCommands(CommandRegistry& registry);
 void registerTemplateCommands(CommandRegistry& registry);
+void registerPlayerCommands(CommandRegistry& registry);
 void registerLibraryCommands(CommandRegistry& registry);
 void registerVideoCommands(CommandRegistry& registry);
 void registerRunsCommand(CommandRegistry& registry);
@@ -32,6 +33,7 @@ void registerCommands(CommandRegistry& registry) {
     registerSetupCommands(registry);
     registerInviteCommands(registry);
     registerTemplateCommands(registry);
+    registerPlayerCommands(registry);
     registerInspectCommand(registry);
     registerBuildCommand(registry);
     registerUpload(registry);
