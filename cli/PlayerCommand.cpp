@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <iostream>

@@ -8,7 +8,7 @@ std::string encodeJson(const Json& value, bool pretty) {
     return value.dump(pretty ? 2 : -1, ' ', false, Json::error_handler_t::replace);
 }
 
-std::string encodeJson(const OrderedJson& value, bool pretty) {
+std::string encodeOrderedJson(const OrderedJson& value, bool pretty) {
     return value.dump(pretty ? 2 : -1, ' ', false, OrderedJson::error_handler_t::replace);
 }
 

@@ -1,5 +1,7 @@
 #include "core/site/PlayerSettings.hpp"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 #include "core/base/VorlenError.hpp"
@@ -234,7 +236,7 @@ std::string PlayerSettings::encoded() const {
     const Json json = toJson();
     OrderedJson file = {{"version", formatVersion}};
     for (const auto& [key, value] : json.items()) file[key] = value;
-    return encodeJson(file, true);
+    return encodeOrderedJson(file, true);
 }
 
 PlayerSettings::Stored PlayerSettings::read(Bucket& bucket) {

@@ -6,22 +6,15 @@
 #include "core/base/Files.hpp"
 #include "core/base/VorlenError.hpp"
 #include "core/storage/FolderBucket.hpp"
+#include "testing/FailureText.hpp"
 
 using namespace vorlen;
+using vorlen::testing::failureOf;
 
 namespace {
 
 class PlayerSettingsTest : public ::testing::Test {
 protected:
-    std::string failureOf(const std::function<void()>& action) {
-        try {
-            action();
-        } catch (const VorlenError& error) {
-            return error.text();
-        }
-        return "";
-    }
-
     void putFile(const std::string& text) {
         bucket.put("_vorlen/player.json", RequestBody::bytes(text), ObjectHeaders{"application/json", "no-cache", {}});
     }
