@@ -1,5 +1,6 @@
 #include "app/CorePublishService.hpp"
 
+#include "app/CredentialStore.hpp"
 #include "app/SiteWorkspace.hpp"
 
 #include "core/base/VorlenError.hpp"
@@ -31,6 +32,13 @@ std::shared_ptr<Bucket> CorePublishService::bucketFor(const BucketAccess& access
     return std::make_shared<S3Bucket>(BucketLocation{site.accountID, site.bucket},
                                       S3Credentials{access.credentials->accessKeyID, access.credentials->secretAccessKey},
                                       chosen);
+}
+
+std::shared_ptr<Bucket> CorePublishService::bucketOf(const LocalSite& site, std::shared_ptr<SecretStore> secrets,
+                                                    const Endpoints& endpoints) {
+    BucketAccess access{site.settings, std::nullopt};
+    if (!site.settings.isLocal()) access.credentials = CredentialStore(std::move(secrets), SiteStorage(site.id).credentialsItem).read();
+    return bucketFor(access, endpoints);
 }
 
 Destination CorePublishService::destinationFor(const BucketAccess& access, const Endpoints& endpoints) {

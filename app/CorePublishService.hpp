@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "app/LocalSettings.hpp"
 #include "app/PublishService.hpp"
 #include "core/net/Endpoints.hpp"
 #include "core/net/RateLimiter.hpp"
@@ -34,6 +35,8 @@ public:
 
     // The bucket of a site: its folder for a local site, else R2 (or the S3 service it names).
     static std::shared_ptr<Bucket> bucketFor(const BucketAccess& access, const Endpoints& endpoints);
+    // The same for a site of this computer, with the credentials that it keeps for the site.
+    static std::shared_ptr<Bucket> bucketOf(const LocalSite& site, std::shared_ptr<SecretStore> secrets, const Endpoints& endpoints);
     // The bucket with the folder of the site's videos.
     static Destination destinationFor(const BucketAccess& access, const Endpoints& endpoints);
     // The key prefix of the video folders: empty, or the site's path and "/".

@@ -1,18 +1,13 @@
 #include "app/SitePageFonts.hpp"
 
 #include "app/CorePublishService.hpp"
-#include "app/CredentialStore.hpp"
-#include "app/SiteStorage.hpp"
 #include "core/site/SiteFontChoice.hpp"
 #include "core/site/StylesheetReader.hpp"
 
 namespace vorlen::app {
 
 SitePageFonts SitePageFonts::open(const LocalSite& site, std::shared_ptr<SecretStore> secrets, const Endpoints& endpoints) {
-    BucketAccess access{site.settings, std::nullopt};
-    if (!site.settings.isLocal())
-        access.credentials = CredentialStore(std::move(secrets), SiteStorage(site.id).credentialsItem).read();
-    return SitePageFonts(CorePublishService::bucketFor(access, endpoints), endpoints.session());
+    return SitePageFonts(CorePublishService::bucketOf(site, std::move(secrets), endpoints), endpoints.session());
 }
 
 SitePageFonts::Current SitePageFonts::current() const {

@@ -1,16 +1,12 @@
 #include "app/SiteTemplates.hpp"
 
 #include "app/CorePublishService.hpp"
-#include "app/CredentialStore.hpp"
-#include "app/SiteStorage.hpp"
 #include "core/site/SiteTemplateChoice.hpp"
 
 namespace vorlen::app {
 
 SiteTemplates SiteTemplates::open(const LocalSite& site, std::shared_ptr<SecretStore> secrets, const Endpoints& endpoints) {
-    BucketAccess access{site.settings, std::nullopt};
-    if (!site.settings.isLocal()) access.credentials = CredentialStore(std::move(secrets), SiteStorage(site.id).credentialsItem).read();
-    return SiteTemplates(CorePublishService::bucketFor(access, endpoints));
+    return SiteTemplates(CorePublishService::bucketOf(site, std::move(secrets), endpoints));
 }
 
 SiteTemplates::Current SiteTemplates::current() const {

@@ -13,4 +13,8 @@ AppContext::AppContext() {
     model = std::make_unique<app::AppModel>(store, std::move(services), queue);
 }
 
+const app::LocalSite& AppContext::chosenSite(const std::optional<std::string>& siteOption) {
+    return model->site(siteOption ? app::SiteID{*siteOption} : model->ensureSite());
+}
+
 }  // namespace vorlen::cli

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "app/AppModel.hpp"
 #include "app/MainQueue.hpp"
@@ -17,6 +19,9 @@ struct AppContext {
     std::shared_ptr<app::SecretStore> secrets;
 
     AppContext();
+
+    // The named site, else the current one; with no site at all, the local site, as `vorlen publish` makes it.
+    const app::LocalSite& chosenSite(const std::optional<std::string>& siteOption);
 };
 
 }  // namespace vorlen::cli

@@ -18,8 +18,7 @@ struct FontsOptions {
 };
 
 app::SitePageFonts fontsOf(AppContext& context, const std::optional<std::string>& site) {
-    const auto id = site ? app::SiteID{*site} : context.model->ensureSite();
-    return app::SitePageFonts::open(context.model->site(id), context.secrets, context.model->endpoints());
+    return app::SitePageFonts::open(context.chosenSite(site), context.secrets, context.model->endpoints());
 }
 
 void showFonts(const app::SitePageFonts::Current& current) {

@@ -12,6 +12,7 @@ void registerSettingsCommand(CommandRegistry& registry);
 void registerInviteCommands(CommandRegistry& registry);
 void registerSetupCommands(CommandRegistry& registry);
 void registerTemplateCommands(CommandRegistry& registry);
+void registerPlayerCommands(CommandRegistry& registry);
 void registerLibraryCommands(CommandRegistry& registry);
 void registerVideoCommands(CommandRegistry& registry);
 void registerRunsCommand(CommandRegistry& registry);
@@ -35,6 +36,7 @@ void registerCommands(CommandRegistry& registry) {
     registerInviteCommands(registry);
     registerViewersCommand(registry);
     registerTemplateCommands(registry);
+    registerPlayerCommands(registry);
     registerFontsCommand(registry);
     registerInspectCommand(registry);
     registerBuildCommand(registry);

@@ -21,10 +21,8 @@ struct ChosenSite {
     app::SiteTemplates templates;
 };
 
-// The named site, else the current one; with no site at all, the local site, as `vorlen publish` makes it.
 ChosenSite chosenSite(AppContext& context, const std::optional<std::string>& siteOption) {
-    const auto id = siteOption ? app::SiteID{*siteOption} : context.model->ensureSite();
-    const auto& site = context.model->site(id);
+    const auto& site = context.chosenSite(siteOption);
     return {site, app::SiteTemplates::open(site, context.secrets, context.model->endpoints())};
 }
 

@@ -18,8 +18,7 @@ struct ViewersOptions {
 };
 
 std::shared_ptr<app::ViewerService> viewersOf(AppContext& context, const std::optional<std::string>& site) {
-    const auto id = site ? app::SiteID{*site} : context.model->ensureSite();
-    return app::CoreViewerService::open(context.model->site(id), context.secrets, context.model->endpoints());
+    return app::CoreViewerService::open(context.chosenSite(site), context.secrets, context.model->endpoints());
 }
 
 std::string accessText(const StoredViewer& stored) {

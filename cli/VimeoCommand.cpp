@@ -98,11 +98,6 @@ Plan readPlan(app::SiteWorkspace& workspace, app::VimeoService& vimeo, const Vim
     return plan;
 }
 
-// The named site, else this computer's site; a fresh computer gets the local one, as a publish does.
-app::SiteID siteOf(app::AppModel& model, const VimeoOptions& options) {
-    return options.site ? chosenSite(model, options.site) : model.ensureSite();
-}
-
 VimeoSelectionRule ruleOf(const VimeoOptions& options) { return {options.includePrivate, options.includePassword}; }
 
 // One line of the plan: what happens to the video, then its facts.
@@ -177,7 +172,7 @@ std::vector<VimeoSyncItem> selectedItems(const Plan& plan, const VimeoSelectionR
 
 int runPlan(const VimeoOptions& options) {
     AppContext context;
-    auto workspace = context.model->workspace(siteOf(*context.model, options));
+    auto workspace = context.model->workspace(context.chosenSite(options.site).id);
     auto vimeo = vimeoWithToken(*workspace);
     printPlan(readPlan(*workspace, *vimeo, options), ruleOf(options));
     return 0;
@@ -186,7 +181,7 @@ int runPlan(const VimeoOptions& options) {
 int runSync(const VimeoOptions& options) {
     AppContext context;
     auto& model = *context.model;
-    auto workspace = model.workspace(siteOf(model, options));
+    auto workspace = model.workspace(context.chosenSite(options.site).id);
     auto vimeo = vimeoWithToken(*workspace);
     const auto plan = readPlan(*workspace, *vimeo, options);
     printPlan(plan, ruleOf(options));

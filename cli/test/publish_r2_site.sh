@@ -39,6 +39,6 @@ if grep -rqF -e "$token" -e "$secret" "$home/added" "$home/published" "$home/con
   echo "a secret leaked into the output, the log, the settings or a tool's environment" >&2
   exit 1
 fi
-store=$(grep -rlF "$token" "$home/data" "$home/config" 2>/dev/null || true)
+store=$(grep -rlF -e "$token" "$home/data" "$home/config" 2>/dev/null || true)
 test "$(wc -l <<<"$store")" -eq 1
 test "$(stat -c %a "$store")" = 600

@@ -19,13 +19,13 @@ link=$(tail -n 1 "$home/added")
 id=${BASH_REMATCH[1]} secret=${BASH_REMATCH[2]}
 hash=$(printf %s "$secret" | sha256sum | cut -d' ' -f1)
 grep -q "\"hash\": \"$hash\"" "$viewers/$id.json"
-! grep -rqF "$secret" "$home/data" "$home/config" "$home/state"
+if grep -rqF -e "$secret" "$home/data" "$home/config" "$home/state"; then exit 1; fi
 
 "$vorlen" viewers list | grep -Eq "^$id  Ana Lima  invited, the link works until "
 "$vorlen" viewers rename "$id" "Ana" | grep -qx 'Renamed to “Ana”.'
 "$vorlen" viewers renew "$id" > "$home/renewed"
 test "$(tail -n 1 "$home/renewed")" != "$link"
-! grep -q "\"hash\": \"$hash\"" "$viewers/$id.json"
+if grep -q "\"hash\": \"$hash\"" "$viewers/$id.json"; then exit 1; fi
 if "$vorlen" viewers rename nobody "Cy" 2> "$home/err"; then exit 1; fi
 grep -qx '“nobody” is not a viewer ID.' "$home/err"
 "$vorlen" viewers remove "$id" > /dev/null

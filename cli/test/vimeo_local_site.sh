@@ -38,7 +38,7 @@ test "$(requests /me)" = 6
 grep -q 'Using the list of videos read at' "$home/plan.err"
 test "$(requests /)" = 6
 # The token stays out of every output, log and settings file.
-! grep -rqF "$token" "$home/plan" "$home/plan.err" "$home/config" "$home/state" "$home/cache"
+if grep -rqF -e "$token" "$home/plan" "$home/plan.err" "$home/config" "$home/state" "$home/cache"; then exit 1; fi
 
 # A local original of one video, named as a browser saves a second copy.
 mkdir -p "$home/films/.hidden"

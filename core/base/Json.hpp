@@ -7,9 +7,13 @@
 namespace vorlen {
 
 using Json = nlohmann::json;
+// For the few files whose keys keep the order they were written in.
+using OrderedJson = nlohmann::ordered_json;
 
 // Every JSON the system writes: keys sorted, "/" never escaped, invalid UTF-8 repaired.
 std::string encodeJson(const Json& value, bool pretty = false);
+// The same, with the keys in the order they were added.
+std::string encodeOrderedJson(const OrderedJson& value, bool pretty = false);
 
 // Parses text; throws nlohmann's parse error with its own description.
 Json decodeJson(std::string_view text);

@@ -303,17 +303,20 @@ const uiBooleanKeys = ['addSeekBar', 'customContextMenu', 'doubleClickForFullscr
   'showUIOnPaused', 'showBufferingSpinner'];
 const uiNumberKeys = ['fadeDelay', 'closeMenusDelay', 'keyboardSeekDistance', 'keyboardLargeSeekDistance',
   'tapSeekDistance', 'seekButtonDistance'];
-const cssColorPattern = /^[#a-zA-Z0-9(),.%\s/+-]{1,64}$/;
+// A colour goes into the page's style, so only what cannot end or extend a declaration
+// passes: a hex colour, a colour name, or rgb(), rgba(), hsl() or hsla() of plain
+// numbers. The application checks with the same expression (testing/contract/player-colors.json).
+const playerColorPattern = /^(?:#(?:[0-9a-fA-F]{3,4}|[0-9a-fA-F]{6}|[0-9a-fA-F]{8})|[a-zA-Z]{3,20}|(?:rgba?|hsla?)\( *[-+]?(?:\d+(?:\.\d+)?|\.\d+)(?:%|deg)?(?:(?: *[,/] *| +)[-+]?(?:\d+(?:\.\d+)?|\.\d+)%?){2,3} *\))$/;
 
-function cssColor(value) {
-  return typeof value === 'string' && cssColorPattern.test(value) ? value.trim() : null;
+export function playerColor(value) {
+  return typeof value === 'string' && value.length <= 64 && playerColorPattern.test(value) ? value : null;
 }
 
 function colorGroup(value, keys) {
   if (!value || typeof value !== 'object') return null;
   const group = {};
   for (const key of keys) {
-    const color = cssColor(value[key]);
+    const color = playerColor(value[key]);
     if (color) group[key] = color;
   }
   return Object.keys(group).length ? group : null;

@@ -157,6 +157,50 @@ describe('pages in a browser', () => {
     }
   });
 
+  test('the player takes the site\'s options on the next load', async () => {
+    const controls = (page) => page.evaluate(() => {
+      const panel = document.querySelector('.shaka-controls-button-panel');
+      const style = (selector) => getComputedStyle(document.querySelector(selector));
+      return {
+        fullscreen: panel.querySelectorAll('.shaka-fullscreen-button').length,
+        play: panel.querySelectorAll('.shaka-play-button').length,
+        color: style('.shaka-controls-button-panel .shaka-play-button').color,
+        menu: style('.shaka-overflow-menu').backgroundColor,
+        played: document.getElementById('vorlen-video').ui.getConfiguration().seekBarColors.played,
+      };
+    });
+    const before = await open('/harbour-at-dawn');
+    await before.page.waitForSelector('.shaka-controls-button-panel .shaka-play-button');
+    assert.deepEqual(await controls(before.page), {
+      fullscreen: 1, play: 1, color: 'rgb(255, 255, 255)', menu: 'rgba(28, 28, 28, 0.9)', played: 'rgb(255, 255, 255)',
+    });
+    await before.context.close();
+
+    await writeObject(root, '_vorlen/player.json', JSON.stringify({
+      version: 1,
+      ui: {
+        controlPanelElements: ['play_pause', 'mute_volume', 'time_and_duration', 'spacer', 'overflow_menu'],
+        seekBarColors: { played: 'rgb(0, 128, 255)' },
+        // An option of a later player release than the bundled one is left out without an error.
+        seekButtonDistance: 15,
+      },
+      colors: { controls: 'rgb(255, 204, 0)', menu_background: '#102030', fade: 'red;}</style><script>alert(1)</script>' },
+    }), json);
+    try {
+      const { context, page, errors } = await open('/harbour-at-dawn');
+      await page.waitForSelector('.shaka-controls-button-panel .shaka-play-button');
+      assert.deepEqual(await controls(page), {
+        fullscreen: 0, play: 1, color: 'rgb(255, 204, 0)', menu: 'rgb(16, 32, 48)', played: 'rgb(0, 128, 255)',
+      });
+      assert.equal(await page.locator('script:not([src]):not([type])').count(), 0, 'a colour cannot open a script');
+      await page.screenshot({ path: path.join(screenshotDir, 'player-options.png') });
+      assert.deepEqual(errors, []);
+      await context.close();
+    } finally {
+      await rm(path.join(root, 'objects', '_vorlen', 'player.json'), { force: true });
+    }
+  });
+
   test('the embed fills its frame', async () => {
     const { context, page, errors } = await open('/harbour-at-dawn/embed', { viewport: { width: 640, height: 360 } });
     await page.waitForSelector('.shaka-controls-container');

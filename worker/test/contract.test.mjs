@@ -1,5 +1,5 @@
 // The cases of testing/contract/ that the core's tests answer too: here the page
-// Worker reads site files, hostnames, origins, folder paths and folder names, and the
+// Worker reads site files, hostnames, origins, folder paths, folder names and player colours, and the
 // local site's tools write the folder bucket's layout.
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
@@ -7,7 +7,7 @@ import { mkdtemp, readFile, rm } from 'node:fs/promises';
 import os from 'node:os';
 import path from 'node:path';
 import { test } from 'node:test';
-import { folderPath, isFolderName, siteSettingsFrom, validHost, webOrigin } from '../src/worker.js';
+import { folderPath, isFolderName, playerColor, siteSettingsFrom, validHost, webOrigin } from '../src/worker.js';
 import { layoutOf, writeObject } from '../dev/folderBucket.mjs';
 
 function contract(file) {
@@ -56,6 +56,9 @@ test('tells hostnames, origins, folder paths and folder names as the application
     assert.equal(folderPath(input), normalised, JSON.stringify(input));
   }
   for (const { name, valid } of contract('folder-names.json')) assert.equal(isFolderName(name), valid, JSON.stringify(name));
+  for (const { input, valid } of contract('player-colors.json')) {
+    assert.equal(playerColor(input), valid ? input : null, JSON.stringify(input));
+  }
 });
 
 test('writes each key where the folder bucket keeps it, and refuses the keys it refuses', async () => {

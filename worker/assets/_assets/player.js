@@ -14,6 +14,13 @@
     message.hidden = false;
   }
 
+  // The site's options follow a later release of the player than the one bundled: an
+  // option that this player does not have is left out, where it would report an error.
+  function knownOptions(ui, options) {
+    const known = ui.getConfiguration();
+    return Object.fromEntries(Object.entries(options).filter(function (entry) { return entry[0] in known; }));
+  }
+
   // DASH where the browser has Media Source Extensions; HLS where it plays natively.
   function sources() {
     const hasMse = 'MediaSource' in window || 'ManagedMediaSource' in window;
@@ -29,7 +36,7 @@
     const player = new shaka.Player();
     await player.attach(video);
     const ui = new shaka.ui.Overlay(player, container, video);
-    ui.configure(config.ui);
+    ui.configure(knownOptions(ui, config.ui));
     // For the page's own scripts and for checks of playback.
     window.vorlenPlayer = player;
 
