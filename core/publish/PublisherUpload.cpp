@@ -216,11 +216,13 @@ void claimFolder(const Publisher& publisher, BuiltFolder& built, const UploadFol
 
 std::string Publisher::resolveFolder(const std::string& name, const std::vector<std::string>& taken) const {
     if (!Naming::isValidName(name)) throw VorlenError::config(Naming::invalidNameMessage(name));
+    const RetryPolicy retry{upload.maxRetries, upload.retryDelay};
     for (int n = 0; n <= 999; ++n) {
         checkCancellation();
         std::string candidate = Naming::numbered(name, n);
         if (std::find(taken.begin(), taken.end(), candidate) != taken.end()) continue;
-        if (!destination.bucket->hasObjects(destination.prefix + candidate + "/")) return candidate;
+        const auto prefix = destination.prefix + candidate + "/";
+        if (!retry.run([&](std::int64_t) { return destination.bucket->hasObjects(prefix); })) return candidate;
     }
     throw VorlenError::config(fmt::format("no free folder name for \u201c{}\u201d", name));
 }

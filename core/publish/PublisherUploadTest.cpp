@@ -268,4 +268,17 @@ TEST_F(Fixture, FolderResolutionSkipsTakenNames) {
     EXPECT_EQ(made.resolveFolder("clip", {"clip-2"}), "clip-3");
     EXPECT_EQ(made.resolveFolder("other"), "other");
     EXPECT_THROW(made.resolveFolder("Not Valid"), VorlenError);
+
+    // A listing that the store refuses for a moment is asked again, as every other request is.
+    struct SlowingBucket : FolderBucket {
+        using FolderBucket::FolderBucket;
+        int refusals = 1;
+        bool hasObjects(const std::string& prefix) override {
+            if (refusals-- > 0) throw VorlenError::status(503, "<Error><Code>SlowDown</Code></Error>");
+            return FolderBucket::hasObjects(prefix);
+        }
+    };
+    made.destination.bucket = std::make_shared<SlowingBucket>(folder / "bucket");
+    made.upload.retryDelay = std::chrono::milliseconds(1);
+    EXPECT_EQ(made.resolveFolder("clip"), "clip-2");
 }
