@@ -22,12 +22,14 @@ std::filesystem::path bundledWorkerDirectory() {
     return binary.parent_path().parent_path() / "share" / "vorlen" / "worker";
 }
 
+SemanticVersion bundledWorkerVersion() {
+    auto manifest = decodeJson(readFile(bundledWorkerDirectory() / "manifest.json"));
+    return SemanticVersion::parse(manifest.at("version").get<std::string>());
+}
+
 namespace {
 
-DeployedWorker bundledWorker(const std::string& bucket) {
-    auto manifest = decodeJson(readFile(bundledWorkerDirectory() / "manifest.json"));
-    return DeployedWorker{"vorlen-" + bucket, SemanticVersion::parse(manifest.at("version").get<std::string>())};
-}
+DeployedWorker bundledWorker(const std::string& bucket) { return DeployedWorker{"vorlen-" + bucket, bundledWorkerVersion()}; }
 
 }  // namespace
 

@@ -165,7 +165,8 @@ private:
     std::atomic<bool> isSetupRunning_ = false;
 };
 
-// Where the page Worker bundle that this program carries lies.
+// Where the page Worker bundle that this program carries lies, and its version.
 std::filesystem::path bundledWorkerDirectory();
+SemanticVersion bundledWorkerVersion();
 
 }  // namespace vorlen::app

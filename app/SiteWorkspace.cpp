@@ -139,6 +139,7 @@ void SiteWorkspace::startInspection(const std::filesystem::path& file, std::vect
             confirm.visibility = self.local_.lastVisibility;
             confirm.randomPart = Naming::randomPart();
             confirm.audioLoudness = {self.local_.settings.audioLoudness, self.local_.settings.audioLoudness};
+            log().info("Inspected {}: it waits for the person to confirm the publish.", file.string());
             self.setScreen(std::move(confirm));
             auto pending = std::move(self.pendingSubtitles_);
             self.pendingSubtitles_.clear();

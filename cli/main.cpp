@@ -1,6 +1,8 @@
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 
+#include "app/AppModel.hpp"
 #include "app/Interrupts.hpp"
 #include "app/SiteStorage.hpp"
 #include "core/base/Log.hpp"
@@ -15,6 +17,17 @@ int reportFailure(const std::exception& error) {
     return 1;
 }
 
+// The Worker bundle travels beside the program and is deployed as it is, so its
+// version is read where it lies.
+std::string versionText() {
+    std::string text = std::string("vorlen ") + VORLEN_VERSION + "\nWorker bundle ";
+    try {
+        return text + vorlen::app::bundledWorkerVersion().text();
+    } catch (const std::exception& error) {
+        return text + "unreadable: " + error.what();
+    }
+}
+
 // Each command lives in its own file and registers here.
 void registerCommands(CommandRegistry& registry);
 
@@ -26,7 +39,7 @@ int main(int argc, char** argv) {
     vorlen::app::Interrupts::install();
     vorlen::logToFile(vorlen::app::userStateFolder() / "vorlen.log");
     CLI::App app{"Vorlen publishes your videos into your own Cloudflare account.", "vorlen"};
-    app.set_version_flag("--version", std::string("vorlen ") + VORLEN_VERSION);
+    app.set_version_flag("--version", versionText, "Print the version of the program and of its page Worker bundle, and exit");
     app.require_subcommand(0, 1);
     app.footer(
         "For tests and local stand-ins only: VORLEN_CLOUDFLARE_API, VORLEN_R2_STORAGE ({account} stands for the "
@@ -35,7 +48,10 @@ int main(int argc, char** argv) {
         "connections elsewhere, and VORLEN_CA_FILE names a certificate authority trusted besides the system's.");
     CommandRegistry registry{app, {}};
     registerCommands(registry);
-    auto* gui = app.add_subcommand("gui", "Open the window; the same as no command at all on a desktop.");
+    auto* gui = app.add_subcommand("gui", "Open the window; the same as no command at all on a desktop. Files given "
+                                          "(a video, with its subtitle files) go to the publish screen, as a drop does.");
+    std::vector<std::string> guiFiles;
+    gui->add_option("FILE", guiFiles, "a video to publish, and its subtitle files")->check(CLI::ExistingFile);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -54,7 +70,11 @@ int main(int argc, char** argv) {
             }
         }
     }
-    if (gui->parsed() || vorlen::shell::hasDisplay()) return vorlen::shell::runDesktop(argc, argv);
+    if (gui->parsed() || vorlen::shell::hasDisplay()) {
+        std::vector<std::filesystem::path> files;
+        for (const auto& file : guiFiles) files.push_back(std::filesystem::absolute(file));
+        return vorlen::shell::runDesktop(argc, argv, files);
+    }
     std::cout << app.help();
     return 0;
 }

@@ -14,7 +14,7 @@ namespace vorlen::shell {
 
 bool hasDisplay() { return std::getenv("DISPLAY") || std::getenv("WAYLAND_DISPLAY"); }
 
-int runDesktop(int& argc, char** argv) {
+int runDesktop(int& argc, char** argv, const std::vector<std::filesystem::path>& files) {
     QApplication application(argc, argv);
     QApplication::setApplicationName("Vorlen");
     QApplication::setApplicationVersion(VORLEN_VERSION);
@@ -27,8 +27,10 @@ int runDesktop(int& argc, char** argv) {
     MainWindow window(model, queue);
     const bool isFirstStart = model.settings().sites.empty();
     window.start();
-    // The local site lets a person publish at once; a site of their own is set up beside it.
-    if (isFirstStart) window.openSetup();
+    // The local site lets a person publish at once; a site of their own is set up beside
+    // it, unless the person came with a video to publish.
+    if (!files.empty()) window.openFiles(files);
+    else if (isFirstStart) window.openSetup();
     // SIGTERM and Ctrl-C close the window as the person would: a running publish
     // stops and removes what it uploaded before the process ends.
     app::Interrupts::Listener interrupts([&queue, &window] { queue.post([&window] { window.close(); }); },

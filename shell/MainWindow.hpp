@@ -51,6 +51,8 @@ public:
     SetupWindow* openSetup();
     // The screen on show.
     ScreenView* currentView() const;
+    // Files given to the program, as "Open With" does, go where dropped files go.
+    void openFiles(const std::vector<std::filesystem::path>& files) { dropFiles(files); }
 
 protected:
     void closeEvent(QCloseEvent* event) override;

@@ -3,6 +3,7 @@
 // the headers of its record. Tests use startWorker; a local preview uses
 // startLocalSite, which serves the same folder as the media host and the Worker as
 // the page host on one loopback port.
+import { existsSync } from 'node:fs';
 import { mkdtemp, readdir, readFile, rm, symlink, writeFile } from 'node:fs/promises';
 import os from 'node:os';
 import http from 'node:http';
@@ -13,8 +14,14 @@ import { createRequire } from 'node:module';
 import { fileURLToPath } from 'node:url';
 import { listStoredObjects, openStoredObject } from './folderBucket.mjs';
 
-// The npm tools of the project live in tools/, not beside the bundle.
-export const toolsRequire = createRequire(new URL('../../tools/package.json', import.meta.url));
+// The npm tools of a checkout live in its tools/, not beside the bundle. An installation
+// keeps the ones the preview needs in <prefix>/lib/vorlen/node_modules, since the bundle
+// lies in <prefix>/share/vorlen/worker.
+const checkoutTools = new URL('../../tools/package.json', import.meta.url);
+const installedModules = new URL('../../../../lib/vorlen/node_modules/', import.meta.url);
+export const toolsRequire = createRequire(existsSync(checkoutTools) || !existsSync(installedModules)
+  ? checkoutTools
+  : new URL('../package.json', installedModules));
 const { Miniflare } = toolsRequire('miniflare');
 
 export const defaultBundleDir = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '..');
