@@ -786,14 +786,14 @@ const userPresentFlag = 0x01;
 const attestedCredentialFlag = 0x40;
 const utf8 = new TextEncoder();
 
-export function base64Url(bytes) {
+function base64Url(bytes) {
   let binary = '';
   for (const byte of new Uint8Array(bytes)) binary += String.fromCharCode(byte);
   return btoa(binary).replace(/\+/g, '-').replace(/\//g, '_').replace(/=+$/, '');
 }
 
 // The bytes of a base64url text, or null when it is none.
-export function fromBase64Url(text) {
+function fromBase64Url(text) {
   if (typeof text !== 'string' || !/^[A-Za-z0-9_-]*$/.test(text) || text.length % 4 === 1) return null;
   const binary = atob(text.replace(/-/g, '+').replace(/_/g, '/'));
   return Uint8Array.from(binary, (c) => c.charCodeAt(0));
@@ -809,7 +809,7 @@ async function sha256(bytes) {
 
 // Takes the same time for any two texts of one length, so that a secret cannot be
 // found one byte at a time.
-export function sameBytes(a, b) {
+function sameBytes(a, b) {
   if (a.length !== b.length) return false;
   let difference = 0;
   for (let i = 0; i < a.length; i += 1) difference |= a[i] ^ b[i];
@@ -983,7 +983,7 @@ export async function assertionValid(body, viewer, { origin, rpId, key, now }) {
   return crypto.subtle.verify({ name: 'ECDSA', hash: 'SHA-256' }, publicKey, raw, concatenated(authData, await sha256(clientData)));
 }
 
-export function sessionToken(request) {
+function sessionToken(request) {
   for (const part of (request.headers.get('Cookie') ?? '').split(';')) {
     const [name, value] = part.trim().split('=');
     if (name === sessionCookie && value) return value;
@@ -1028,7 +1028,7 @@ export function localPath(next, fallback) {
     ? next : fallback;
 }
 
-export function isViewerPath(path) {
+function isViewerPath(path) {
   return path === '/_signin' || path === '/_signin/options' || path === '/_signout' || path.startsWith('/_invite/');
 }
 
@@ -1106,51 +1106,42 @@ async function requestBody(request) {
   }
 }
 
-// The sign-in and invite pages, their passkey steps, and signing out. Every POST
-// must come from the site's own pages.
-async function viewerRoute(request, env, url, site, token) {
-  const path = url.pathname;
-  const origin = originOf(url, site.pageHost);
-  const post = request.method === 'POST';
-  if (post && request.headers.get('Origin') !== origin) return jsonResponse({ error: 'Forbidden' }, 403);
-  if (!post && request.method !== 'GET' && request.method !== 'HEAD') return new Response('Method not allowed', { status: 405 });
-  const key = env[bindingNames.challengeKey];
-  const check = { origin, rpId: site.pageHost, key, now: Date.now() };
-  const next = localPath(url.searchParams.get('next'), homePath(site));
+const methodNotAllowed = (allowed) => new Response('Method not allowed', { status: 405, headers: { Allow: allowed } });
 
-  if (path === '/_signout') {
-    if (!post) return new Response('Method not allowed', { status: 405, headers: { Allow: 'POST' } });
-    if (token && randomTokenPattern.test(token)) await sessionsOf(env).delete(await sessionKey(token));
-    return new Response(null, { status: 303, headers: { Location: `${origin}/_signin`, 'Set-Cookie': cookie(url, '', 0) } });
-  }
-  if (path === '/_signin') {
-    if (!post) return signInPage(site, url, next);
-    const body = await requestBody(request);
-    const handle = fromBase64Url(body?.userHandle);
-    const viewer = handle?.length === 16 ? await readViewer(bucketOf(env), hexOf(handle)) : null;
-    if (!await assertionValid(body, viewer, check)) return jsonResponse({ error: signInFailure }, 401);
-    return jsonResponse({ next }, 200, { 'Set-Cookie': await startSession(env, url, viewer, viewer.passkey.id) });
-  }
-  if (path === '/_signin/options') {
-    if (!post) return new Response('Method not allowed', { status: 405, headers: { Allow: 'POST' } });
+async function signInRoute(request, env, url, site, check, next) {
+  if (url.pathname === '/_signin/options') {
+    if (request.method !== 'POST') return methodNotAllowed('POST');
     return jsonResponse({
-      challenge: await makeChallenge(key, 'signin', '', check.now),
-      rpId: site.pageHost,
+      challenge: await makeChallenge(check.key, 'signin', '', check.now),
+      rpId: check.rpId,
       timeout: challengeSeconds * 1000,
       userVerification: 'preferred',
     });
   }
+  if (request.method !== 'POST') return signInPage(site, url, next);
+  const body = await requestBody(request);
+  const handle = fromBase64Url(body?.userHandle);
+  const viewer = handle?.length === 16 ? await readViewer(bucketOf(env), hexOf(handle)) : null;
+  if (!await assertionValid(body, viewer, check)) return jsonResponse({ error: signInFailure }, 401);
+  return jsonResponse({ next }, 200, { 'Set-Cookie': await startSession(env, url, viewer, viewer.passkey.id) });
+}
 
-  const [, link = '', options] = invitePathPattern.exec(path) ?? [];
+async function inviteRoute(request, env, url, site, check, next) {
+  const [, link = '', options] = invitePathPattern.exec(url.pathname) ?? [];
   const [id, secret] = link.split('.');
   const viewer = await readViewer(bucketOf(env), id);
   const state = await inviteState(viewer, secret, check.now);
-  if (!post) return options ? new Response('Method not allowed', { status: 405 }) : invitePage(site, url, state, viewer, `/_invite/${link}`);
-  if (state !== 'valid') return jsonResponse({ error: `${invitePages[state][1]}. ${invitePages[state][2]}` }, invitePages[state][0]);
+  if (request.method !== 'POST') {
+    return options ? methodNotAllowed('POST') : invitePage(site, url, state, viewer, `/_invite/${link}`);
+  }
+  if (state !== 'valid') {
+    const [status, title, text] = invitePages[state];
+    return jsonResponse({ error: `${title}. ${text}` }, status);
+  }
   if (options) {
     return jsonResponse({
-      challenge: await makeChallenge(key, 'register', viewer.id, check.now),
-      rp: { id: site.pageHost, name: siteName(site) },
+      challenge: await makeChallenge(check.key, 'register', viewer.id, check.now),
+      rp: { id: check.rpId, name: siteName(site) },
       user: { id: base64Url(Uint8Array.from(viewer.id.match(/../g), (h) => parseInt(h, 16))), name: viewer.name, displayName: viewer.name },
       pubKeyCredParams: [{ type: 'public-key', alg: es256 }],
       authenticatorSelection: { residentKey: 'required', requireResidentKey: true, userVerification: 'preferred' },
@@ -1169,6 +1160,23 @@ async function viewerRoute(request, env, url, site, token) {
     return jsonResponse({ error: 'The invite changed while the passkey was made. Reload the page to see whether it still works.' }, 409);
   }
   return jsonResponse({ next }, 200, { 'Set-Cookie': await startSession(env, url, viewer, passkey.id) });
+}
+
+// The sign-in and invite pages, their passkey steps, and signing out. Every POST
+// must come from the site's own pages.
+async function viewerRoute(request, env, url, site, token) {
+  const origin = originOf(url, site.pageHost);
+  if (request.method === 'POST' && request.headers.get('Origin') !== origin) return jsonResponse({ error: 'Forbidden' }, 403);
+  if (url.pathname === '/_signout') {
+    if (request.method !== 'POST') return methodNotAllowed('POST');
+    if (token && randomTokenPattern.test(token)) await sessionsOf(env).delete(await sessionKey(token));
+    return new Response(null, { status: 303, headers: { Location: `${origin}/_signin`, 'Set-Cookie': cookie(url, '', 0) } });
+  }
+  const check = { origin, rpId: site.pageHost, key: env[bindingNames.challengeKey], now: Date.now() };
+  const next = localPath(url.searchParams.get('next'), homePath(site));
+  return url.pathname.startsWith('/_invite/')
+    ? inviteRoute(request, env, url, site, check, next)
+    : signInRoute(request, env, url, site, check, next);
 }
 
 async function route(request, env, url, site, token) {
