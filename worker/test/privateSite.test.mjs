@@ -3,15 +3,14 @@
 // virtual authenticator, redeems the invite, watches, signs out and in again, and is
 // turned away once the invite is used, expired, or the viewer removed.
 import assert from 'node:assert/strict';
-import { execFile, spawn } from 'node:child_process';
-import { mkdir, mkdtemp, readFile, rm } from 'node:fs/promises';
-import net from 'node:net';
+import { execFile } from 'node:child_process';
+import { mkdir, readFile, rm } from 'node:fs/promises';
 import os from 'node:os';
 import path from 'node:path';
 import { promisify } from 'node:util';
 import { after, before, test } from 'node:test';
 import { writeObject } from '../dev/folderBucket.mjs';
-import { launchChromium } from './helpers.mjs';
+import { freshHome, launchChromium, playsPastTwoSeconds, startPreview } from './helpers.mjs';
 
 const run = promisify(execFile);
 const vorlen = process.env.VORLEN_BINARY;
@@ -21,31 +20,6 @@ let home;
 let env;
 let preview;
 let browser;
-
-function freePort() {
-  return new Promise((resolve, reject) => {
-    const server = net.createServer();
-    server.once('error', reject);
-    server.listen(0, '127.0.0.1', () => {
-      const { port } = server.address();
-      server.close(() => resolve(port));
-    });
-  });
-}
-
-// Starts `vorlen preview` and resolves with the page origin it prints.
-function startPreview(port) {
-  return new Promise((resolve, reject) => {
-    preview = spawn(vorlen, ['preview', '--port', String(port)], { env, stdio: ['ignore', 'pipe', 'inherit'] });
-    let output = '';
-    preview.stdout.on('data', (chunk) => {
-      output += chunk;
-      const served = /pages on (http:\/\/localhost:\d+)/.exec(output);
-      if (served) resolve(served[1]);
-    });
-    preview.once('exit', (code) => reject(new Error(`vorlen preview ended with ${code}: ${output}`)));
-  });
-}
 
 async function vorlenSays(...args) {
   return (await run(vorlen, args, { env })).stdout;
@@ -65,10 +39,7 @@ async function clip(file, source) {
 }
 
 before(async () => {
-  home = await mkdtemp(path.join(os.tmpdir(), 'vorlen-private-'));
-  env = { ...process.env, HOME: home, XDG_CONFIG_HOME: path.join(home, 'config'), XDG_DATA_HOME: path.join(home, 'data'),
-    XDG_CACHE_HOME: path.join(home, 'cache'), TMPDIR: home };
-  delete env.DBUS_SESSION_BUS_ADDRESS;
+  ({ home, env } = await freshHome('vorlen-private-'));
   await mkdir(screenshotDir, { recursive: true });
   if (!vorlen) return;
   const [harbour, rehearsal] = [path.join(home, 'Harbour at Dawn.mp4'), path.join(home, 'Rehearsal Cut.mp4')];
@@ -80,26 +51,17 @@ before(async () => {
 
 after(async () => {
   await browser?.close();
-  if (preview && preview.exitCode === null) {
-    const ended = new Promise((resolve) => preview.once('exit', resolve));
-    preview.kill('SIGINT');
-    await ended;
-  }
+  await preview?.stop();
   await rm(home, { recursive: true, force: true });
 });
-
-async function plays(page) {
-  await page.waitForSelector('.shaka-controls-container');
-  await page.evaluate(() => { const v = document.getElementById('vorlen-video'); v.muted = true; return v.play(); });
-  await page.waitForFunction(() => document.getElementById('vorlen-video').currentTime > 2, null, { timeout: 60000 });
-}
 
 test('an invited viewer makes a passkey, watches, signs out and in; used, expired and removed invites are refused',
   { skip: !vorlen && 'VORLEN_BINARY is not set' }, async () => {
     assert.match(await vorlenSays('viewers', 'private', 'on'), /^The site is private: /);
     assert.match(await vorlenSays('viewers'), /^The site is private: every page needs a viewer signed in with a passkey\.\n/);
     const ana = await invite('Ana <Lima> "Ana"');
-    const origin = await startPreview(await freePort());
+    preview = await startPreview(vorlen, env);
+    const { origin } = preview;
 
     const context = await browser.newContext({ viewport: { width: 1100, height: 760 } });
     const page = await context.newPage();
@@ -125,14 +87,16 @@ test('an invited viewer makes a passkey, watches, signs out and in; used, expire
     assert.deepEqual((await page.locator('.card-title').allTextContents()).map((t) => t.replace(/,.*/, '')).sort(),
       ['Harbour at Dawn', 'Rehearsal Cut']);
     await Promise.all([page.waitForURL(/\/rehearsal-cut-/), page.getByRole('link', { name: /Rehearsal Cut/ }).click()]);
-    await plays(page);
+    await page.waitForSelector('.shaka-controls-container');
+    await playsPastTwoSeconds(page);
 
     await page.goto(`${origin}/`);
     await Promise.all([page.waitForURL(`${origin}/_signin`), page.getByRole('button', { name: 'Sign out' }).click()]);
     await page.goto(`${origin}/harbour-at-dawn`);
     assert.equal(page.url(), `${origin}/_signin?next=%2Fharbour-at-dawn`);
     await Promise.all([page.waitForURL(`${origin}/harbour-at-dawn`), page.getByRole('button', { name: 'Sign in with a passkey' }).click()]);
-    await plays(page);
+    await page.waitForSelector('.shaka-controls-container');
+    await playsPastTwoSeconds(page);
 
     const used = await page.goto(`${origin}${ana.path}`);
     assert.equal(used.status(), 410);
