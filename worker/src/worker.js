@@ -1074,13 +1074,12 @@ const invitePages = {
   expired: [410, 'This invite has expired', 'Invite links work for seven days. Ask the person who sent it for a new one.'],
 };
 
-function invitePage(site, url, state, viewer, link) {
+function invitePage(site, url, { state, viewer, link, next }) {
   if (state !== 'valid') {
     const [status, title, text] = invitePages[state];
     const signIn = state === 'used' ? '<p><a class="button" href="/_signin">Sign in</a></p>' : '';
     return viewerPage(site, url, status, { title, body: `<h1 id="notice-title">${title}</h1>\n<p>${text}</p>\n${signIn}` });
   }
-  const next = localPath(url.searchParams.get('next'), homePath(site));
   return viewerPage(site, url, 200, {
     title: 'Your invite',
     body: `<h1 id="notice-title">Welcome, ${escapeHtml(viewer.name)}</h1>
@@ -1132,7 +1131,7 @@ async function inviteRoute(request, env, url, site, check, next) {
   const viewer = await readViewer(bucketOf(env), id);
   const state = await inviteState(viewer, secret, check.now);
   if (request.method !== 'POST') {
-    return options ? methodNotAllowed('POST') : invitePage(site, url, state, viewer, `/_invite/${link}`);
+    return options ? methodNotAllowed('POST') : invitePage(site, url, { state, viewer, link: `/_invite/${link}`, next });
   }
   if (state !== 'valid') {
     const [status, title, text] = invitePages[state];
