@@ -23,6 +23,9 @@ public:
     virtual ViewerInvitation renewInvite(const StoredViewer& viewer) = 0;
     virtual StoredViewer rename(const StoredViewer& viewer, const std::string& name) = 0;
     virtual void remove(const ViewerID& id) = 0;
+    // Whether every page needs a signed-in viewer.
+    virtual bool isPrivate() = 0;
+    virtual void setPrivate(bool isPrivate) = 0;
 };
 
 // The viewers in the site's own bucket.
@@ -41,6 +44,8 @@ public:
         return viewers_.rename(viewer, name);
     }
     void remove(const ViewerID& id) override { viewers_.remove(id); }
+    bool isPrivate() override { return viewers_.isPrivate(); }
+    void setPrivate(bool isPrivate) override { viewers_.setPrivate(isPrivate); }
 
 private:
     SiteViewers viewers_;

@@ -15,6 +15,7 @@ struct ViewersOptions {
     std::optional<std::string> site;
     std::string id;
     std::string name;
+    std::string privacy;
 };
 
 std::shared_ptr<app::ViewerService> viewersOf(AppContext& context, const std::optional<std::string>& site) {
@@ -29,6 +30,11 @@ std::string accessText(const StoredViewer& stored) {
                            formatIso8601(invite->expires));
     }
     return "signs in with a passkey made at " + formatIso8601(std::get<ViewerPasskey>(stored.viewer->access).created);
+}
+
+std::string privacyText(bool isPrivate) {
+    return isPrivate ? "The site is private: every page needs a viewer signed in with a passkey.\n"
+                     : "The site is public: its pages need no sign-in. Make it private with `vorlen viewers private on`.\n";
 }
 
 // The one time that the link is shown: on a line of its own, for copying.
@@ -63,7 +69,9 @@ void registerViewersCommand(CommandRegistry& registry) {
     viewers->add_option("--site", options->site, "the site's ID (see `vorlen sites`)");
     registry.add(viewers, [options] {
         AppContext context;
-        const auto listed = viewersOf(context, options->site)->list();
+        const auto service = viewersOf(context, options->site);
+        std::cout << privacyText(service->isPrivate());
+        const auto listed = service->list();
         if (listed.empty()) std::cout << "The site has no viewers. Add one with `vorlen viewers add NAME`.\n";
         for (const auto& stored : listed)
             std::cout << fmt::format("{}  {}  {}\n", stored.id.text, stored.viewer ? stored.viewer->name : "?",
@@ -110,6 +118,18 @@ void registerViewersCommand(CommandRegistry& registry) {
         const auto service = viewersOf(context, options->site);
         return changing(
             [&] { printInvitation(service->renewInvite(service->read(ViewerID::parse(options->id))), "A new invite for"); });
+    });
+
+    auto* privacy = withSite(viewers->add_subcommand(
+        "private", "Whether every page of the site needs a viewer signed in with a passkey: on or off. Off, a "
+                   "signed-in viewer still sees the unlisted videos in the home page's list."));
+    privacy->add_option("STATE", options->privacy, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
+    registry.add(privacy, [options] {
+        AppContext context;
+        const bool isPrivate = options->privacy == "on";
+        viewersOf(context, options->site)->setPrivate(isPrivate);
+        std::cout << privacyText(isPrivate);
+        return 0;
     });
 
     auto* remove = withSite(

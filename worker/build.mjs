@@ -1,5 +1,6 @@
-// Makes the bundle complete: the main module with the built-in templates inside it
-// (only the main module reaches Cloudflare), and Shaka Player's files in assets/.
+// Makes the bundle complete: the main module with the built-in templates and the
+// manifest's binding names inside it (only the main module reaches Cloudflare), and
+// Shaka Player's files in assets/.
 // Run by scripts/setup; safe to run again.
 import { mkdir, readFile, rename, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -32,6 +33,9 @@ export async function buildBundle() {
   source = replaceMarker(source, 'built-in templates', JSON.stringify(templates, null, 2));
   source = replaceMarker(source, 'bundle version', JSON.stringify(manifest.version).replace(/"/g, "'"));
   source = replaceMarker(source, 'player version', JSON.stringify(player.version).replace(/"/g, "'"));
+  source = replaceMarker(source, 'binding names', JSON.stringify({
+    bucket: manifest.bucket_binding, sessions: manifest.sessions_binding, challengeKey: manifest.challenge_key_binding,
+  }));
   await writeAtomically(path.join(workerDir, manifest.main_module), source);
 
   const shakaDir = path.join(workerDir, 'assets', '_shaka');

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# The viewers of a site from the command line: an invite link printed once on a line
-# of its own (its secret nowhere else), a rename, a new invite that ends the old
-# link, and a deletion.
+# The viewers of a site from the command line: whether the site is private, an invite
+# link printed once on a line of its own (its secret nowhere else), a rename, a new
+# invite that ends the old link, and a deletion.
 set -Eeuo pipefail
 trap 'echo "viewers_local_site: failed at line $LINENO" >&2' ERR
 vorlen=$1
@@ -12,7 +12,16 @@ export HOME=$home XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_CACH
 unset DBUS_SESSION_BUS_ADDRESS
 viewers=$home/data/vorlen/local-site/objects/_vorlen/viewers
 
-"$vorlen" viewers | grep -qx 'The site has no viewers. Add one with `vorlen viewers add NAME`.'
+"$vorlen" viewers > "$home/list"
+head -n 1 "$home/list" | grep -qx 'The site is public: its pages need no sign-in. Make it private with `vorlen viewers private on`.'
+grep -qx 'The site has no viewers. Add one with `vorlen viewers add NAME`.' "$home/list"
+site=$home/data/vorlen/local-site/objects/_vorlen/site.json
+"$vorlen" viewers private on | grep -qx 'The site is private: every page needs a viewer signed in with a passkey.'
+grep -q '"private": true' "$site"
+"$vorlen" viewers | head -n 1 | grep -q '^The site is private: '
+"$vorlen" viewers private off > /dev/null
+if grep -q '"private"' "$site"; then exit 1; fi
+if "$vorlen" viewers private maybe 2> /dev/null; then exit 1; fi
 "$vorlen" viewers add "  Ana Lima " > "$home/added"
 link=$(tail -n 1 "$home/added")
 [[ $link =~ ^http://localhost:8787/_invite/([0-9a-f]{32})\.([A-Za-z0-9_-]{43})$ ]]

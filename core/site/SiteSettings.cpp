@@ -145,6 +145,7 @@ SiteSettings SiteSettings::fromJson(const Json& json) {
         }
     }
     settings.audioLoudness = audioLoudnessFromRawValue(fieldOr<std::string>(json, "audio_loudness", "")).value_or(AudioLoudness::broadcast);
+    settings.isPrivate = fieldOr(json, "private", false);
     return settings;
 }
 
@@ -173,6 +174,8 @@ Json SiteSettings::toJson() const {
         {"audio_loudness", rawValue(audioLoudness)},
     };
     if (mediaZoneID) json["media_zone_id"] = *mediaZoneID;
+    // Left out of a public site's file, so that its bytes stay as they were.
+    if (isPrivate) json["private"] = true;
     if (!fonts.isEmpty()) {
         Json out = Json::object();
         if (fonts.hosted) out["hosted"] = {{"family", fonts.hosted->family}, {"folder", fonts.hosted->folder}};

@@ -89,6 +89,8 @@ struct SiteSettings {
     SiteFonts fonts;
     std::vector<SiteStylesheet> stylesheets;
     AudioLoudness audioLoudness = AudioLoudness::broadcast;
+    // Every page needs a viewer signed in with a passkey (see SiteViewers).
+    bool isPrivate = false;
 
     bool operator==(const SiteSettings&) const = default;
 

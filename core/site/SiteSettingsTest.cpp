@@ -38,6 +38,7 @@ TEST(SiteSettingsTest, MinimalFileReadsWithEveryDefaultAndRewritesShort) {
     EXPECT_EQ(text.find("fonts"), std::string::npos);
     EXPECT_EQ(text.find("stylesheets"), std::string::npos);
     EXPECT_EQ(text.find("media_zone_id"), std::string::npos);
+    EXPECT_EQ(text.find("private"), std::string::npos);
     EXPECT_EQ(SiteSettings::fromJson(decodeJson(text)), settings);
     EXPECT_EQ(SiteSettings::fromJson(decodeJson(text)).encoded(), text);
 }

@@ -125,4 +125,13 @@ StoredViewer SiteViewers::rename(const StoredViewer& stored, const std::string& 
 
 void SiteViewers::remove(const ViewerID& id) const { bucket_->remove(keyOf(id)); }
 
+bool SiteViewers::isPrivate() const { return SiteSettings::readRequired(*bucket_).isPrivate; }
+
+void SiteViewers::setPrivate(bool isPrivate) const {
+    auto settings = SiteSettings::readRequired(*bucket_);
+    if (settings.isPrivate == isPrivate) return;
+    settings.isPrivate = isPrivate;
+    settings.write(*bucket_);
+}
+
 }  // namespace vorlen

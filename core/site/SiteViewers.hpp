@@ -55,6 +55,10 @@ public:
     StoredViewer rename(const StoredViewer& stored, const std::string& name) const;
     void remove(const ViewerID& id) const;
 
+    // Whether every page of the site needs a signed-in viewer: the site's settings say so.
+    bool isPrivate() const;
+    void setPrivate(bool isPrivate) const;
+
 private:
     StoredViewer readFile(const ViewerID& id, const TaggedObject& object) const;
     const Viewer& changeable(const StoredViewer& stored) const;

@@ -5,6 +5,7 @@
 #include "core/base/Crypto.hpp"
 #include "core/base/Files.hpp"
 #include "core/base/VorlenError.hpp"
+#include "core/site/SiteSettings.hpp"
 #include "core/storage/FolderBucket.hpp"
 #include "testing/FailureText.hpp"
 
@@ -107,6 +108,28 @@ TEST_F(SiteViewersTest, MalformedFilesAreRefusedInWordsAndListedWithTheirProblem
               "The viewer file has version 2, from a newer version of Vorlen. This app reads version 1. Update the app.");
     EXPECT_EQ(failureOf([&] { viewers_.rename(listed[0], "Cyril"); }), SiteViewers::newerVersion);
     EXPECT_EQ(failureOf([] { ViewerID::parse("ABC"); }), "\u201cABC\u201d is not a viewer ID.");
+}
+
+TEST_F(SiteViewersTest, MakingASitePrivateChangesOnlyThatSetting) {
+    EXPECT_EQ(failureOf([&] { viewers_.isPrivate(); }), "The bucket has no _vorlen/site.json. Set up the site first.");
+    SiteSettings settings;
+    settings.mediaHost = Hostname::parse("media.example.com");
+    settings.pageHost = Hostname::parse("videos.example.com");
+    settings.homePage.title = "Dovrin Films";
+    settings.worker = DeployedWorker{"vorlen-pages", SemanticVersion::parse("1.0.0")};
+    settings.write(*bucket_);
+    const auto before = *bucket_->object(SiteRules::settingsKey);
+
+    viewers_.setPrivate(true);
+    EXPECT_TRUE(viewers_.isPrivate());
+    auto changed = SiteSettings::readRequired(*bucket_);
+    EXPECT_TRUE(changed.isPrivate);
+    changed.isPrivate = false;
+    EXPECT_EQ(changed, settings);
+
+    viewers_.setPrivate(false);
+    EXPECT_FALSE(viewers_.isPrivate());
+    EXPECT_EQ(*bucket_->object(SiteRules::settingsKey), before);
 }
 
 }  // namespace

@@ -3,16 +3,18 @@
 // the headers of its record. Tests use startWorker; a local preview uses
 // startLocalSite, which serves the same folder as the media host and the Worker as
 // the page host on one loopback port.
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
 import { existsSync } from 'node:fs';
 import { mkdtemp, readdir, readFile, rm, symlink, writeFile } from 'node:fs/promises';
 import os from 'node:os';
 import http from 'node:http';
 import path from 'node:path';
 import { randomBytes } from 'node:crypto';
-import { pipeline } from 'node:stream';
+import { pipeline, Readable } from 'node:stream';
 import { createRequire } from 'node:module';
 import { fileURLToPath } from 'node:url';
-import { listStoredObjects, openStoredObject } from './folderBucket.mjs';
+import { layoutOf, listStoredObjects, openStoredObject, writeObject } from './folderBucket.mjs';
 
 // The npm tools of a checkout live in its tools/, not beside the bundle. An installation
 // keeps the ones the preview needs in <prefix>/lib/vorlen/node_modules, since the bundle
@@ -24,16 +26,35 @@ export const toolsRequire = createRequire(existsSync(checkoutTools) || !existsSy
   : new URL('../package.json', installedModules));
 const { Miniflare } = toolsRequire('miniflare');
 
+const viewersFolder = '_vorlen/viewers/';
+
 export const defaultBundleDir = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '..');
+
+// Runs `change` while holding the folder bucket's lock as its application takes it
+// for a change (flock, exclusive), so that neither sees the other's half-done work.
+async function withFolderLock(root, change) {
+  const holder = spawn('flock', ['--exclusive', path.join(root, '.lock'), 'sh', '-c', 'echo locked; exec cat'],
+    { stdio: ['pipe', 'pipe', 'inherit'] });
+  const [started] = await Promise.race([once(holder.stdout, 'data'), once(holder, 'exit').then(() => [null])]);
+  if (started === null) throw new Error('could not lock the local site\'s folder');
+  try {
+    return await change();
+  } finally {
+    holder.stdin.end();
+    await once(holder, 'exit');
+  }
+}
 
 // Keeps an R2 binding equal to a folder bucket: each sync puts what is new or changed,
 // with the headers of its record, and deletes what is gone, so that a change in the
-// folder shows on the next request.
+// folder shows on the next request. What the Worker writes itself (a viewer's file
+// when an invite is redeemed) goes back into the folder.
 export class BucketMirror {
   constructor(bucket, root) {
     this.bucket = bucket;
     this.root = root;
     this.known = new Map();
+    this.etags = new Map();
     this.running = null;
   }
 
@@ -55,11 +76,33 @@ export class BucketMirror {
       const data = await stored.handle.readFile().finally(() => stored.handle.close());
       // The binding takes a plain ArrayBuffer across Miniflare's proxy, not a Buffer view.
       const bytes = data.buffer.slice(data.byteOffset, data.byteOffset + data.byteLength);
-      await this.bucket.put(key, bytes, { httpMetadata: stored.headers });
+      this.etags.set(key, (await this.bucket.put(key, bytes, { httpMetadata: stored.headers })).etag);
     }
     const gone = [...this.known.keys()].filter((key) => !now.has(key));
     if (gone.length) await this.bucket.delete(gone);
+    for (const key of gone) this.etags.delete(key);
     this.known = now;
+  }
+
+  // Writes into the folder each object under `prefix` that the Worker changed, unless
+  // the folder's copy changed too since the last sync: then the folder's wins, as a
+  // conditional write in the bucket would have it, and the next sync puts it back.
+  async writeBack(prefix) {
+    await this.running;
+    const changed = (await this.bucket.list({ prefix })).objects
+      .filter((object) => this.etags.has(object.key) && this.etags.get(object.key) !== object.etag);
+    if (changed.length === 0) return;
+    await withFolderLock(this.root, async () => {
+      for (const { key } of changed) {
+        const recordFile = path.join(this.root, layoutOf(key).record);
+        const record = await readFile(recordFile, 'utf8').catch(() => null);
+        if (record === null || record !== this.known.get(key)) continue;
+        const object = await this.bucket.get(key);
+        await writeObject(this.root, key, await object.arrayBuffer(), object.httpMetadata);
+        this.known.set(key, await readFile(recordFile, 'utf8'));
+        this.etags.set(key, object.etag);
+      }
+    });
   }
 }
 
@@ -206,7 +249,10 @@ async function servePage(request, response, worker, port) {
   for (const [name, value] of Object.entries(request.headers)) {
     if (name !== 'host' && typeof value === 'string') headers.set(name, value);
   }
-  const answer = await worker.fetch(`http://localhost:${port}${request.url}`, { method: request.method, headers });
+  const body = request.method === 'POST' ? await new Response(Readable.toWeb(request)).arrayBuffer() : undefined;
+  const answer = await worker.fetch(`http://localhost:${port}${request.url}`, { method: request.method, headers, body });
+  // A viewer who made a passkey shows in the application's list of the site's viewers.
+  if (request.method === 'POST') await worker.mirror.writeBack(viewersFolder);
   const out = {};
   answer.headers.forEach((value, name) => { out[name] = value; });
   response.writeHead(answer.status, out);

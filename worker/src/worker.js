@@ -6,6 +6,8 @@
 const builtInTemplates = /* built-in templates */ {};
 const bundleVersion = /* bundle version */ '0.0.0';
 const playerVersion = /* player version */ '0.0.0';
+// The names of the bucket, the sessions' namespace and the challenge key in `env`.
+const bindingNames = /* binding names */ {};
 
 const siteKey = '_vorlen/site.json';
 const playerKey = '_vorlen/player.json';
@@ -144,6 +146,14 @@ function folded(text) {
 // ---------------------------------------------------------------------------
 // Reading the bucket
 
+function bucketOf(env) {
+  return env[bindingNames.bucket];
+}
+
+function sessionsOf(env) {
+  return env[bindingNames.sessions];
+}
+
 async function readJson(bucket, key) {
   const object = await bucket.get(key);
   if (object === null) return { state: 'missing' };
@@ -259,6 +269,7 @@ export function siteSettingsFrom(text) {
     stylesheets: (Array.isArray(file.stylesheets) ? file.stylesheets : [])
       .map((s) => (s && typeof s.url === 'string' ? s.url : ''))
       .filter((url) => /^https:\/\/[^\s"'<>]+$/.test(url)),
+    isPrivate: file.private === true,
   };
 }
 
@@ -570,11 +581,12 @@ function unavailableHtml(reason) {
   });
 }
 
-function catalogEntries(read) {
+// The catalogue's public videos; a signed-in viewer sees the unlisted ones too.
+function catalogEntries(read, withUnlisted) {
   if (read.state !== 'read' || !read.value || !Array.isArray(read.value.videos) || read.value.version !== 1) return [];
   return read.value.videos.filter((entry) => entry && typeof entry === 'object'
     && typeof entry.folder === 'string' && isFolderName(entry.folder)
-    && (entry.visibility === undefined || entry.visibility === 'public'))
+    && (entry.visibility === undefined || entry.visibility === 'public' || (withUnlisted && entry.visibility === 'unlisted')))
     .map((entry) => ({
       folder: entry.folder,
       title: typeof entry.title === 'string' && entry.title.trim() ? entry.title.trim() : entry.folder,
@@ -598,7 +610,14 @@ function sortedEntries(entries, sort) {
   return [...entries].sort(order);
 }
 
-function homeHtml(site, url, entries, query) {
+function signOutHtml(viewer) {
+  return `<form class="sign-out" method="post" action="/_signout">
+<span>Signed in as ${escapeHtml(viewer.name)}</span>
+<button type="submit">Sign out</button>
+</form>`;
+}
+
+function homeHtml(site, url, entries, query, viewer) {
   const name = siteName(site);
   const terms = folded(query).split(/\s+/).filter(Boolean);
   const shown = terms.length
@@ -646,6 +665,7 @@ ${date ? `<time class="card-date" datetime="${escapeHtml(entry.created)}">${date
 </div>
 ${search}
 </div>
+${viewer ? signOutHtml(viewer) : ''}
 ${status}
 ${cards.length ? `<ul class="cards cards-${site.homePage.posterSize}">\n${cards.join('\n')}\n</ul>` : ''}`,
   });
@@ -714,7 +734,7 @@ function htmlResponse(body, status, extraHeaders = {}) {
 }
 
 async function videoPage(site, env, url, folder, kind) {
-  const bucket = env.BUCKET;
+  const bucket = bucketOf(env);
   const folderKey = prefixed(site.path, folder);
   const [playable, record, settings] = await Promise.all([
     bucket.head(`${folderKey}/master.m3u8`),
@@ -749,16 +769,428 @@ function notFound(site, url) {
   return htmlResponse(notFoundHtml(site, url), 404, { 'Content-Security-Policy': contentPolicy(site, url) });
 }
 
-async function route(env, url) {
-  const site = await readSite(env.BUCKET);
+// ---------------------------------------------------------------------------
+// Viewers: the invites, passkeys and sessions of the people who may watch. A
+// viewer's file is written by the application and, when the invite is redeemed,
+// by this Worker; nothing else is stored but the sessions.
+
+const viewersFolder = '_vorlen/viewers/';
+const sessionCookie = 'vorlen_session';
+const challengeSeconds = 300;
+const sessionSeconds = 30 * 24 * 60 * 60;
+const viewerIdPattern = /^[0-9a-f]{32}$/;
+const randomTokenPattern = /^[A-Za-z0-9_-]{43}$/;  // 32 random bytes in base64url
+const invitePathPattern = /^\/_invite\/([^/]*)(\/options)?$/;
+const es256 = -7;
+const userPresentFlag = 0x01;
+const attestedCredentialFlag = 0x40;
+const utf8 = new TextEncoder();
+
+function base64Url(bytes) {
+  let binary = '';
+  for (const byte of new Uint8Array(bytes)) binary += String.fromCharCode(byte);
+  return btoa(binary).replace(/\+/g, '-').replace(/\//g, '_').replace(/=+$/, '');
+}
+
+// The bytes of a base64url text, or null when it is none.
+function fromBase64Url(text) {
+  if (typeof text !== 'string' || !/^[A-Za-z0-9_-]*$/.test(text) || text.length % 4 === 1) return null;
+  const binary = atob(text.replace(/-/g, '+').replace(/_/g, '/'));
+  return Uint8Array.from(binary, (c) => c.charCodeAt(0));
+}
+
+function hexOf(bytes) {
+  return [...new Uint8Array(bytes)].map((b) => b.toString(16).padStart(2, '0')).join('');
+}
+
+async function sha256(bytes) {
+  return new Uint8Array(await crypto.subtle.digest('SHA-256', bytes));
+}
+
+// Takes the same time for any two texts of one length, so that a secret cannot be
+// found one byte at a time.
+function sameBytes(a, b) {
+  if (a.length !== b.length) return false;
+  let difference = 0;
+  for (let i = 0; i < a.length; i += 1) difference |= a[i] ^ b[i];
+  return difference === 0;
+}
+
+function concatenated(a, b) {
+  const out = new Uint8Array(a.length + b.length);
+  out.set(a);
+  out.set(b, a.length);
+  return out;
+}
+
+function isoSeconds(time) {
+  return new Date(time).toISOString().replace(/\.\d+Z$/, 'Z');
+}
+
+function viewerKey(id) {
+  return `${viewersFolder}${id}.json`;
+}
+
+// A viewer file as the application writes it, or null when it cannot be used: an
+// invite's hash must be lowercase hex, as the application requires too.
+export function viewerFrom(text) {
+  let file;
+  try {
+    file = JSON.parse(text);
+  } catch {
+    return null;
+  }
+  if (!isObject(file) || file.version !== 1 || typeof file.name !== 'string' || !file.name.trim()
+    || isObject(file.invite) === isObject(file.passkey)) return null;
+  const name = file.name.trim();
+  if (file.invite) {
+    const { hash, expires } = file.invite;
+    const end = typeof expires === 'string' ? Date.parse(expires) : NaN;
+    if (typeof hash !== 'string' || !/^[0-9a-f]{64}$/.test(hash) || Number.isNaN(end)) return null;
+    return { file, name, invite: { hash, expires: end } };
+  }
+  const { id, publicKey } = file.passkey;
+  if (typeof id !== 'string' || !id || typeof publicKey !== 'string' || !publicKey) return null;
+  return { file, name, passkey: { id, publicKey } };
+}
+
+async function readViewer(bucket, id) {
+  if (typeof id !== 'string' || !viewerIdPattern.test(id)) return null;
+  const object = await bucket.get(viewerKey(id));
+  if (object === null) return null;
+  const viewer = viewerFrom(await object.text());
+  return viewer && { ...viewer, id, etag: object.etag };
+}
+
+// Where an invite link stands. A wrong secret reads as an unknown link, so that a
+// guess learns nothing; a used invite has no secret left to compare.
+export async function inviteState(viewer, secret, now) {
+  if (!viewer || typeof secret !== 'string' || !randomTokenPattern.test(secret)) return 'unknown';
+  if (viewer.passkey) return 'used';
+  const hash = utf8.encode(hexOf(await sha256(utf8.encode(secret))));
+  if (!sameBytes(hash, utf8.encode(viewer.invite.hash))) return 'unknown';
+  return viewer.invite.expires <= now ? 'expired' : 'valid';
+}
+
+// The viewer's file with the invite replaced by the passkey, in the application's
+// own form: pretty-printed with sorted keys.
+export function redeemedFile(file, passkey, now) {
+  const { invite, ...kept } = file;
+  const sorted = (value) => (isObject(value)
+    ? Object.fromEntries(Object.keys(value).sort().map((key) => [key, sorted(value[key])]))
+    : value);
+  return JSON.stringify(sorted({ ...kept, passkey: { ...passkey, created: isoSeconds(now) } }), null, 2);
+}
+
+// Challenges are kept nowhere: each carries its purpose, its viewer (for a new
+// passkey), its end and a random part, under an HMAC with the site's challenge key.
+async function challengeMac(key, text) {
+  const hmac = await crypto.subtle.importKey('raw', utf8.encode(key), { name: 'HMAC', hash: 'SHA-256' }, false, ['sign']);
+  return new Uint8Array(await crypto.subtle.sign('HMAC', hmac, utf8.encode(text)));
+}
+
+export async function makeChallenge(key, purpose, viewerId, now) {
+  const nonce = base64Url(crypto.getRandomValues(new Uint8Array(16)));
+  const text = `${purpose}.${viewerId}.${Math.floor(now / 1000) + challengeSeconds}.${nonce}`;
+  return base64Url(utf8.encode(`${text}.${base64Url(await challengeMac(key, text))}`));
+}
+
+export async function challengeValid(key, challenge, purpose, viewerId, now) {
+  const bytes = fromBase64Url(challenge);
+  if (!bytes) return false;
+  const parts = new TextDecoder().decode(bytes).split('.');
+  if (parts.length !== 5) return false;
+  const given = fromBase64Url(parts[4]);
+  const expected = await challengeMac(key, parts.slice(0, 4).join('.'));
+  return given !== null && sameBytes(given, expected) && parts[0] === purpose && parts[1] === viewerId
+    && /^[0-9]{1,12}$/.test(parts[2]) && Number(parts[2]) * 1000 > now;
+}
+
+// What the browser says it signed: the kind of ceremony, the page it happened on and
+// one of this site's challenges for this purpose.
+async function clientDataValid(bytes, { type, origin, key, purpose, viewerId, now }) {
+  let data;
+  try {
+    data = JSON.parse(new TextDecoder('utf-8', { fatal: true }).decode(bytes));
+  } catch {
+    return false;
+  }
+  return isObject(data) && data.type === type && data.origin === origin && data.crossOrigin !== true
+    && await challengeValid(key, data.challenge, purpose, viewerId, now);
+}
+
+// The authenticator's data: made for this site's name, with the person present.
+async function authenticatorDataValid(bytes, rpId) {
+  return bytes.length >= 37 && sameBytes(bytes.subarray(0, 32), await sha256(utf8.encode(rpId)))
+    && (bytes[32] & userPresentFlag) !== 0;
+}
+
+// WebAuthn gives an ECDSA signature in DER; WebCrypto verifies r and s side by
+// side, 32 bytes each.
+export function rawSignature(der) {
+  if (der.length < 8 || der[0] !== 0x30 || der[1] !== der.length - 2) return null;
+  const raw = new Uint8Array(64);
+  let at = 2;
+  for (const offset of [0, 32]) {
+    const length = der[at + 1];
+    if (der[at] !== 0x02 || length === 0 || at + 2 + length > der.length) return null;
+    let value = der.subarray(at + 2, at + 2 + length);
+    while (value.length > 32 && value[0] === 0) value = value.subarray(1);
+    if (value.length > 32) return null;
+    raw.set(value, offset + 32 - value.length);
+    at += 2 + length;
+  }
+  return at === der.length ? raw : null;
+}
+
+async function publicKeyOf(spki) {
+  try {
+    return await crypto.subtle.importKey('spki', spki, { name: 'ECDSA', namedCurve: 'P-256' }, false, ['verify']);
+  } catch {
+    return null;
+  }
+}
+
+// The passkey of a registration (the browser's public key in SPKI, base64url), or
+// null when it was not made for this invite on this site.
+export async function registeredPasskey(body, { viewerId, origin, rpId, key, now }) {
+  if (!isObject(body) || body.publicKeyAlgorithm !== es256) return null;
+  const [credentialId, clientData, authData, publicKey] = [body.id, body.clientDataJSON, body.authenticatorData, body.publicKey]
+    .map(fromBase64Url);
+  if (!credentialId?.length || !clientData || !authData || !publicKey) return null;
+  if (!await clientDataValid(clientData, { type: 'webauthn.create', origin, key, purpose: 'register', viewerId, now })
+    || !await authenticatorDataValid(authData, rpId) || (authData[32] & attestedCredentialFlag) === 0) return null;
+  // The attested credential data (after 16 bytes of AAGUID) names the credential the browser reports.
+  const idLength = authData.length >= 55 ? (authData[53] << 8) | authData[54] : -1;
+  if (idLength < 0 || authData.length < 55 + idLength || !sameBytes(authData.subarray(55, 55 + idLength), credentialId)) return null;
+  if (!await publicKeyOf(publicKey)) return null;
+  const transports = Array.isArray(body.transports)
+    ? body.transports.filter((t) => typeof t === 'string' && /^[a-z-]{1,32}$/.test(t)).slice(0, 8) : [];
+  return { id: base64Url(credentialId), publicKey: base64Url(publicKey), transports };
+}
+
+// Whether a sign-in was signed by the viewer's passkey, for this site, just now.
+export async function assertionValid(body, viewer, { origin, rpId, key, now }) {
+  if (!isObject(body) || !viewer?.passkey || body.id !== viewer.passkey.id) return false;
+  const [clientData, authData, signature, spki] = [body.clientDataJSON, body.authenticatorData, body.signature, viewer.passkey.publicKey]
+    .map(fromBase64Url);
+  if (!clientData || !authData || !signature || !spki) return false;
+  if (!await clientDataValid(clientData, { type: 'webauthn.get', origin, key, purpose: 'signin', viewerId: '', now })
+    || !await authenticatorDataValid(authData, rpId)) return false;
+  const raw = rawSignature(signature);
+  const publicKey = await publicKeyOf(spki);
+  if (!raw || !publicKey) return false;
+  return crypto.subtle.verify({ name: 'ECDSA', hash: 'SHA-256' }, publicKey, raw, concatenated(authData, await sha256(clientData)));
+}
+
+function sessionToken(request) {
+  for (const part of (request.headers.get('Cookie') ?? '').split(';')) {
+    const [name, value] = part.trim().split('=');
+    if (name === sessionCookie && value) return value;
+  }
+  return null;
+}
+
+async function sessionKey(token) {
+  return hexOf(await sha256(utf8.encode(token)));
+}
+
+function cookie(url, value, maxAge) {
+  return `${sessionCookie}=${value}; Path=/; Max-Age=${maxAge}; HttpOnly; SameSite=Lax${url.protocol === 'https:' ? '; Secure' : ''}`;
+}
+
+// Stores only the token's hash, so that a read of the namespace opens no session.
+async function startSession(env, url, viewer, credentialId) {
+  const token = base64Url(crypto.getRandomValues(new Uint8Array(32)));
+  await sessionsOf(env).put(await sessionKey(token), JSON.stringify({ viewer: viewer.id, credential: credentialId }),
+    { expirationTtl: sessionSeconds });
+  return cookie(url, token, sessionSeconds);
+}
+
+// The viewer of a session while their file still holds the passkey that started it:
+// deleting the viewer, or a new invite, ends the session at once.
+async function signedInViewer(env, token) {
+  if (!token || !randomTokenPattern.test(token)) return null;
+  let session;
+  try {
+    session = await sessionsOf(env).get(await sessionKey(token), 'json');
+  } catch {
+    return null;
+  }
+  if (!isObject(session)) return null;
+  const viewer = await readViewer(bucketOf(env), session.viewer);
+  return viewer?.passkey && viewer.passkey.id === session.credential ? viewer : null;
+}
+
+// Where to go after signing in: a path of this host, never another site.
+export function localPath(next, fallback) {
+  return typeof next === 'string' && next.length <= 2000 && /^\/(?![/\\])[^\\\u0000-\u0020\u007f]*$/.test(next)
+    ? next : fallback;
+}
+
+function isViewerPath(path) {
+  return path === '/_signin' || path === '/_signin/options' || path === '/_signout' || path.startsWith('/_invite/');
+}
+
+function signInAddress(site, url, next) {
+  return `${originOf(url, site.pageHost)}/_signin?next=${encodeURIComponent(next)}`;
+}
+
+function viewerPageHtml(site, url, { title, body, config }) {
+  return layoutPage({
+    theme: themeOf(site),
+    head: [...commonHead({ title: `${title} – ${siteName(site)}`, description: title, robots: 'noindex' }),
+      ...siteStyleHead(site, url)].join('\n'),
+    site: siteHeaderLink(site),
+    bodyClass: 'viewer-page',
+    body: `<section class="notice viewer-panel" aria-labelledby="notice-title">
+${body}
+${config ? `<p class="viewer-status" id="viewer-status" role="status"></p>
+<noscript><p>This page needs JavaScript to use a passkey.</p></noscript>
+</section>
+<script type="application/json" id="vorlen-viewer-config">${scriptJson(config)}</script>
+<script src="${assetLink('/_assets/viewer.js', bundleVersion)}" defer></script>` : '</section>'}`,
+  });
+}
+
+function viewerPage(site, url, status, page) {
+  return htmlResponse(viewerPageHtml(site, url, page), status, { 'Content-Security-Policy': contentPolicy(site, url) });
+}
+
+function signInPage(site, url, next) {
+  const name = escapeHtml(siteName(site));
+  return viewerPage(site, url, 200, {
+    title: 'Sign in',
+    body: `<h1 id="notice-title">Sign in to watch</h1>
+<p>The videos of ${name} are for invited viewers. Sign in with the passkey that you made with your invite.</p>
+<p><button type="button" class="button" id="viewer-action">Sign in with a passkey</button></p>`,
+    config: { mode: 'signin', options: '/_signin/options', submit: `/_signin?next=${encodeURIComponent(next)}` },
+  });
+}
+
+const invitePages = {
+  unknown: [404, 'This invite link does not work', 'Check that you opened the whole link. If it still does not work, ask the person who sent it for a new one.'],
+  used: [410, 'This invite was used already', 'A passkey was made with it. Sign in with that passkey, or ask the person who sent the invite for a new one.'],
+  expired: [410, 'This invite has expired', 'Invite links work for seven days. Ask the person who sent it for a new one.'],
+};
+
+function invitePage(site, url, { state, viewer, link, next }) {
+  if (state !== 'valid') {
+    const [status, title, text] = invitePages[state];
+    const signIn = state === 'used' ? '<p><a class="button" href="/_signin">Sign in</a></p>' : '';
+    return viewerPage(site, url, status, { title, body: `<h1 id="notice-title">${title}</h1>\n<p>${text}</p>\n${signIn}` });
+  }
+  return viewerPage(site, url, 200, {
+    title: 'Your invite',
+    body: `<h1 id="notice-title">Welcome, ${escapeHtml(viewer.name)}</h1>
+<p>You are invited to watch the videos of ${escapeHtml(siteName(site))}. Make a passkey on this device: it signs you in from now on, without a password. The invite link works only once.</p>
+<p><button type="button" class="button" id="viewer-action">Make a passkey</button></p>`,
+    config: { mode: 'invite', options: `${link}/options`, submit: `${link}?next=${encodeURIComponent(next)}` },
+  });
+}
+
+function jsonResponse(value, status = 200, headers = {}) {
+  return new Response(JSON.stringify(value), {
+    status, headers: { 'Content-Type': 'application/json; charset=utf-8', 'X-Content-Type-Options': 'nosniff', ...headers },
+  });
+}
+
+const signInFailure = 'This passkey does not sign in to this site. Use the passkey that you made with your invite, or ask for a new invite.';
+
+async function requestBody(request) {
+  try {
+    return await request.json();
+  } catch {
+    return null;
+  }
+}
+
+const methodNotAllowed = (allowed) => new Response('Method not allowed', { status: 405, headers: { Allow: allowed } });
+
+async function signInRoute(request, env, url, site, check, next) {
+  if (url.pathname === '/_signin/options') {
+    if (request.method !== 'POST') return methodNotAllowed('POST');
+    return jsonResponse({
+      challenge: await makeChallenge(check.key, 'signin', '', check.now),
+      rpId: check.rpId,
+      timeout: challengeSeconds * 1000,
+      userVerification: 'preferred',
+    });
+  }
+  if (request.method !== 'POST') return signInPage(site, url, next);
+  const body = await requestBody(request);
+  const handle = fromBase64Url(body?.userHandle);
+  const viewer = handle?.length === 16 ? await readViewer(bucketOf(env), hexOf(handle)) : null;
+  if (!await assertionValid(body, viewer, check)) return jsonResponse({ error: signInFailure }, 401);
+  return jsonResponse({ next }, 200, { 'Set-Cookie': await startSession(env, url, viewer, viewer.passkey.id) });
+}
+
+async function inviteRoute(request, env, url, site, check, next) {
+  const [, link = '', options] = invitePathPattern.exec(url.pathname) ?? [];
+  const [id, secret] = link.split('.');
+  const viewer = await readViewer(bucketOf(env), id);
+  const state = await inviteState(viewer, secret, check.now);
+  if (request.method !== 'POST') {
+    return options ? methodNotAllowed('POST') : invitePage(site, url, { state, viewer, link: `/_invite/${link}`, next });
+  }
+  if (state !== 'valid') {
+    const [status, title, text] = invitePages[state];
+    return jsonResponse({ error: `${title}. ${text}` }, status);
+  }
+  if (options) {
+    return jsonResponse({
+      challenge: await makeChallenge(check.key, 'register', viewer.id, check.now),
+      rp: { id: check.rpId, name: siteName(site) },
+      user: { id: base64Url(Uint8Array.from(viewer.id.match(/../g), (h) => parseInt(h, 16))), name: viewer.name, displayName: viewer.name },
+      pubKeyCredParams: [{ type: 'public-key', alg: es256 }],
+      authenticatorSelection: { residentKey: 'required', requireResidentKey: true, userVerification: 'preferred' },
+      attestation: 'none',
+      timeout: challengeSeconds * 1000,
+    });
+  }
+  const passkey = await registeredPasskey(await requestBody(request), { ...check, viewerId: viewer.id });
+  if (!passkey) return jsonResponse({ error: 'The passkey was not made for this invite on this site. Reload the page and try again.' }, 400);
+  // Only one redeem can win, and a rename by the application in between makes this one lose.
+  const written = await bucketOf(env).put(viewerKey(viewer.id), redeemedFile(viewer.file, passkey, check.now), {
+    onlyIf: { etagMatches: viewer.etag },
+    httpMetadata: { contentType: 'application/json', cacheControl: 'no-cache' },
+  });
+  if (written === null) {
+    return jsonResponse({ error: 'The invite changed while the passkey was made. Reload the page to see whether it still works.' }, 409);
+  }
+  return jsonResponse({ next }, 200, { 'Set-Cookie': await startSession(env, url, viewer, passkey.id) });
+}
+
+// The sign-in and invite pages, their passkey steps, and signing out. Every POST
+// must come from the site's own pages.
+async function viewerRoute(request, env, url, site, token) {
+  const origin = originOf(url, site.pageHost);
+  if (request.method === 'POST' && request.headers.get('Origin') !== origin) return jsonResponse({ error: 'Forbidden' }, 403);
+  if (url.pathname === '/_signout') {
+    if (request.method !== 'POST') return methodNotAllowed('POST');
+    if (token && randomTokenPattern.test(token)) await sessionsOf(env).delete(await sessionKey(token));
+    return new Response(null, { status: 303, headers: { Location: `${origin}/_signin`, 'Set-Cookie': cookie(url, '', 0) } });
+  }
+  const check = { origin, rpId: site.pageHost, key: env[bindingNames.challengeKey], now: Date.now() };
+  const next = localPath(url.searchParams.get('next'), homePath(site));
+  return url.pathname.startsWith('/_invite/')
+    ? inviteRoute(request, env, url, site, check, next)
+    : signInRoute(request, env, url, site, check, next);
+}
+
+async function route(request, env, url, site, token) {
+  if (isViewerPath(url.pathname)) return viewerRoute(request, env, url, site, token);
+  const viewer = token ? await signedInViewer(env, token) : null;
   const path = decodeURIComponent(url.pathname);
+  if (site.isPrivate && !viewer) return Response.redirect(signInAddress(site, url, url.pathname + url.search), 302);
   const home = homePath(site);
   if (path === home || (site.pagePath && path === `/${site.pagePath}`) || (site.pagePath && path === '/')) {
-    if (!site.homePage.isPublic) return notFound(site, url);
+    // The home page of a private site lists its videos for its viewers.
+    if (!site.homePage.isPublic && !site.isPrivate) return notFound(site, url);
     if (path !== home) return Response.redirect(`${originOf(url, site.pageHost)}${home}${url.search}`, 301);
-    const entries = catalogEntries(await readJson(env.BUCKET, catalogKey));
+    const entries = catalogEntries(await readJson(bucketOf(env), catalogKey), viewer !== null);
     const query = (url.searchParams.get('q') ?? '').slice(0, 200);
-    return htmlResponse(homeHtml(site, url, entries, query), 200, { 'Content-Security-Policy': contentPolicy(site, url) });
+    return htmlResponse(homeHtml(site, url, entries, query, viewer), 200, { 'Content-Security-Policy': contentPolicy(site, url) });
   }
   const pagePrefix = site.pagePath ? `/${site.pagePath}/` : '/';
   if (path.startsWith(pagePrefix)) {
@@ -780,9 +1212,39 @@ async function route(env, url) {
   return notFound(site, url);
 }
 
-async function respond(url, env) {
+// A response that depends on who asks: neither the edge nor the browser keeps it.
+function personal(response) {
+  const copy = new Response(response.body, response);
+  copy.headers.set('Cache-Control', 'private, no-store');
+  return copy;
+}
+
+// Public pages are kept briefly in the edge cache: a view costs no bucket reads but
+// the site's settings then, and a change shows within a minute. The cache's key is the
+// address alone, so a page of a private site, or one asked for with a session, is
+// neither kept nor taken from it.
+async function pageFor(request, env, ctx) {
+  const url = new URL(request.url);
+  const token = sessionToken(request);
+  const site = await readSite(bucketOf(env));
+  if (site.isPrivate || token !== null || isViewerPath(url.pathname)) {
+    return personal(await route(request, env, url, site, token));
+  }
+  const cache = typeof caches !== 'undefined' ? caches.default : null;
+  const cacheKey = new Request(request.url, { method: 'GET' });
+  const cached = cache ? await cache.match(cacheKey) : undefined;
+  if (cached) return cached;
+  const response = await route(request, env, url, site, null);
+  const keeps = response.headers.get('Cache-Control') === `public, max-age=${pageCacheSeconds}`;
+  if (cache && keeps && (response.status === 200 || response.status === 404)) {
+    ctx.waitUntil(cache.put(cacheKey, response.clone()));
+  }
+  return response;
+}
+
+async function respond(request, env, ctx) {
   try {
-    return await route(env, url);
+    return await pageFor(request, env, ctx);
   } catch (error) {
     if (error instanceof SiteUnavailable) {
       return htmlResponse(unavailableHtml(error.reason), 503, { 'Cache-Control': 'no-store', 'Retry-After': '60' });
@@ -799,21 +1261,11 @@ async function respond(url, env) {
 
 export default {
   async fetch(request, env, ctx) {
-    if (request.method !== 'GET' && request.method !== 'HEAD') {
+    const reading = request.method === 'GET' || request.method === 'HEAD';
+    if (!reading && !(request.method === 'POST' && isViewerPath(new URL(request.url).pathname))) {
       return new Response('Method not allowed', { status: 405, headers: { Allow: 'GET, HEAD' } });
     }
-    // Pages are kept briefly in the edge cache: a view costs no bucket reads then,
-    // and a change shows within a minute. Pages marked otherwise are not kept.
-    const cache = typeof caches !== 'undefined' ? caches.default : null;
-    const cacheKey = new Request(request.url, { method: 'GET' });
-    let response = cache ? await cache.match(cacheKey) : undefined;
-    if (!response) {
-      response = await respond(new URL(request.url), env);
-      const keeps = response.headers.get('Cache-Control') === `public, max-age=${pageCacheSeconds}`;
-      if (cache && keeps && (response.status === 200 || response.status === 404)) {
-        ctx.waitUntil(cache.put(cacheKey, response.clone()));
-      }
-    }
+    const response = await respond(request, env, ctx);
     return request.method === 'HEAD' ? new Response(null, response) : response;
   },
 };

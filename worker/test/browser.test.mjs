@@ -11,7 +11,7 @@ import { promisify } from 'node:util';
 import { after, before, describe, test } from 'node:test';
 import { startLocalSite } from '../dev/localSite.mjs';
 import { writeObject } from '../dev/folderBucket.mjs';
-import { launchChromium, videoRecord } from './helpers.mjs';
+import { launchChromium, playsPastTwoSeconds, videoRecord } from './helpers.mjs';
 
 const run = promisify(execFile);
 const screenshotDir = process.env.VORLEN_SCREENSHOT_DIR ?? path.join(os.tmpdir(), 'vorlen-worker-screenshots');
@@ -148,8 +148,7 @@ describe('pages in a browser', () => {
       assert.deepEqual(basics.unlabelled, []);
       await page.screenshot({ path: path.join(screenshotDir, `player-${colorScheme}.png`), fullPage: true });
       if (colorScheme === 'light') {
-        await page.evaluate(() => { const v = document.getElementById('vorlen-video'); v.muted = true; return v.play(); });
-        await page.waitForFunction(() => document.getElementById('vorlen-video').currentTime > 2, null, { timeout: 60000 });
+        await playsPastTwoSeconds(page);
         assert.ok(partial.some((url) => url.endsWith('/harbour-at-dawn/video.mp4')), 'the media host answered ranges');
       }
       assert.deepEqual(errors, []);

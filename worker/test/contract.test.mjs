@@ -25,6 +25,7 @@ function fileForm(site) {
     template: site.template,
     embeds: site.embeds,
     home_page: { public: home.isPublic, title: home.title, search: home.showsSearch, sort: home.sort, poster_size: home.posterSize },
+    private: site.isPrivate,
   };
 }
 

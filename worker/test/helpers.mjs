@@ -1,4 +1,10 @@
-// Seeds and reads a bucket for the page tests, and starts the browser for the page checks.
+// Seeds and reads a bucket for the page tests, starts the browser for the page checks,
+// and `vorlen preview` for the tests that take the road through the command line.
+import { spawn } from 'node:child_process';
+import { mkdtemp } from 'node:fs/promises';
+import net from 'node:net';
+import os from 'node:os';
+import path from 'node:path';
 import { startWorker, toolsRequire } from '../dev/localSite.mjs';
 
 export const origin = 'https://watch.example.com';
@@ -66,5 +72,54 @@ export function launchChromium(profile) {
       '--autoplay-policy=no-user-gesture-required',
       '--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE *.localhost, EXCLUDE 127.0.0.1'],
     env: { ...process.env, XDG_CONFIG_HOME: profile, XDG_CACHE_HOME: profile },
+  });
+}
+
+// Plays the page's video, muted, until it is past two seconds: the media really played.
+export async function playsPastTwoSeconds(page) {
+  await page.evaluate(() => { const v = document.getElementById('vorlen-video'); v.muted = true; return v.play(); });
+  await page.waitForFunction(() => document.getElementById('vorlen-video').currentTime > 2, null, { timeout: 60000 });
+}
+
+// A home folder of its own for `vorlen`, as on a fresh computer.
+export async function freshHome(prefix) {
+  const home = await mkdtemp(path.join(os.tmpdir(), prefix));
+  const env = { ...process.env, HOME: home, XDG_CONFIG_HOME: path.join(home, 'config'), XDG_DATA_HOME: path.join(home, 'data'),
+    XDG_CACHE_HOME: path.join(home, 'cache'), TMPDIR: home };
+  delete env.DBUS_SESSION_BUS_ADDRESS;
+  return { home, env };
+}
+
+function freePort() {
+  return new Promise((resolve, reject) => {
+    const server = net.createServer();
+    server.once('error', reject);
+    server.listen(0, '127.0.0.1', () => {
+      const { port } = server.address();
+      server.close(() => resolve(port));
+    });
+  });
+}
+
+// Starts `vorlen preview` on a free port and resolves once it has printed the site's
+// page origin and the addresses of its video pages.
+export async function startPreview(vorlen, env) {
+  const port = await freePort();
+  const child = spawn(vorlen, ['preview', '--port', String(port)], { env, stdio: ['ignore', 'pipe', 'inherit'] });
+  const stop = async () => {
+    if (child.exitCode !== null) return;
+    const ended = new Promise((resolve) => child.once('exit', resolve));
+    child.kill('SIGINT');
+    await ended;
+  };
+  return new Promise((resolve, reject) => {
+    let output = '';
+    child.stdout.on('data', (chunk) => {
+      output += chunk;
+      const origin = /pages on (http:\/\/localhost:\d+)/.exec(output)?.[1];
+      const pages = [...output.matchAll(/^ {2}(http:\/\/localhost:\d+\/\S+)$/gm)].map((m) => m[1]);
+      if (origin && pages.length > 0) resolve({ origin, pages, stop });
+    });
+    child.once('exit', (code) => reject(new Error(`vorlen preview ended with ${code}: ${output}`)));
   });
 }

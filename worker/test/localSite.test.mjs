@@ -5,7 +5,7 @@ import { mkdir, mkdtemp, readdir, readFile, readlink, rm, symlink, writeFile } f
 import os from 'node:os';
 import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
-import { startLocalSite } from '../dev/localSite.mjs';
+import { startLocalSite, startWorker } from '../dev/localSite.mjs';
 import { writeObject } from '../dev/folderBucket.mjs';
 import { videoRecord } from './helpers.mjs';
 
@@ -214,4 +214,28 @@ test('nothing of the local site listens beyond loopback', async () => {
   const addresses = await listeningAddresses(process.pid);
   assert.ok(addresses.length >= 2, `the site and workerd listen: ${addresses}`);
   for (const address of addresses) assert.match(address, /^(tcp|udp) 127\.0\.0\.1:\d+$/);
+});
+
+test('a viewer file that the Worker writes goes back into the folder, unless the folder changed it too', async () => {
+  const folder = await mkdtemp(path.join(os.tmpdir(), 'vorlen-write-back-'));
+  const worker = await startWorker({ root: folder }).catch(async (error) => { await rm(folder, { recursive: true }); throw error; });
+  try {
+    const key = (name) => `_vorlen/viewers/${name}.json`;
+    for (const name of ['redeemed', 'renamed']) await writeObject(folder, key(name), '{"invite": 1}', json);
+    await worker.mirror.sync();
+    for (const name of ['redeemed', 'renamed']) {
+      await worker.bucket.put(key(name), '{"passkey": 1}', { httpMetadata: json });
+    }
+    await writeObject(folder, key('renamed'), '{"invite": 2}', json);
+    await worker.mirror.writeBack('_vorlen/viewers/');
+    const file = (name) => readFile(path.join(folder, 'objects', key(name)), 'utf8');
+    assert.equal(await file('redeemed'), '{"passkey": 1}');
+    assert.equal(await file('renamed'), '{"invite": 2}', 'the application\'s change wins');
+    await worker.mirror.sync();
+    assert.equal(await (await worker.bucket.get(key('renamed'))).text(), '{"invite": 2}');
+    assert.equal(await (await worker.bucket.get(key('redeemed'))).text(), '{"passkey": 1}');
+  } finally {
+    await worker.close();
+    await rm(folder, { recursive: true, force: true });
+  }
 });

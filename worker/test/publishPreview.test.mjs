@@ -2,14 +2,13 @@
 // site, `vorlen preview` serves it, and the page that preview prints plays in
 // headless Chromium; the page and the embed are photographed in light and dark.
 import assert from 'node:assert/strict';
-import { execFile, spawn } from 'node:child_process';
-import { mkdir, mkdtemp, rm } from 'node:fs/promises';
-import net from 'node:net';
+import { execFile } from 'node:child_process';
+import { mkdir, rm } from 'node:fs/promises';
 import os from 'node:os';
 import path from 'node:path';
 import { promisify } from 'node:util';
 import { after, before, test } from 'node:test';
-import { launchChromium } from './helpers.mjs';
+import { freshHome, launchChromium, playsPastTwoSeconds, startPreview } from './helpers.mjs';
 
 const run = promisify(execFile);
 const vorlen = process.env.VORLEN_BINARY;
@@ -20,36 +19,8 @@ let env;
 let preview;
 let browser;
 
-function freePort() {
-  return new Promise((resolve, reject) => {
-    const server = net.createServer();
-    server.once('error', reject);
-    server.listen(0, '127.0.0.1', () => {
-      const { port } = server.address();
-      server.close(() => resolve(port));
-    });
-  });
-}
-
-// Starts `vorlen preview` and resolves with the page addresses it prints.
-function startPreview(port) {
-  return new Promise((resolve, reject) => {
-    preview = spawn(vorlen, ['preview', '--port', String(port)], { env, stdio: ['ignore', 'pipe', 'inherit'] });
-    let output = '';
-    preview.stdout.on('data', (chunk) => {
-      output += chunk;
-      const pages = [...output.matchAll(/^ {2}(http:\/\/localhost:\d+\/\S+)$/gm)].map((m) => m[1]);
-      if (pages.length > 0) resolve(pages);
-    });
-    preview.once('exit', (code) => reject(new Error(`vorlen preview ended with ${code}: ${output}`)));
-  });
-}
-
 before(async () => {
-  home = await mkdtemp(path.join(os.tmpdir(), 'vorlen-road-'));
-  env = { ...process.env, HOME: home, XDG_CONFIG_HOME: path.join(home, 'config'), XDG_DATA_HOME: path.join(home, 'data'),
-    XDG_CACHE_HOME: path.join(home, 'cache'), TMPDIR: home };
-  delete env.DBUS_SESSION_BUS_ADDRESS;
+  ({ home, env } = await freshHome('vorlen-road-'));
   await mkdir(screenshotDir, { recursive: true });
   const clip = path.join(home, 'Evening Tide.mp4');
   await run('ffmpeg', ['-v', 'error', '-f', 'lavfi', '-i', 'testsrc2=size=640x360:rate=25:duration=8',
@@ -61,16 +32,13 @@ before(async () => {
 
 after(async () => {
   await browser?.close();
-  if (preview && preview.exitCode === null) {
-    const ended = new Promise((resolve) => preview.once('exit', resolve));
-    preview.kill('SIGINT');
-    await ended;
-  }
+  await preview?.stop();
   await rm(home, { recursive: true, force: true });
 });
 
 test('a published video plays at the address that preview prints', { skip: !vorlen && 'VORLEN_BINARY is not set' }, async () => {
-  const pages = await startPreview(await freePort());
+  preview = await startPreview(vorlen, env);
+  const { pages } = preview;
   assert.equal(pages.length, 1);
   assert.match(pages[0], /\/evening-tide$/);
   for (const colorScheme of ['light', 'dark']) {
@@ -84,8 +52,7 @@ test('a published video plays at the address that preview prints', { skip: !vorl
     assert.match(await page.title(), /^Evening Tide/);
     await page.screenshot({ path: path.join(screenshotDir, `published-${colorScheme}.png`), fullPage: true });
     if (colorScheme === 'light') {
-      await page.evaluate(() => { const v = document.getElementById('vorlen-video'); v.muted = true; return v.play(); });
-      await page.waitForFunction(() => document.getElementById('vorlen-video').currentTime > 2, null, { timeout: 60000 });
+      await playsPastTwoSeconds(page);
     }
     await page.goto(`${pages[0]}/embed`, { waitUntil: 'load' });
     await page.waitForSelector('.shaka-controls-container');
