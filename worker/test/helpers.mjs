@@ -1,4 +1,7 @@
-// Seeds and reads a bucket for the page tests, and starts the browser for the page checks.
+// Seeds and reads a bucket for the page tests, starts the browser for the page checks,
+// and `vorlen preview` for the tests of the whole road.
+import { spawn } from 'node:child_process';
+import net from 'node:net';
 import { startWorker, toolsRequire } from '../dev/localSite.mjs';
 
 export const origin = 'https://watch.example.com';
@@ -67,4 +70,42 @@ export function launchChromium(profile) {
       '--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE *.localhost, EXCLUDE 127.0.0.1'],
     env: { ...process.env, XDG_CONFIG_HOME: profile, XDG_CACHE_HOME: profile },
   });
+}
+
+export function freePort() {
+  return new Promise((resolve, reject) => {
+    const server = net.createServer();
+    server.once('error', reject);
+    server.listen(0, '127.0.0.1', () => {
+      const { port } = server.address();
+      server.close(() => resolve(port));
+    });
+  });
+}
+
+// Starts `vorlen preview` on a free loopback port and resolves once it serves, with the
+// page addresses that it printed; stop() ends it by its PID as Ctrl-C does.
+export async function startPreview(vorlen, env) {
+  const port = await freePort();
+  const child = spawn(vorlen, ['preview', '--port', String(port)], { env, stdio: ['ignore', 'pipe', 'inherit'] });
+  const pages = await new Promise((resolve, reject) => {
+    let output = '';
+    child.stdout.on('data', (chunk) => {
+      output += chunk;
+      // The serving line and the page addresses come in one write.
+      if (/^Serving /m.test(output)) resolve([...output.matchAll(/^ {2}(http:\/\/localhost:\d+\/\S+)$/gm)].map((m) => m[1]));
+    });
+    child.once('exit', (code) => reject(new Error(`vorlen preview ended with ${code}: ${output}`)));
+  });
+  return {
+    port,
+    pageOrigin: `http://localhost:${port}`,
+    pages,
+    async stop() {
+      if (child.exitCode !== null) return;
+      const ended = new Promise((resolve) => child.once('exit', resolve));
+      child.kill('SIGINT');
+      await ended;
+    },
+  };
 }

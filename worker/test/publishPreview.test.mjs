@@ -2,14 +2,13 @@
 // site, `vorlen preview` serves it, and the page that preview prints plays in
 // headless Chromium; the page and the embed are photographed in light and dark.
 import assert from 'node:assert/strict';
-import { execFile, spawn } from 'node:child_process';
+import { execFile } from 'node:child_process';
 import { mkdir, mkdtemp, rm } from 'node:fs/promises';
-import net from 'node:net';
 import os from 'node:os';
 import path from 'node:path';
 import { promisify } from 'node:util';
 import { after, before, test } from 'node:test';
-import { launchChromium } from './helpers.mjs';
+import { launchChromium, startPreview } from './helpers.mjs';
 
 const run = promisify(execFile);
 const vorlen = process.env.VORLEN_BINARY;
@@ -19,31 +18,6 @@ let home;
 let env;
 let preview;
 let browser;
-
-function freePort() {
-  return new Promise((resolve, reject) => {
-    const server = net.createServer();
-    server.once('error', reject);
-    server.listen(0, '127.0.0.1', () => {
-      const { port } = server.address();
-      server.close(() => resolve(port));
-    });
-  });
-}
-
-// Starts `vorlen preview` and resolves with the page addresses it prints.
-function startPreview(port) {
-  return new Promise((resolve, reject) => {
-    preview = spawn(vorlen, ['preview', '--port', String(port)], { env, stdio: ['ignore', 'pipe', 'inherit'] });
-    let output = '';
-    preview.stdout.on('data', (chunk) => {
-      output += chunk;
-      const pages = [...output.matchAll(/^ {2}(http:\/\/localhost:\d+\/\S+)$/gm)].map((m) => m[1]);
-      if (pages.length > 0) resolve(pages);
-    });
-    preview.once('exit', (code) => reject(new Error(`vorlen preview ended with ${code}: ${output}`)));
-  });
-}
 
 before(async () => {
   home = await mkdtemp(path.join(os.tmpdir(), 'vorlen-road-'));
@@ -61,16 +35,13 @@ before(async () => {
 
 after(async () => {
   await browser?.close();
-  if (preview && preview.exitCode === null) {
-    const ended = new Promise((resolve) => preview.once('exit', resolve));
-    preview.kill('SIGINT');
-    await ended;
-  }
+  await preview?.stop();
   await rm(home, { recursive: true, force: true });
 });
 
 test('a published video plays at the address that preview prints', { skip: !vorlen && 'VORLEN_BINARY is not set' }, async () => {
-  const pages = await startPreview(await freePort());
+  preview = await startPreview(vorlen, env);
+  const { pages } = preview;
   assert.equal(pages.length, 1);
   assert.match(pages[0], /\/evening-tide$/);
   for (const colorScheme of ['light', 'dark']) {
