@@ -207,6 +207,10 @@ function pick(value, allowed, fallback) {
 
 const fontNamePattern = /^[\p{L}\p{N} ._-]{1,80}$/u;
 
+function isObject(value) {
+  return value !== null && typeof value === 'object' && !Array.isArray(value);
+}
+
 // A linked stylesheet as the pages may load it: an https address of plain characters,
 // and the https origins, in strict form, that it loads from. A stylesheet whose own
 // origin is not among them would be refused by the page's policy, and is left out.
@@ -221,10 +225,6 @@ function linkedStylesheet(entry) {
   if (address.protocol !== 'https:' || address.username || address.password) return null;
   const loadsFrom = origins(entry.origins).filter((origin) => origin.startsWith('https://'));
   return loadsFrom.includes(address.origin) ? { url: entry.url, origins: loadsFrom } : null;
-}
-
-function isObject(value) {
-  return value !== null && typeof value === 'object' && !Array.isArray(value);
 }
 
 // The site's settings, from the text of its file, as far as the pages need them. Like
