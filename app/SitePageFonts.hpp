@@ -21,14 +21,16 @@ public:
         std::vector<SiteStylesheet> stylesheets;
     };
 
-    SitePageFonts(std::shared_ptr<Bucket> bucket, std::shared_ptr<HttpClient> session)
-        : bucket_(std::move(bucket)), session_(std::move(session)) {}
+    SitePageFonts(std::shared_ptr<Bucket> bucket, std::shared_ptr<HttpClient> session, std::string googleFonts)
+        : bucket_(std::move(bucket)), session_(std::move(session)), googleFonts_(std::move(googleFonts)) {}
     // The site's folder, or its R2 bucket with the credentials that this computer keeps for it.
     static SitePageFonts open(const LocalSite& site, std::shared_ptr<SecretStore> secrets, const Endpoints& endpoints);
 
     Current current() const;
     // The font files of one family become the font of the text and the headings.
     HostedFont addFiles(const std::vector<std::filesystem::path>& files) const;
+    // A Google Fonts family, copied into the bucket, becomes the font of the text and the headings.
+    FontPackage addGoogleFamily(const std::string& family) const;
     // A pasted <link> element or address, read for what it loads before it is linked.
     SiteStylesheet linkStylesheet(const std::string& pasted) const;
     void remove() const;
@@ -36,6 +38,7 @@ public:
 private:
     std::shared_ptr<Bucket> bucket_;
     std::shared_ptr<HttpClient> session_;
+    std::string googleFonts_;  // the stylesheet service's base URL
 };
 
 }  // namespace vorlen::app

@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <iostream>
 
 #include <fmt/format.h>
@@ -15,6 +16,7 @@ struct FontsOptions {
     std::optional<std::string> site;
     std::vector<std::string> files;
     std::string stylesheet;
+    std::string family;
 };
 
 app::SitePageFonts fontsOf(AppContext& context, const std::optional<std::string>& site) {
@@ -44,7 +46,8 @@ void showFonts(const app::SitePageFonts::Current& current) {
 void registerFontsCommand(CommandRegistry& registry) {
     auto options = std::make_shared<FontsOptions>();
     auto* fonts = registry.app.add_subcommand(
-        "fonts", "The fonts of the site's pages: a font hosted in the bucket, and stylesheets linked from elsewhere. "
+        "fonts", "The fonts of the site's pages: a font hosted in the bucket (from font files or a Google Fonts family), "
+                 "and stylesheets linked from elsewhere. "
                  "Without a subcommand, shows them. The pages use a change on their next load.");
     fonts->add_option("--site", options->site, "the site's ID (see `vorlen sites`)");
     registry.add(fonts, [options] {
@@ -66,6 +69,24 @@ void registerFontsCommand(CommandRegistry& registry) {
         AppContext context;
         const auto font = fontsOf(context, options->site).addFiles({options->files.begin(), options->files.end()});
         std::cout << fmt::format("The pages use \u201c{}\u201d, hosted in {}/.\n", font.family, font.folder);
+        return 0;
+    });
+
+    auto* google = withSite(fonts->add_subcommand(
+        "google", "Copy a Google Fonts family into the bucket, its regular, bold, italic and bold italic styles as "
+                  "WOFF2, and use it for the text and the headings. The pages load it from the site, never from Google. "
+                  "It replaces the hosted font that the site had."));
+    google->add_option("FAMILY", options->family, "the family's name as Google Fonts writes it, for example \"Source Serif 4\"")
+        ->required();
+    registry.add(google, [options] {
+        AppContext context;
+        const auto package = fontsOf(context, options->site).addGoogleFamily(options->family);
+        std::uint64_t bytes = 0;
+        for (const auto& file : package.files) bytes += file.data.size();
+        std::cout << fmt::format("Copied \u201c{}\u201d from Google Fonts: {} {}, {}, into {}/.\n", package.font.family,
+                                 package.files.size(), package.files.size() == 1 ? "face" : "faces", fileSizeText(bytes),
+                                 package.font.folder);
+        std::cout << "The pages use it for the text and the headings on their next load.\n";
         return 0;
     });
 

@@ -5,8 +5,10 @@
 #include <map>
 #include <regex>
 
+#include "core/base/Crypto.hpp"
 #include "core/base/Text.hpp"
 #include "core/base/VorlenError.hpp"
+#include "core/publish/Naming.hpp"
 
 namespace vorlen {
 
@@ -58,6 +60,12 @@ std::string FontPackage::stylesheetOf(const std::string& family, const std::vect
         css += "}\n";
     }
     return css;
+}
+
+std::string FontPackage::folderFor(const std::string& family, const std::vector<FontFace>& faces) {
+    std::string identity;
+    for (const auto& face : faces) identity += sha256Hex(face.file.data);
+    return fmt::format("{}{}-{}", fontsFolder, Naming::folderName(family), sha256Hex(identity).substr(0, 8));
 }
 
 FontPackage FontPackage::make(const std::string& family, const std::string& folder, const std::vector<FontFace>& faces) {

@@ -54,6 +54,9 @@ struct FontPackage {
     // character range that cannot go into a stylesheet.
     static FontPackage make(const std::string& family, const std::string& folder, const std::vector<FontFace>& faces);
     static std::string stylesheetOf(const std::string& family, const std::vector<FontFace>& faces);
+    // "_fonts/<family>-<hash of the files>": the files are cached as immutable, so
+    // other files take another folder.
+    static std::string folderFor(const std::string& family, const std::vector<FontFace>& faces);
     static void checkFamily(std::string_view family);
     static void checkUnicodeRange(std::string_view range);
 };

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "core/base/Crypto.hpp"
 #include "core/base/Files.hpp"
 #include "core/publish/Naming.hpp"
 #include "core/publish/ToolRunner.hpp"
@@ -51,7 +50,6 @@ void deleteFolder(Bucket& bucket, const std::string& folder) {
 FontPackage fontPackageFromFiles(const std::vector<fs::path>& files) {
     std::vector<FontFace> faces;
     std::string family;
-    std::string identity;
     for (const auto& path : files) {
         const auto name = path.filename().string();
         auto data = readFontFile(path);
@@ -66,7 +64,6 @@ FontPackage fontPackageFromFiles(const std::vector<fs::path>& files) {
             data = toWoff2(data);
             format = FontFormat::woff2;
         }
-        identity += sha256Hex(data);
         const auto weight = facts.weight.lower == facts.weight.upper
                                 ? std::to_string(facts.weight.lower)
                                 : fmt::format("{}-{}", facts.weight.lower, facts.weight.upper);
@@ -74,8 +71,7 @@ FontPackage fontPackageFromFiles(const std::vector<fs::path>& files) {
                                           format == FontFormat::woff2 ? "woff2" : "woff");
         faces.push_back(FontFace{FontFile{fileName, std::move(data), format}, facts.weight, facts.isItalic, std::nullopt, name});
     }
-    const auto folder = fmt::format("{}{}-{}", FontPackage::fontsFolder, Naming::folderName(family), sha256Hex(identity).substr(0, 8));
-    return FontPackage::make(family, folder, faces);
+    return FontPackage::make(family, FontPackage::folderFor(family, faces), faces);
 }
 
 void hostFont(Bucket& bucket, const FontPackage& package) {

@@ -9,32 +9,15 @@
 // Prints one JSON object on standard output; the caller judges it:
 //   { currentTime, afterSeek, duration, loadMode, textTracks, errors,
 //     mediaHost, responses: { <host>: { <status>: count } }, mediaPartial, screenshots }
-import { X509Certificate, createHash } from 'node:crypto';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
-import { launchChromium } from './chromium.mjs';
+import { launchChromium, publicKeyHashes } from './chromium.mjs';
 
 const [pageURL, edge, caFile, chromiumPath, outputFolder] = process.argv.slice(2);
 if (!pageURL || !edge || !caFile || !chromiumPath || !outputFolder) {
   console.error('usage: node playPage.mjs <page URL> <edge address> <edge CA file> <chromium> <output folder>');
   process.exit(2);
-}
-
-// The base64 SHA-256 of each certificate's public key, as Chromium's
-// --ignore-certificate-errors-spki-list takes them: the authority's and those of
-// the certificates beside it (the edge's own, made at each start).
-function publicKeyHashes(authorityFile) {
-  const folder = path.dirname(authorityFile);
-  const files = [authorityFile, ...fs.readdirSync(folder).filter((name) => name.endsWith('.pem')).map((name) => path.join(folder, name))];
-  const hashes = new Set();
-  for (const file of new Set(files)) {
-    for (const pem of fs.readFileSync(file, 'utf8').match(/-----BEGIN CERTIFICATE-----[^-]+-----END CERTIFICATE-----/g) ?? []) {
-      const key = new X509Certificate(pem).publicKey.export({ type: 'spki', format: 'der' });
-      hashes.add(createHash('sha256').update(key).digest('base64'));
-    }
-  }
-  return [...hashes];
 }
 
 function pageName(url) {

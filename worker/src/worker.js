@@ -221,6 +221,22 @@ function isObject(value) {
   return value !== null && typeof value === 'object' && !Array.isArray(value);
 }
 
+// A linked stylesheet as the pages may load it: an https address of plain characters,
+// and the https origins, in strict form, that it loads from. A stylesheet whose own
+// origin is not among them would be refused by the page's policy, and is left out.
+function linkedStylesheet(entry) {
+  if (!isObject(entry) || typeof entry.url !== 'string' || !/^https:\/\/[^\s"'<>\\`]+$/.test(entry.url)) return null;
+  let address;
+  try {
+    address = new URL(entry.url);
+  } catch {
+    return null;
+  }
+  if (address.protocol !== 'https:' || address.username || address.password) return null;
+  const loadsFrom = origins(entry.origins).filter((origin) => origin.startsWith('https://'));
+  return loadsFrom.includes(address.origin) ? { url: entry.url, origins: loadsFrom } : null;
+}
+
 // The site's settings, from the text of its file, as far as the pages need them. Like
 // the application, the Worker reads what it knows with defaults, but never a file of
 // a newer format half-way, nor one without what a site cannot do without.
@@ -266,9 +282,7 @@ export function siteSettingsFrom(text) {
       posterSize: pick(home.poster_size, ['small', 'medium', 'large'], 'medium'),
     },
     fonts: { hosted, text: fontName(fonts.text), headings: fontName(fonts.headings), tooltips: fontName(fonts.tooltips) },
-    stylesheets: (Array.isArray(file.stylesheets) ? file.stylesheets : [])
-      .map((s) => (s && typeof s.url === 'string' ? s.url : ''))
-      .filter((url) => /^https:\/\/[^\s"'<>]+$/.test(url)),
+    stylesheets: (Array.isArray(file.stylesheets) ? file.stylesheets : []).map(linkedStylesheet).filter(Boolean),
     isPrivate: file.private === true,
   };
 }
@@ -409,7 +423,7 @@ function siteStyleHead(site, url) {
   if (site.fonts.hosted) {
     lines.push(`<link rel="stylesheet" href="${escapeHtml(`${originOf(url, site.mediaHost)}/${site.fonts.hosted.folder}/font.css`)}">`);
   }
-  for (const href of site.stylesheets) lines.push(`<link rel="stylesheet" href="${escapeHtml(href)}">`);
+  for (const { url: href } of site.stylesheets) lines.push(`<link rel="stylesheet" href="${escapeHtml(href)}">`);
   const fontStack = (name) => `"${name}", system-ui, sans-serif`;
   const variables = [];
   if (site.fonts.text) variables.push(`--vorlen-font-text: ${fontStack(site.fonts.text)};`);
@@ -704,11 +718,13 @@ function frameAncestors(embeds) {
 // rule alone.
 function contentPolicy(site, url, ancestors = "'self'") {
   const media = originOf(url, site.mediaHost);
+  // Styles and fonts come from the site and from the origins of its linked stylesheets only.
+  const sources = [...new Set([media, ...site.stylesheets.flatMap((sheet) => sheet.origins)])].join(' ');
   return [
     "default-src 'self'",
     "script-src 'self'",
-    `style-src 'self' 'unsafe-inline' https: ${media}`,
-    `font-src 'self' data: https: ${media}`,
+    `style-src 'self' 'unsafe-inline' ${sources}`,
+    `font-src 'self' ${sources}`,
     `img-src 'self' data: blob: ${media}`,
     `media-src 'self' blob: ${media}`,
     `connect-src 'self' ${media}`,

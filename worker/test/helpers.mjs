@@ -90,7 +90,7 @@ export async function freshHome(prefix) {
   return { home, env };
 }
 
-function freePort() {
+export function freePort() {
   return new Promise((resolve, reject) => {
     const server = net.createServer();
     server.once('error', reject);
@@ -101,25 +101,29 @@ function freePort() {
   });
 }
 
-// Starts `vorlen preview` on a free port and resolves once it has printed the site's
-// page origin and the addresses of its video pages.
+// Starts `vorlen preview` on a free loopback port and resolves once it serves, with the
+// page addresses that it printed; stop() ends it by its PID as Ctrl-C does.
 export async function startPreview(vorlen, env) {
   const port = await freePort();
   const child = spawn(vorlen, ['preview', '--port', String(port)], { env, stdio: ['ignore', 'pipe', 'inherit'] });
-  const stop = async () => {
-    if (child.exitCode !== null) return;
-    const ended = new Promise((resolve) => child.once('exit', resolve));
-    child.kill('SIGINT');
-    await ended;
-  };
-  return new Promise((resolve, reject) => {
+  const pages = await new Promise((resolve, reject) => {
     let output = '';
     child.stdout.on('data', (chunk) => {
       output += chunk;
-      const origin = /pages on (http:\/\/localhost:\d+)/.exec(output)?.[1];
-      const pages = [...output.matchAll(/^ {2}(http:\/\/localhost:\d+\/\S+)$/gm)].map((m) => m[1]);
-      if (origin && pages.length > 0) resolve({ origin, pages, stop });
+      // The serving line and the page addresses come in one write.
+      if (/^Serving /m.test(output)) resolve([...output.matchAll(/^ {2}(http:\/\/localhost:\d+\/\S+)$/gm)].map((m) => m[1]));
     });
     child.once('exit', (code) => reject(new Error(`vorlen preview ended with ${code}: ${output}`)));
   });
+  return {
+    port,
+    origin: `http://localhost:${port}`,
+    pages,
+    async stop() {
+      if (child.exitCode !== null) return;
+      const ended = new Promise((resolve) => child.once('exit', resolve));
+      child.kill('SIGINT');
+      await ended;
+    },
+  };
 }
