@@ -52,7 +52,7 @@ PageSettingsWindow::PageSettingsWindow(std::shared_ptr<app::PageSettingsModel> p
     : QWidget(parent, Qt::Window), pages_(std::move(pages)), viewers_(std::move(viewers)) {
     setObjectName("pageSettings");
     setWindowTitle("Page Settings");
-    resize(980, 720);
+    resize(1040, 740);
     setMinimumSize(820, 600);
 
     auto* layout = new QVBoxLayout(this);

@@ -105,6 +105,8 @@ struct PageSettingsDesk : Desk {
 
 TEST(PageSettingsWindowTest, PlayerOptionsAreEditedWithTheirRulesSavedOverTheVersionReadAndReset) {
     PageSettingsDesk desk;
+    ASSERT_TRUE(desk.find<QAbstractButton>("Page Settings"));
+    screenshot(desk.window.get(), "60-main-window-page-settings");
     auto* pages = desk.pages;
     auto* bar = pages->player()->controls(app::PlayerControlList::controlBar);
     ASSERT_GT(bar->count(), 11);
@@ -117,8 +119,8 @@ TEST(PageSettingsWindowTest, PlayerOptionsAreEditedWithTheirRulesSavedOverTheVer
     desk.click("Autoplay", pages);
     EXPECT_TRUE(desk.find<QCheckBox>("Muted", pages)->isChecked());
     EXPECT_EQ(shownLabelText(pages, "Notice").toStdString(), app::PlayerWords::mutedWithAutoplay);
-    bar->item(1)->setCheckState(Qt::Unchecked);
     screenshot(pages, "61-page-settings-player");
+    bar->item(1)->setCheckState(Qt::Unchecked);
 
     desk.click("Save", pages);
     desk.settle();

@@ -66,7 +66,7 @@ PlayerOptionsView::PlayerOptionsView(std::shared_ptr<app::PageSettingsModel> mod
         controlsLayout->addLayout(column);
     }
     auto* note = label("secondary", "Controls note");
-    note->setText("Greyed controls can do nothing for the videos of this site; the player's own lists hold some of them.");
+    note->setText("Controls in italics can do nothing for the videos of this site; the player's own lists hold some of them.");
     auto* controlsColumn = new QVBoxLayout;
     controlsColumn->addWidget(controlsBox, 1);
     controlsColumn->addWidget(note);
@@ -97,6 +97,7 @@ PlayerOptionsView::PlayerOptionsView(std::shared_ptr<app::PageSettingsModel> mod
         swatch->setFixedSize(36, 22);
         auto* value = label("secondary", name + " value");
         value->setWordWrap(false);
+        value->setMinimumWidth(value->fontMetrics().horizontalAdvance("rgba(255, 255, 255, 0.54)"));
         auto* reset = button("Default");
         reset->setAccessibleName(name + " default");
         auto* caption = new QLabel(name);
@@ -166,7 +167,10 @@ void PlayerOptionsView::show(const app::PageSettingsModel& model) {
             item->setText(text(row.label));
             item->setData(Qt::UserRole, text(row.name));
             item->setCheckState(row.isOn ? Qt::Checked : Qt::Unchecked);
-            item->setForeground(row.isUseful ? widget->palette().text() : widget->palette().placeholderText());
+            // Italics rather than a colour of their own, which would not follow a change of the colour scheme.
+            auto font = item->font();
+            font.setItalic(!row.isUseful);
+            item->setFont(font);
             item->setToolTip(row.isUseful ? QString() : "It can do nothing for a video of this site.");
         }
     }
@@ -186,7 +190,7 @@ void PlayerOptionsView::show(const app::PageSettingsModel& model) {
                                                         .arg(color.blue())
                                                         .arg(color.alpha())
                                                   : QString());
-        row.value->setText(text(shown) + (model.isDefaultColor(choices[index]) ? "  (default)" : ""));
+        row.value->setText(text(shown));
         row.reset->setEnabled(!model.isDefaultColor(choices[index]));
     }
     const bool isFree = !model.isWorking();
