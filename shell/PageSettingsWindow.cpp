@@ -169,6 +169,10 @@ QWidget* PageSettingsWindow::stylesheetTab() {
     QObject::connect(readStylesheet_, &QPushButton::clicked, this,
                      [this] { pages_->readStylesheet(stylesheet_->text().toStdString()); });
     QObject::connect(stylesheet_, &QLineEdit::returnPressed, readStylesheet_, &QPushButton::click);
+    // What was read belongs to the text as it was read.
+    QObject::connect(stylesheet_, &QLineEdit::textEdited, this, [this] {
+        if (pages_->readStylesheet()) pages_->forgetStylesheet();
+    });
     QObject::connect(link_, &QPushButton::clicked, this, [this] { pages_->linkStylesheet(); });
     QObject::connect(removeStylesheets_, &QPushButton::clicked, removeFonts_, &QPushButton::click);
     return tab;

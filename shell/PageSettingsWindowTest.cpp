@@ -23,18 +23,6 @@ namespace vorlen::shell {
 
 namespace {
 
-// The dialog that a button opened over the window, once it shows.
-template <class Dialog>
-Dialog* openedDialog(QWidget* over) {
-    Dialog* found = nullptr;
-    const bool isOpen = QTest::qWaitFor([&] {
-        for (auto* dialog : over->findChildren<Dialog*>())
-            if (dialog->isVisible()) found = dialog;
-        return found != nullptr;
-    }, 10000);
-    return isOpen ? found : nullptr;
-}
-
 void pressButton(QMessageBox* box, const QString& words) {
     for (auto* button : box->buttons())
         if (button->text() == words) return QTest::mouseClick(button, Qt::LeftButton);
@@ -142,7 +130,7 @@ TEST(PageSettingsWindowTest, PlayerOptionsAreEditedWithTheirRulesSavedOverTheVer
     EXPECT_FALSE(desk.find<QCheckBox>("Loop", pages)->isChecked()) << "their options are on show";
 
     desk.click("Reset", pages);
-    auto* question = openedDialog<QMessageBox>(pages);
+    auto* question = dialogOver<QMessageBox>(pages);
     ASSERT_TRUE(question);
     EXPECT_TRUE(question->text().contains(QString::fromStdString(app::PlayerWords::resetTitle)));
     screenshot(question, "62-page-settings-reset");
@@ -189,7 +177,7 @@ TEST(PageSettingsWindowTest, AHostedFontAndAStylesheetShowWhatThePagesLoad) {
     EXPECT_TRUE(shownLabelText(pages, "Linked stylesheets").startsWith("https://fonts.example.net/css2?family=Lora"));
 
     desk.click("Remove Stylesheets", pages);
-    auto* question = openedDialog<QMessageBox>(pages);
+    auto* question = dialogOver<QMessageBox>(pages);
     ASSERT_TRUE(question);
     pressButton(question, "Remove");
     desk.settle();
@@ -206,7 +194,7 @@ TEST(PageSettingsWindowTest, AViewersLinkIsShownOnceAndARenameAfterTheirPasskeyT
     desk.showTab("Viewers");
     EXPECT_EQ(shownLabelText(pages, "Empty").toStdString(), app::ViewerWords::noViewers);
     desk.click("Add Viewer", pages);
-    auto* name = openedDialog<QInputDialog>(pages);
+    auto* name = dialogOver<QInputDialog>(pages);
     ASSERT_TRUE(name);
     name->setTextValue("Anna Lind");
     name->accept();
@@ -233,7 +221,7 @@ TEST(PageSettingsWindowTest, AViewersLinkIsShownOnceAndARenameAfterTheirPasskeyT
     desk.bucket.put(keys.front(), RequestBody::bytes(viewer.encoded()), {"application/json", "no-cache", {}});
     table->selectRow(0);
     desk.click("Rename", pages);
-    name = openedDialog<QInputDialog>(pages);
+    name = dialogOver<QInputDialog>(pages);
     ASSERT_TRUE(name);
     name->setTextValue("Anna K.");
     name->accept();
@@ -245,7 +233,7 @@ TEST(PageSettingsWindowTest, AViewersLinkIsShownOnceAndARenameAfterTheirPasskeyT
 
     table->selectRow(0);
     desk.click("Remove", pages);
-    auto* question = openedDialog<QMessageBox>(pages);
+    auto* question = dialogOver<QMessageBox>(pages);
     ASSERT_TRUE(question);
     EXPECT_TRUE(question->text().contains("Remove \u201cAnna Lind\u201d?"));
     pressButton(question, "Remove");
