@@ -209,6 +209,8 @@ TEST(PageSettingsWindowTest, AViewersLinkIsShownOnceAndARenameAfterTheirPasskeyT
     ASSERT_EQ(table->model()->rowCount(), 1);
     EXPECT_TRUE(table->model()->index(0, 1).data().toString().startsWith("Invite expires "));
     expectAccessibleNames(pages);
+    // The screenshot keeps no secret: the link shows without the one of the invite.
+    link->setText(link->text().left(link->text().lastIndexOf('.') + 1) + "\u2026");
     screenshot(pages, "65-page-settings-viewer-added");
     desk.click("Done", pages);
     EXPECT_FALSE(desk.find<QLineEdit>("Invite link", pages));
