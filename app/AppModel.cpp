@@ -268,6 +268,10 @@ std::shared_ptr<SiteWorkspace> AppModel::workspace(const SiteID& id) {
     if (services_.bulkService) services.bulk = services_.bulkService(*site, limiter);
     services.batchRuns = services_.batchRuns;
     if (services_.vimeoService) services.vimeo = services_.vimeoService(*site, limiter);
+    if (services_.pageSettingsService)
+        services.pageSettings = [this, make = services_.pageSettingsService, id] { return make(this->site(id), settings_); };
+    if (services_.viewerService)
+        services.viewers = [this, make = services_.viewerService, id] { return make(this->site(id)); };
     SiteWorkspace::Host host;
     host.macSettings = [this] { return settings_; };
     host.recordUploadRate = [this](double rate) { changeSettings([rate](LocalSettings& s) { s.lastUploadRate = rate; }); };

@@ -83,6 +83,9 @@ public:
         std::shared_ptr<BatchRunService> batchRuns{};
         // Makes the Vimeo import service of a site, whose uploads the site's limiter paces.
         std::function<std::shared_ptr<VimeoService>(const LocalSite&, std::shared_ptr<RateLimiter>)> vimeoService{};
+        // Make the page settings and the viewers services of a site; each may fail as the secret store does.
+        std::function<std::shared_ptr<PageSettingsService>(const LocalSite&, const LocalSettings&)> pageSettingsService{};
+        std::function<std::shared_ptr<ViewerService>(const LocalSite&)> viewerService{};
     };
 
     AppModel(LocalSettingsStore store, Services services, MainQueue& mainQueue, WorkspaceTiming timing = WorkspaceTiming());

@@ -6,6 +6,7 @@
 #include "app/CorePublishService.hpp"
 #include "app/CoreSetupService.hpp"
 #include "app/CoreVimeoService.hpp"
+#include "app/PageSettingsService.hpp"
 #include "app/SiteStorage.hpp"
 #include "core/publish/SoftwareEncoder.hpp"
 
@@ -44,6 +45,12 @@ AppModel::Services coreServices(const LocalSettingsStore& store, std::function<v
                                   return std::make_shared<CoreVimeoService>(
                                       pipeline, LibraryCache::inFolder(storage.cacheFolder), secrets,
                                       storage.vimeoTokenItem, storage.cacheFolder);
+                              },
+                              [secrets, endpoints](const LocalSite& site, const LocalSettings& settings) {
+                                  return CorePageSettingsService::open(site, settings, secrets, endpoints);
+                              },
+                              [secrets, endpoints](const LocalSite& site) {
+                                  return CoreViewerService::open(site, secrets, endpoints);
                               }};
 }
 

@@ -33,10 +33,16 @@ FontPackage SitePageFonts::addGoogleFamily(const std::string& family) const {
 }
 
 SiteStylesheet SitePageFonts::linkStylesheet(const std::string& pasted) const {
-    const auto stylesheet = StylesheetReader{session_, RetryPolicy{}}.read(pasted);
-    vorlen::linkStylesheet(*bucket_, stylesheet);
+    const auto stylesheet = readStylesheet(pasted);
+    link(stylesheet);
     return stylesheet;
 }
+
+SiteStylesheet SitePageFonts::readStylesheet(const std::string& pasted) const {
+    return StylesheetReader{session_, RetryPolicy{}}.read(pasted);
+}
+
+void SitePageFonts::link(const SiteStylesheet& stylesheet) const { vorlen::linkStylesheet(*bucket_, stylesheet); }
 
 void SitePageFonts::remove() const { removeFonts(*bucket_); }
 

@@ -33,6 +33,9 @@ public:
     FontPackage addGoogleFamily(const std::string& family) const;
     // A pasted <link> element or address, read for what it loads before it is linked.
     SiteStylesheet linkStylesheet(const std::string& pasted) const;
+    // The two halves of linkStylesheet, for a screen that shows what was read before it links.
+    SiteStylesheet readStylesheet(const std::string& pasted) const;
+    void link(const SiteStylesheet& stylesheet) const;
     void remove() const;
 
 private:

@@ -57,6 +57,8 @@ SiteWorkspace::~SiteWorkspace() {
     // Tasks hold only weak references; dropping them cancels and joins them.
     madeBulkUpload_.reset();
     madeVimeoSync_.reset();
+    madePageSettings_.reset();
+    madeViewers_.reset();
     madeBatchRunWatch_.reset();
     reviewModel_.reset();
     nameCheck_.reset();
@@ -298,6 +300,16 @@ std::shared_ptr<BulkUploadModel> SiteWorkspace::bulkUpload() {
         madeBulkUpload_ = BulkUploadModel::make(services_.bulk, std::move(host), mainQueue_);
     }
     return madeBulkUpload_;
+}
+
+std::shared_ptr<PageSettingsModel> SiteWorkspace::pageSettings() {
+    if (!madePageSettings_) madePageSettings_ = PageSettingsModel::make(services_.pageSettings(), mainQueue_);
+    return madePageSettings_;
+}
+
+std::shared_ptr<ViewersModel> SiteWorkspace::viewers() {
+    if (!madeViewers_) madeViewers_ = ViewersModel::make(services_.viewers(), mainQueue_);
+    return madeViewers_;
 }
 
 std::shared_ptr<VimeoSyncModel> SiteWorkspace::vimeoSync() {

@@ -19,9 +19,11 @@
 #include "app/LibraryService.hpp"
 #include "app/LocalSettings.hpp"
 #include "app/MainQueue.hpp"
+#include "app/PageSettingsModel.hpp"
 #include "app/PosterReviewModel.hpp"
 #include "app/PublishService.hpp"
 #include "app/Screen.hpp"
+#include "app/ViewersModel.hpp"
 #include "core/base/Task.hpp"
 
 namespace vorlen::app {
@@ -64,6 +66,9 @@ public:
         // Whether a batch run holds the site: the watch needs it; without it a publish asks nothing.
         std::shared_ptr<BatchRunService> batchRuns;
         std::shared_ptr<VimeoService> vimeo;  // absent where Vimeo imports are not offered
+        // Made when the page settings or the viewers are first opened; absent where they are not offered.
+        std::function<std::shared_ptr<PageSettingsService>()> pageSettings{};
+        std::function<std::shared_ptr<ViewerService>()> viewers{};
     };
 
     static std::shared_ptr<SiteWorkspace> make(LocalSite local, Services services, Host host, MainQueue& mainQueue,
@@ -101,6 +106,10 @@ public:
     std::shared_ptr<BulkUploadModel> bulkUpload();
     // The Vimeo import of the site, made on first use; its sync holds the site as a bulk upload does.
     std::shared_ptr<VimeoSyncModel> vimeoSync();
+    // The page settings and the viewers of the site, made on first use; making them
+    // fails as the secret store does.
+    std::shared_ptr<PageSettingsModel> pageSettings();
+    std::shared_ptr<ViewersModel> viewers();
     CatalogModel& catalog();
     const Services& services() const { return services_; }
     // The bucket access of the site, or the secret store's failure.
@@ -166,6 +175,8 @@ private:
     std::shared_ptr<CatalogModel> madeCatalog_;
     std::shared_ptr<BulkUploadModel> madeBulkUpload_;
     std::shared_ptr<VimeoSyncModel> madeVimeoSync_;
+    std::shared_ptr<PageSettingsModel> madePageSettings_;
+    std::shared_ptr<ViewersModel> madeViewers_;
     std::shared_ptr<BatchRunWatch> madeBatchRunWatch_;
     std::optional<BatchRunKind> batchRunHere_;
     std::uint64_t nameCheckGeneration_ = 0;

@@ -138,6 +138,18 @@ Widget* named(QWidget* within, const char* name) {
     return static_cast<Widget*>(within->findChild<QWidget*>(name));
 }
 
+// The visible dialog of a type over a window, once it is there; none when none comes.
+template <class Dialog>
+Dialog* dialogOver(QWidget* window) {
+    Dialog* found = nullptr;
+    const bool came = QTest::qWaitFor([&] {
+        for (auto* dialog : window->findChildren<Dialog*>())
+            if (dialog->isVisible()) found = dialog;
+        return found != nullptr;
+    }, 10000);
+    return came ? found : nullptr;
+}
+
 // The text of the visible label with this accessible name.
 inline QString shownLabelText(QWidget* window, const QString& name) {
     for (auto* label : window->findChildren<QLabel*>())

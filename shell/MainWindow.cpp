@@ -22,7 +22,9 @@
 #include "shell/DropZone.hpp"
 #include "shell/FailedView.hpp"
 #include "shell/InspectingView.hpp"
+#include "shell/LibraryDialogs.hpp"
 #include "shell/LibraryWindow.hpp"
+#include "shell/PageSettingsWindow.hpp"
 #include "shell/PosterReviewView.hpp"
 #include "shell/PublishedView.hpp"
 #include "shell/PublishingView.hpp"
@@ -76,6 +78,10 @@ MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_
     vimeoImport_->setAccessibleName("Import from Vimeo");
     vimeoImport_->setAutoDefault(true);
     headerLayout->addWidget(vimeoImport_);
+    pages_ = new QPushButton("Page Settings", header);
+    pages_->setAccessibleName("Page Settings");
+    pages_->setAutoDefault(true);
+    headerLayout->addWidget(pages_);
     settings_ = new QPushButton("Settings", header);
     settings_->setAccessibleName("Settings");
     settings_->setAutoDefault(true);
@@ -112,6 +118,7 @@ MainWindow::MainWindow(app::AppModel& model, app::MainQueue& mainQueue) : model_
     QObject::connect(library_, &QPushButton::clicked, this, [this] { openLibrary(workspace_->id()); });
     QObject::connect(bulkUpload_, &QPushButton::clicked, this, &MainWindow::chooseSheet);
     QObject::connect(vimeoImport_, &QPushButton::clicked, this, [this] { openVimeoImport(workspace_->id()); });
+    QObject::connect(pages_, &QPushButton::clicked, this, [this] { openPageSettings(workspace_->id()); });
     QObject::connect(settings_, &QPushButton::clicked, this, [this] { openSettings(); });
     QObject::connect(sitePicker_, &QComboBox::activated, this, [this](int index) {
         app::SiteID id{sitePicker_->itemData(index).toString().toStdString()};
@@ -156,6 +163,7 @@ void MainWindow::showSite(const app::SiteID& id) {
     showSites();
     bulkUpload_->setVisible(workspace_->services().bulk != nullptr);
     vimeoImport_->setVisible(workspace_->services().vimeo != nullptr);
+    pages_->setVisible(workspace_->services().pageSettings && workspace_->services().viewers);
     refresh();
     showBatchRun();
 }
@@ -324,6 +332,25 @@ VimeoWindow* MainWindow::openVimeoImport(const app::SiteID& id) {
     vimeo->raise();
     vimeo->activateWindow();
     return vimeo;
+}
+
+PageSettingsWindow* MainWindow::openPageSettings(const app::SiteID& id) {
+    QPointer<PageSettingsWindow>& pages = pageSettings_[id];
+    if (!pages) {
+        const auto workspace = model_.workspace(id);
+        try {
+            pages = new PageSettingsWindow(workspace->pageSettings(), workspace->viewers(), this);
+        } catch (const std::exception& error) {
+            libraryDialogs::tell(this, "Vorlen Cannot Open the Page Settings", QString::fromStdString(error.what()));
+            return nullptr;
+        }
+        pages->setAttribute(Qt::WA_DeleteOnClose);
+        pages->setWindowTitle(QString::fromStdString(id.value) + " \u2014 Page Settings");
+    }
+    pages->show();
+    pages->raise();
+    pages->activateWindow();
+    return pages;
 }
 
 SetupWindow* MainWindow::openSetup() {

@@ -21,6 +21,7 @@ class ConfirmView;
 class FailedView;
 class InspectingView;
 class LibraryWindow;
+class PageSettingsWindow;
 class PosterReviewView;
 class PublishedView;
 class PublishingView;
@@ -47,6 +48,9 @@ public:
     BulkWindow* openBulkUpload(const app::SiteID& id, const std::filesystem::path& sheet);
     // The site's Vimeo import window, made or brought to the front.
     VimeoWindow* openVimeoImport(const app::SiteID& id);
+    // The site's page settings and viewers window, made or brought to the front; absent,
+    // after telling why, when the site's bucket cannot be reached from here.
+    PageSettingsWindow* openPageSettings(const app::SiteID& id);
     // The setup of a site in a Cloudflare account, which the window shows once it is complete.
     SetupWindow* openSetup();
     // The screen on show.
@@ -79,6 +83,7 @@ private:
     std::map<app::SiteID, QPointer<LibraryWindow>> libraries_;
     std::map<app::SiteID, QPointer<BulkWindow>> bulkUploads_;
     std::map<app::SiteID, QPointer<VimeoWindow>> vimeoImports_;
+    std::map<app::SiteID, QPointer<PageSettingsWindow>> pageSettings_;
     ScreenView* shownView_ = nullptr;
 
     QComboBox* sitePicker_;
@@ -88,6 +93,7 @@ private:
     QPushButton* library_;
     QPushButton* bulkUpload_;
     QPushButton* vimeoImport_;
+    QPushButton* pages_;
     QPushButton* settings_;
     QStackedWidget* stack_;
     StartView* start_;

@@ -12,21 +12,6 @@
 
 namespace vorlen::shell {
 
-namespace {
-
-// The visible message box over a window, once it is there; none when none comes.
-QMessageBox* messageBoxOver(QWidget* window) {
-    QMessageBox* found = nullptr;
-    const bool came = QTest::qWaitFor([&] {
-        for (auto* box : window->findChildren<QMessageBox*>())
-            if (box->isVisible()) found = box;
-        return found != nullptr;
-    }, 10000);
-    return came ? found : nullptr;
-}
-
-}  // namespace
-
 TEST(VideoEditWindowTest, SavesTheDetailsAndHoldsOffOtherChangesOfItsVideoUntilItDeletesIt) {
     Desk desk;
     testing::ClipFolder clips;
@@ -56,10 +41,10 @@ TEST(VideoEditWindowTest, SavesTheDetailsAndHoldsOffOtherChangesOfItsVideoUntilI
     library->list()->selectRow(1);
     ASSERT_EQ(library->list()->model()->index(1, 1).data().toString(), "Lighthouse at Dawn");
     desk.click("Delete the selected videos", library);
-    auto* ask = messageBoxOver(library);
+    auto* ask = dialogOver<QMessageBox>(library);
     ASSERT_TRUE(ask);
     desk.click("Delete", ask);
-    auto* refused = messageBoxOver(library);
+    auto* refused = dialogOver<QMessageBox>(library);
     ASSERT_TRUE(refused);
     EXPECT_EQ(refused->windowTitle(), "Not Every Video Was Deleted");
     EXPECT_TRUE(refused->informativeText().contains("Vorlen could not delete this video:<br>\n\u201cLighthouse at Dawn\u201d: "))
@@ -69,7 +54,7 @@ TEST(VideoEditWindowTest, SavesTheDetailsAndHoldsOffOtherChangesOfItsVideoUntilI
 
     // A new visibility is a new link, said before anything moves; the window follows the video there.
     QTest::keyClick(desk.find<QComboBox>("Visibility", editor), Qt::Key_Down);
-    auto* askMove = messageBoxOver(editor);
+    auto* askMove = dialogOver<QMessageBox>(editor);
     ASSERT_TRUE(askMove);
     EXPECT_TRUE(askMove->informativeText().contains("gets a new link")) << askMove->informativeText().toStdString();
     desk.click("Make Unlisted", askMove);
@@ -82,7 +67,7 @@ TEST(VideoEditWindowTest, SavesTheDetailsAndHoldsOffOtherChangesOfItsVideoUntilI
     const auto folder = editor->folder();
     QPointer<VideoEditWindow> open(editor);
     desk.click("Delete the video", editor);
-    ask = messageBoxOver(editor);
+    ask = dialogOver<QMessageBox>(editor);
     ASSERT_TRUE(ask);
     EXPECT_EQ(ask->windowTitle(), "Delete \u201cLighthouse at Dawn\u201d?");
     EXPECT_TRUE(ask->informativeText().contains("This cannot be undone.")) << ask->informativeText().toStdString();

@@ -446,6 +446,13 @@ std::optional<ObjectInfo> FolderBucket::info(const std::string& key) {
     });
 }
 
+std::optional<ObjectHeaders> FolderBucket::headers(const std::string& key) {
+    return readStored(key, [](const Json& meta) {
+        return ObjectHeaders{fieldOr<std::string>(meta, "contentType", ""), fieldOr<std::string>(meta, "cacheControl", ""),
+                             fieldOr<std::map<std::string, std::string>>(meta, "metadata", {})};
+    });
+}
+
 Bucket::ListPage FolderBucket::listPage(const std::string& prefix, const std::optional<std::string>& startAfter,
                                         const std::optional<std::string>& token, int, std::chrono::duration<double>) {
     checkListable(prefix);

@@ -51,6 +51,8 @@ public:
     std::filesystem::path objectPath(const std::string& key) const;
     // The multipart uploads that were started and neither completed nor aborted.
     std::vector<MultipartUpload> openMultipartUploads() const;
+    // The headers that an object was stored with, for a copy into another bucket.
+    std::optional<ObjectHeaders> headers(const std::string& key);
 
     bool hasObjects(const std::string& prefix) override;
     std::optional<std::string> object(const std::string& key) override;

@@ -45,9 +45,15 @@ TEST_F(FolderBucketTest, keepsObjectsWhereAWebServerFindsThemAndHeadersBeside) {
     EXPECT_EQ(meta["cacheControl"], "public, max-age=300");
     EXPECT_EQ(meta["metadata"]["title"], "x");
     EXPECT_EQ(meta["key"], "site/v/master.m3u8");
+    const auto headers = bucket.headers("site/v/master.m3u8");
+    ASSERT_TRUE(headers);
+    EXPECT_EQ(headers->contentType, "application/vnd.apple.mpegurl");
+    EXPECT_EQ(headers->cacheControl, "public, max-age=300");
+    EXPECT_EQ(headers->metadata, (std::map<std::string, std::string>{{"title", "x"}}));
 
     // Removing the last object of a folder removes the folder, so the name may become a key.
     bucket.remove("site/v/master.m3u8");
+    EXPECT_FALSE(bucket.headers("site/v/master.m3u8"));
     EXPECT_FALSE(fs::exists(root / "objects/site"));
     bucket.put("site", RequestBody::bytes("now a file"), {"text/plain", "", {}});
     EXPECT_EQ(bucket.object("site"), "now a file");
