@@ -201,6 +201,13 @@ void PageSettingsModel::addFontFiles(const std::vector<std::filesystem::path>& f
     });
 }
 
+void PageSettingsModel::addGoogleFamily(const std::string& family) {
+    run([family](PageSettingsService& service) {
+        service.addGoogleFamily(family);
+        return [fonts = service.fonts()](PageSettingsModel& self) { self.fontsChanged(fonts); };
+    });
+}
+
 void PageSettingsModel::readStylesheet(const std::string& pasted) {
     readStylesheet_.reset();
     run([pasted](PageSettingsService& service) {

@@ -83,6 +83,7 @@ public:
     void resetPlayer();
 
     void addFontFiles(const std::vector<std::filesystem::path>& files);
+    void addGoogleFamily(const std::string& family);
     void readStylesheet(const std::string& pasted);
     void linkStylesheet();
     void forgetStylesheet();

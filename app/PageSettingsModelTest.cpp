@@ -27,6 +27,10 @@ public:
         current.fonts.hosted = HostedFont{"Inter", "_fonts/inter-0a1b2c3d"};
         return *current.fonts.hosted;
     }
+    HostedFont addGoogleFamily(const std::string& family) override {
+        current.fonts.hosted = HostedFont{family, "_fonts/lora-4e5f6a7b"};
+        return *current.fonts.hosted;
+    }
     SiteStylesheet readStylesheet(const std::string& pasted) override {
         if (!pasted.starts_with("https://"))
             throw VorlenError::config("\u201c" + pasted +

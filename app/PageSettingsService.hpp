@@ -27,6 +27,8 @@ public:
 
     virtual SitePageFonts::Current fonts() = 0;
     virtual HostedFont addFontFiles(const std::vector<std::filesystem::path>& files) = 0;
+    // A family copied from Google Fonts into the bucket.
+    virtual HostedFont addGoogleFamily(const std::string& family) = 0;
     // What a pasted <link> element or address loads and declares; nothing is linked yet.
     virtual SiteStylesheet readStylesheet(const std::string& pasted) = 0;
     virtual void linkStylesheet(const SiteStylesheet& stylesheet) = 0;
@@ -52,6 +54,7 @@ public:
     }
     SitePageFonts::Current fonts() override { return fonts_.current(); }
     HostedFont addFontFiles(const std::vector<std::filesystem::path>& files) override { return fonts_.addFiles(files); }
+    HostedFont addGoogleFamily(const std::string& family) override { return fonts_.addGoogleFamily(family).font; }
     SiteStylesheet readStylesheet(const std::string& pasted) override { return fonts_.readStylesheet(pasted); }
     void linkStylesheet(const SiteStylesheet& stylesheet) override { fonts_.link(stylesheet); }
     void removeFonts() override { fonts_.remove(); }

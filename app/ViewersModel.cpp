@@ -73,7 +73,20 @@ void ViewersModel::showList(std::vector<StoredViewer> viewers) {
 
 void ViewersModel::load() {
     run([](ViewerService& service) {
-        return [viewers = service.list()](ViewersModel& self) { self.showList(viewers); };
+        return [viewers = service.list(), isPrivate = service.isPrivate()](ViewersModel& self) {
+            self.isPrivate_ = isPrivate;
+            self.showList(viewers);
+        };
+    });
+}
+
+void ViewersModel::setPrivate(bool isPrivate) {
+    run([isPrivate](ViewerService& service) {
+        service.setPrivate(isPrivate);
+        return [isPrivate](ViewersModel& self) {
+            self.isPrivate_ = isPrivate;
+            self.changed();
+        };
     });
 }
 

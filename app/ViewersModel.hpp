@@ -50,8 +50,11 @@ public:
     // The link of an invite just made, shown once: forgetInvitation drops it.
     const std::optional<ViewerInvitation>& invitation() const { return invitation_; }
     void forgetInvitation();
+    // Whether every page of the site needs a signed-in viewer, as last read.
+    bool isPrivate() const { return isPrivate_; }
 
     void load();
+    void setPrivate(bool isPrivate);
     void add(const std::string& name);
     void rename(const ViewerID& id, const std::string& name);
     // A new link: the old one and any passkey stop working.
@@ -75,6 +78,7 @@ private:
     ModelWork<ViewersModel> work_;
 
     bool isLoaded_ = false;
+    bool isPrivate_ = false;
     std::vector<StoredViewer> viewers_;
     std::vector<ViewerRow> rows_;
     std::optional<std::string> problem_;

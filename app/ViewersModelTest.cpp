@@ -4,6 +4,7 @@
 
 #include "app/ViewerWords.hpp"
 #include "core/base/Files.hpp"
+#include "core/site/SiteSettings.hpp"
 #include "core/storage/FolderBucket.hpp"
 
 namespace vorlen::app {
@@ -27,6 +28,8 @@ protected:
             return core.rename(viewer, name);
         }
         void remove(const ViewerID& id) override { core.remove(id); }
+        bool isPrivate() override { return core.isPrivate(); }
+        void setPrivate(bool isPrivate) override { core.setPrivate(isPrivate); }
 
         CoreViewerService core;
         int renames = 0;
@@ -36,7 +39,13 @@ protected:
         : root_(makeUniqueDirectory(std::filesystem::temp_directory_path(), "vorlen-viewers-model-")),
           bucket_(std::make_shared<FolderBucket>(root_)),
           service_(std::make_shared<CountingService>(SiteViewers(bucket_, "https://videos.example.com"))),
-          model_(ViewersModel::make(service_, queue_, [] { return now; })) {}
+          model_(ViewersModel::make(service_, queue_, [] { return now; })) {
+        SiteSettings settings;
+        settings.mediaHost = Hostname::parse("media.example.com");
+        settings.pageHost = Hostname::parse("videos.example.com");
+        settings.worker = DeployedWorker{"vorlen-pages", SemanticVersion::parse("1.1.0")};
+        settings.write(*bucket_);
+    }
 
     void settle() {
         queue_.runUntil([&] { return !model_->isWorking(); });
@@ -101,6 +110,21 @@ TEST_F(ViewersModelTest, RowsTellTheInviteOrThePasskeyWithItsDateAndNewerFilesAr
     settle();
     EXPECT_FALSE(model_->row(newer));
     EXPECT_FALSE(model_->problem());
+}
+
+TEST_F(ViewersModelTest, ThePrivateSwitchShowsWhatTheSiteSaysAndChangesIt) {
+    model_->load();
+    settle();
+    EXPECT_FALSE(model_->isPrivate());
+    model_->setPrivate(true);
+    settle();
+    EXPECT_TRUE(model_->isPrivate());
+    EXPECT_TRUE(SiteSettings::readRequired(*bucket_).isPrivate);
+    // Another model, as on another computer, reads the switch from the bucket.
+    auto other = ViewersModel::make(service_, queue_, [] { return now; });
+    other->load();
+    queue_.runUntil([&] { return !other->isWorking(); });
+    EXPECT_TRUE(other->isPrivate());
 }
 
 TEST_F(ViewersModelTest, AnAddedViewersLinkIsShownOnceAndTheListIsReadAgain) {

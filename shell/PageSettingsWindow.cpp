@@ -3,6 +3,7 @@
 #include <QCloseEvent>
 #include <QFileDialog>
 #include <QHBoxLayout>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
@@ -109,11 +110,14 @@ QWidget* PageSettingsWindow::fontsTab() {
     layout->addWidget(hostedFont_);
     layout->addWidget(fontUses_);
     layout->addWidget(note);
-    // The sources of a hosted font, side by side; a family from Google Fonts joins them.
+    // The sources of a hosted font, side by side.
     auto* sources = new QHBoxLayout;
     addFonts_ = button("Add Font Files\u2026", "primary");
     addFonts_->setAccessibleName("Add Font Files");
     sources->addWidget(addFonts_);
+    addGoogleFont_ = button("Copy from Google Fonts\u2026");
+    addGoogleFont_->setAccessibleName("Copy from Google Fonts");
+    sources->addWidget(addGoogleFont_);
     sources->addStretch(1);
     removeFonts_ = button("Remove\u2026");
     removeFonts_->setAccessibleName("Remove Fonts");
@@ -121,6 +125,7 @@ QWidget* PageSettingsWindow::fontsTab() {
     layout->addLayout(sources);
     layout->addStretch(1);
     QObject::connect(addFonts_, &QPushButton::clicked, this, &PageSettingsWindow::addFontFiles);
+    QObject::connect(addGoogleFont_, &QPushButton::clicked, this, &PageSettingsWindow::addGoogleFamily);
     QObject::connect(removeFonts_, &QPushButton::clicked, this, [this] {
         libraryDialogs::confirm(this, text(app::PageFontWords::removeTitle), text(app::PageFontWords::removeExplanation),
                                 "Remove", [this] { pages_->removeFonts(); });
@@ -191,6 +196,17 @@ void PageSettingsWindow::addFontFiles() {
     dialog->open();
 }
 
+void PageSettingsWindow::addGoogleFamily() {
+    auto* dialog = new QInputDialog(this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setWindowTitle("Copy a Font from Google Fonts");
+    dialog->setLabelText("The family's name, as fonts.google.com writes it:");
+    QObject::connect(dialog, &QInputDialog::textValueSelected, this, [this](const QString& family) {
+        if (!family.trimmed().isEmpty()) pages_->addGoogleFamily(family.trimmed().toStdString());
+    });
+    dialog->open();
+}
+
 void PageSettingsWindow::pagesChanged() {
     player_->show(*pages_);
     const bool isFree = pages_->isLoaded() && !pages_->isWorking();
@@ -208,6 +224,7 @@ void PageSettingsWindow::pagesChanged() {
     fontUses_->setVisible(!uses.isEmpty());
     const bool hasFonts = current && (!current->fonts.isEmpty() || !current->stylesheets.empty());
     addFonts_->setEnabled(isFree);
+    addGoogleFont_->setEnabled(isFree);
     removeFonts_->setEnabled(isFree && hasFonts);
     removeStylesheets_->setEnabled(isFree && current && !current->stylesheets.empty());
 

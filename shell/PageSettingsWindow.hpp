@@ -29,6 +29,7 @@ public:
     PlayerOptionsView* player() const { return player_; }
     ViewersView* viewers() const { return viewersView_; }
     void addFontFiles();
+    void addGoogleFamily();
 
 protected:
     // A preview serves only while its window is open.
@@ -51,6 +52,7 @@ private:
     QLabel* hostedFont_;
     QLabel* fontUses_;
     QPushButton* addFonts_;
+    QPushButton* addGoogleFont_;
     QPushButton* removeFonts_;
 
     QLineEdit* stylesheet_;

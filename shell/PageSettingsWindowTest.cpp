@@ -41,6 +41,7 @@ public:
     }
     app::SitePageFonts::Current fonts() override { return site_->fonts(); }
     HostedFont addFontFiles(const std::vector<std::filesystem::path>& files) override { return site_->addFontFiles(files); }
+    HostedFont addGoogleFamily(const std::string& family) override { return site_->addGoogleFamily(family); }
     SiteStylesheet readStylesheet(const std::string& pasted) override {
         return StylesheetReader::parse(StylesheetReader::addressOf(pasted),
                                        "@import url(https://fonts.example.net/base.css);\n"

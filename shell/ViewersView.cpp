@@ -1,6 +1,7 @@
 #include "shell/ViewersView.hpp"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QClipboard>
 #include <QHBoxLayout>
 #include <QInputDialog>
@@ -43,7 +44,13 @@ ViewersView::ViewersView(std::shared_ptr<app::ViewersModel> model, QWidget* pare
     auto* intro = label("secondary", "Viewers note");
     intro->setText("Each viewer signs in with a passkey, which they make with a one-time invite link.");
     layout->addWidget(intro);
-    // The site's switch for signed-in viewers only stands here, over the list.
+    private_ = new QCheckBox(text(app::ViewerWords::privateSwitch));
+    auto* privateNote = label("secondary", "Private note");
+    privateNote->setText(text(app::ViewerWords::privateExplanation));
+    layout->addWidget(private_);
+    layout->addWidget(privateNote);
+    // The person's click asks the bucket; the box then shows what the model read back.
+    QObject::connect(private_, &QCheckBox::clicked, this, [this](bool isOn) { model_->setPrivate(isOn); });
 
     table_ = windowParts::table("Viewers");
     rows_->setHorizontalHeaderLabels({"Name", "Access"});
@@ -113,6 +120,7 @@ void ViewersView::show(const app::ViewersModel& model) {
         rows_->appendRow({name, access});
         if (keep && row.id == *keep) table_->selectRow(rows_->rowCount() - 1);
     }
+    private_->setChecked(model.isPrivate());
     empty_->setVisible(model.isLoaded() && model.rows().empty());
     const auto& invitation = model.invitation();
     invitation_->setVisible(invitation.has_value());
@@ -127,6 +135,7 @@ void ViewersView::enableButtons() {
     const bool isFree = model_->isLoaded() && !model_->isWorking();
     const auto id = selected();
     const auto* row = id ? model_->row(*id) : nullptr;
+    private_->setEnabled(isFree);
     add_->setEnabled(isFree);
     rename_->setEnabled(isFree && row && row->isChangeable());
     renew_->setEnabled(isFree && row && row->isChangeable());

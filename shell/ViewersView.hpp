@@ -7,6 +7,7 @@
 
 #include "app/ViewersModel.hpp"
 
+class QCheckBox;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -35,6 +36,7 @@ private:
     std::shared_ptr<app::ViewersModel> model_;
     QStandardItemModel* rows_;
     QTableView* table_;
+    QCheckBox* private_;
     QLabel* empty_;
     QWidget* invitation_;
     QLabel* linkNote_;
